@@ -1,0 +1,6 @@
+// The firmware's entry into the application.
+#include "core/startup.h"
+
+extern "C" EFIAPI EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
+  return tarvik::RunApplication(ImageHandle, SystemTable, tarvik::ApplicationPlan);
+}

@@ -1,0 +1,91 @@
+// The header every service record starts with, and the installer that every
+// service but the shared services goes through.
+#pragma once
+
+#include "core/diag_common.h"
+#include "core/globals.h"
+
+namespace tarvik {
+
+struct ServiceRecordHeader {
+  UINT32 Revision;            // always 1
+  EFI_HANDLE ImageHandle;     // the handle the record is installed on
+  EFI_IMAGE_UNLOAD Unload;    // clean-up operation, written by InstallProtocol
+  EFI_GUID Guid;              // the record's own GUID
+};
+static_assert(__builtin_offsetof(ServiceRecordHeader, ImageHandle) == 8);
+static_assert(__builtin_offsetof(ServiceRecordHeader, Unload) == 16);
+static_assert(__builtin_offsetof(ServiceRecordHeader, Guid) == 24);
+// Operations start at slot 5.
+static_assert(sizeof(ServiceRecordHeader) == 5 * 8);
+
+// What an installer needs to know of its service. Record must start with a
+// ServiceRecordHeader named Header.
+template <typename Record>
+struct ServiceDescriptor {
+  EFI_GUID Guid;
+  const CHAR16* Name;                 // as in "Falha ao instalar <Name>: ..."
+  Record** ModuleRecord;              // the module's pointer to its record
+  EFI_HANDLE* ModuleImageHandle;      // the module's copy of the image handle
+  DiagCommonProtocol** ModuleCommon;  // the module's pointer to the shared services
+  EFI_IMAGE_UNLOAD Unload;            // the record's clean-up operation
+  VOID (*FillOperations)(Record&);
+};
+
+// Locates the shared services, allocates the record, fills it and installs
+// it through InstallProtocol, printing the service's own message on failure.
+template <typename Record>
+EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
+                          const ServiceDescriptor<Record>& Service) {
+  static_assert(__builtin_offsetof(Record, Header) == 0);
+  EFI_BOOT_SERVICES* BootServices = SystemTable->BootServices;
+  *Service.ModuleImageHandle = ImageHandle;
+
+  EFI_GUID CommonGuid = DiagCommonProtocolGuid;
+  VOID* Common = nullptr;
+  EFI_STATUS Status = BootServices->LocateProtocol(&CommonGuid, nullptr, &Common);
+  if (EFI_ERROR(Status)) {
+    SystemTable->ConOut->OutputString(SystemTable->ConOut,
+                                      const_cast<CHAR16*>(u"Falha ao carregar Diag Common Protocol.\n\r"));
+    return Status;
+  }
+  DiagCommonProtocol* Shared = static_cast<DiagCommonProtocol*>(Common);
+  *Service.ModuleCommon = Shared;
+
+  VOID* Raw = nullptr;
+  Status = BootServices->AllocatePool(EfiBootServicesData, sizeof(Record), &Raw);
+  if (EFI_ERROR(Status)) {
+    Shared->Print(u"Falha ao alocar memoria para %s: %r\n", Service.Name, Status);
+    return Status;
+  }
+  Record* Installed = static_cast<Record*>(Raw);
+  *Installed = Record{};
+  Installed->Header.Revision = 1;
+  Installed->Header.Guid = Service.Guid;
+  Installed->Header.ImageHandle = ImageHandle;
+  Service.FillOperations(*Installed);
+  *Service.ModuleRecord = Installed;
+
+  EFI_GUID Guid = Service.Guid;
+  Status = Shared->InstallProtocol(Shared, Service.ModuleImageHandle, &Guid,
+                                   reinterpret_cast<VOID**>(Service.ModuleRecord), Service.Unload);
+  if (EFI_ERROR(Status)) {
+    Shared->Print(u"Falha ao instalar %s: %r\n", Service.Name, Status);
+    BootServices->FreePool(Installed);
+    *Service.ModuleRecord = nullptr;
+    return Status;
+  }
+  return EFI_SUCCESS;
+}
+
+// The clean-up operation's body: frees the module's record, if any, and
+// clears the module's pointer to it.
+template <typename Record>
+EFI_STATUS ReleaseServiceRecord(EFI_BOOT_SERVICES* BootServices, Record*& ModuleRecord) {
+  if (ModuleRecord == nullptr) return EFI_SUCCESS;
+  EFI_STATUS Status = BootServices->FreePool(ModuleRecord);
+  ModuleRecord = nullptr;
+  return Status;
+}
+
+}  // namespace tarvik

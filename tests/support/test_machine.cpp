@@ -1,0 +1,57 @@
+#include "tests/support/test_machine.h"
+
+#include <unistd.h>
+
+#include <atomic>
+
+namespace testing_support {
+
+TestMachine::TestMachine(const std::string& key_script, hostfw::Profile* profile) {
+  static std::atomic<int> counter{0};
+  directory_ = std::filesystem::temp_directory_path() /
+               ("tarvik-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
+  std::filesystem::create_directories(directory_);
+  hostfw::Options options;
+  options.virtual_clock = true;
+  options.use_terminal = false;
+  options.key_script = key_script;
+  hostfw::Profile chosen = profile != nullptr ? *profile : hostfw::default_profile(directory_.string());
+  machine_ = std::make_unique<hostfw::Machine>(std::move(chosen), options);
+  tarvik::gST = machine_->system_table();
+  tarvik::gBS = machine_->boot_services();
+  tarvik::gRT = machine_->runtime_services();
+  tarvik::gImageHandle = machine_->image_handle();
+}
+
+TestMachine::~TestMachine() {
+  machine_.reset();
+  tarvik::gST = nullptr;
+  tarvik::gBS = nullptr;
+  tarvik::gRT = nullptr;
+  tarvik::gImageHandle = nullptr;
+  tarvik::gDiagCommon = nullptr;
+  std::error_code ignored;
+  std::filesystem::remove_all(directory_, ignored);
+}
+
+std::string TestMachine::transcript() const { return machine_->console().transcript(); }
+
+std::string utf8(const CHAR16* text) {
+  std::string out;
+  for (; *text != 0; ++text) {
+    const char32_t c = *text;
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+  }
+  return out;
+}
+
+}  // namespace testing_support

@@ -1,0 +1,36 @@
+// A simulated machine for tests: the embedded default profile with its
+// volumes in a fresh temporary directory, the virtual clock, no terminal,
+// and the application's firmware globals pointing at it.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "core/globals.h"
+#include "hostfw/console_out.h"
+#include "hostfw/machine.h"
+
+namespace testing_support {
+
+class TestMachine {
+ public:
+  explicit TestMachine(const std::string& key_script = "", hostfw::Profile* profile = nullptr);
+  ~TestMachine();
+
+  hostfw::Machine& operator*() { return *machine_; }
+  hostfw::Machine* operator->() { return machine_.get(); }
+  const std::filesystem::path& directory() const { return directory_; }
+
+  // Everything written to the console so far, as UTF-8.
+  std::string transcript() const;
+
+ private:
+  std::filesystem::path directory_;
+  std::unique_ptr<hostfw::Machine> machine_;
+};
+
+// UTF-8 of a NUL-terminated wide string.
+std::string utf8(const CHAR16* text);
+
+}  // namespace testing_support
