@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "core/diag_common.h"
 #include "tests/support/test_machine.h"
 
 extern "C" EFIAPI EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);

@@ -1,0 +1,63 @@
+# Tarvik: build, run and test from the repository root.
+#
+#   make run     build, then run the host program on the default machine
+#   make test    every test: build/ (host, EFI and QEMU tests), then build-asan/
+#                (host products under AddressSanitizer and UBSan)
+#   make build   build build/tarvik and build/TarvikDiag.efi
+#   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
+#   make image   the USB disk image build/tarvik-usb.img
+#   make clean   remove build/ and build-asan/
+#
+# Every target first installs missing Debian packages (tools/install-deps.sh).
+# QEMU memory: make qemu TARVIK_QEMU_MEMORY=512 (MiB).
+
+BUILD := build
+ASAN_BUILD := build-asan
+JOBS := -j2
+CTEST := ctest --output-on-failure $(JOBS)
+
+IMAGE := $(BUILD)/tarvik-usb.img
+QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
+EFI := $(BUILD)/TarvikDiag.efi
+
+.PHONY: all deps build run test test-main test-asan qemu image clean
+
+all: build
+
+deps:
+	@bash tools/install-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD)
+	cmake --build $(BUILD) $(JOBS)
+
+# The default machine keeps its volume directories in the working directory.
+run: build
+	cd $(BUILD) && ./tarvik
+
+test: deps
+	$(MAKE) --no-print-directory test-main
+	$(MAKE) --no-print-directory test-asan
+
+test-main:
+	cmake -S . -B $(BUILD) -DTARVIK_EFI=ON -DTARVIK_QEMU_TESTS=ON -DTARVIK_SANITIZE=OFF
+	cmake --build $(BUILD) $(JOBS)
+	$(CTEST) --test-dir $(BUILD)
+
+test-asan:
+	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF
+	cmake --build $(ASAN_BUILD) $(JOBS)
+	$(CTEST) --test-dir $(ASAN_BUILD)
+
+image: build
+	bash tools/make-image.sh $(IMAGE) $(EFI)
+	@echo "USB disk image: $(IMAGE)"
+
+# A fresh image of its own on every run, so `make image` output stays as built.
+qemu: build
+	bash tools/make-image.sh $(QEMU_IMAGE) $(EFI)
+	@echo "Booting under QEMU; Ctrl-] quits."
+	bash tools/qemu.sh $(QEMU_IMAGE)
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD)

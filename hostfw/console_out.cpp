@@ -1,0 +1,461 @@
+#include "hostfw/console_out.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "hostfw/machine.h"
+#include "hostfw/terminal.h"
+
+namespace hostfw {
+namespace {
+
+constexpr uint8_t kDefaultAttribute = EFI_TEXT_ATTR(EFI_LIGHTGRAY, EFI_BLACK);
+// A cell the terminal is known not to show, so that it is drawn.
+constexpr ConsoleOut::Cell kUnknownCell{0xFFFF, 0xFF};
+
+void append_utf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out.push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else if (c < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  }
+}
+
+bool is_high_surrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
+bool is_low_surrogate(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+
+// Firmware consoles hold TPL_NOTIFY while they work, so timer notifications
+// never run inside them. The screen is brought to the terminal (when there
+// is one to draw on) before the priority drops again.
+class Operation {
+ public:
+  Operation(Events& events, ConsoleOut* draw_on_exit)
+      : events_(events), console_(draw_on_exit), old_(events.raise(std::max<EFI_TPL>(events.tpl(), TPL_NOTIFY))) {}
+  ~Operation() {
+    if (console_ != nullptr) console_->refresh_if_resized();
+    events_.restore(old_);
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+
+ private:
+  Events& events_;
+  ConsoleOut* console_;
+  EFI_TPL old_;
+};
+
+}  // namespace
+
+// The protocol's entry points: each finds its console through the protocol
+// pointer the application passes.
+struct ConsoleOutThunks {
+  static ConsoleOut* from(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self) {
+    return self == nullptr ? nullptr : reinterpret_cast<ConsoleOut::Instance*>(self)->console;
+  }
+  static EFIAPI EFI_STATUS Reset(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, BOOLEAN) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->reset();
+  }
+  static EFIAPI EFI_STATUS OutputString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, CHAR16* text) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->output_string(text);
+  }
+  static EFIAPI EFI_STATUS TestString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, CHAR16* text) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->test_string(text);
+  }
+  static EFIAPI EFI_STATUS QueryMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN mode, UINTN* columns,
+                                     UINTN* rows) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->query_mode(mode, columns, rows);
+  }
+  static EFIAPI EFI_STATUS SetMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN mode) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_mode(mode);
+  }
+  static EFIAPI EFI_STATUS SetAttribute(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN attribute) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_attribute(attribute);
+  }
+  static EFIAPI EFI_STATUS ClearScreen(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->clear_screen();
+  }
+  static EFIAPI EFI_STATUS SetCursorPosition(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN column, UINTN row) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_cursor_position(column, row);
+  }
+  static EFIAPI EFI_STATUS EnableCursor(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, BOOLEAN visible) {
+    ConsoleOut* c = from(self);
+    return c == nullptr ? EFI_INVALID_PARAMETER : c->enable_cursor(visible != 0);
+  }
+};
+
+ConsoleOut::ConsoleOut(Machine& machine, const std::vector<ConsoleModeSize>& modes, Terminal* terminal)
+    : machine_(machine), modes_(modes), terminal_(terminal) {
+  if (modes_.empty()) modes_ = {{80, 25}, {80, 50}, {100, 31}};
+  for (ConsoleModeSize& m : modes_) {
+    m.columns = std::max(m.columns, 1);
+    m.rows = std::max(m.rows, 1);
+  }
+  instance_.protocol.Reset = ConsoleOutThunks::Reset;
+  instance_.protocol.OutputString = ConsoleOutThunks::OutputString;
+  instance_.protocol.TestString = ConsoleOutThunks::TestString;
+  instance_.protocol.QueryMode = ConsoleOutThunks::QueryMode;
+  instance_.protocol.SetMode = ConsoleOutThunks::SetMode;
+  instance_.protocol.SetAttribute = ConsoleOutThunks::SetAttribute;
+  instance_.protocol.ClearScreen = ConsoleOutThunks::ClearScreen;
+  instance_.protocol.SetCursorPosition = ConsoleOutThunks::SetCursorPosition;
+  instance_.protocol.EnableCursor = ConsoleOutThunks::EnableCursor;
+  instance_.protocol.Mode = &mode_;
+  instance_.console = this;
+
+  mode_.MaxMode = static_cast<INT32>(modes_.size());
+  mode_.Mode = 0;
+  mode_.Attribute = kDefaultAttribute;
+  mode_.CursorVisible = TRUE;
+  columns_ = modes_[0].columns;
+  rows_ = modes_[0].rows;
+  cells_.assign(static_cast<size_t>(columns_) * rows_, Cell{u' ', kDefaultAttribute});
+  dirty_rows_.assign(rows_, true);
+
+  if (terminal_ != nullptr) {
+    const TerminalSize size = terminal_->size();
+    terminal_columns_ = size.columns;
+    terminal_rows_ = size.rows;
+    invalidate_terminal();
+    render();
+  }
+}
+
+ConsoleOut::~ConsoleOut() = default;
+
+bool ConsoleOut::can_show(char16_t ch) {
+  if (ch == u'\r' || ch == u'\n' || ch == u'\b') return true;
+  if (ch >= 0x20 && ch <= 0x7E) return true;
+  if (ch >= 0xA0 && ch <= 0xFF) return true;
+  if (ch >= 0x2190 && ch <= 0x2193) return true;  // arrows
+  if (ch >= 0x2500 && ch <= 0x259F) return true;  // box drawing, block elements
+  if (ch >= 0x25A0 && ch <= 0x25FF) return true;  // geometric shapes
+  return false;
+}
+
+// ---- Snapshot -------------------------------------------------------------------
+
+ConsoleOut::Cell ConsoleOut::cell(int column, int row) const {
+  if (column < 0 || row < 0 || column >= columns_ || row >= rows_) return Cell{0, 0};
+  return cells_[static_cast<size_t>(row) * columns_ + column];
+}
+
+std::string ConsoleOut::row_text(int row) const {
+  std::string text;
+  if (row < 0 || row >= rows_) return text;
+  for (int column = 0; column < columns_; ++column) append_utf8(text, cell(column, row).ch);
+  return text;
+}
+
+std::string ConsoleOut::screen_text() const {
+  std::string text;
+  for (int row = 0; row < rows_; ++row) {
+    std::string line = row_text(row);
+    line.erase(line.find_last_not_of(' ') + 1);
+    if (row > 0) text.push_back('\n');
+    text += line;
+  }
+  return text;
+}
+
+bool ConsoleOut::contains(std::string_view utf8) const {
+  for (int row = 0; row < rows_; ++row)
+    if (row_text(row).find(utf8) != std::string::npos) return true;
+  return false;
+}
+
+void ConsoleOut::dump(std::ostream& out) const { out << screen_text() << '\n'; }
+
+// ---- Operations -------------------------------------------------------------------
+
+EFI_STATUS ConsoleOut::reset() {
+  Operation op(machine_.events(), this);
+  mode_.Attribute = kDefaultAttribute;
+  fill(kDefaultAttribute);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::output_string(const CHAR16* text) {
+  if (text == nullptr) return EFI_INVALID_PARAMETER;
+  Operation op(machine_.events(), this);
+  EFI_STATUS status = EFI_SUCCESS;
+  for (const CHAR16* p = text; *p != 0; ++p) {
+    const char16_t ch = *p;
+    if (is_high_surrogate(ch) && is_low_surrogate(p[1])) {
+      append_utf8(transcript_, 0x10000 + ((static_cast<char32_t>(ch) - 0xD800) << 10) + (p[1] - 0xDC00));
+    } else if (is_low_surrogate(ch) && p > text && is_high_surrogate(p[-1])) {
+      // the second half of a pair, already in the transcript
+    } else {
+      append_utf8(transcript_, is_high_surrogate(ch) || is_low_surrogate(ch) ? char32_t{0xFFFD} : char32_t{ch});
+    }
+
+    switch (ch) {
+      case u'\r':
+        mode_.CursorColumn = 0;
+        break;
+      case u'\n':
+        new_line();
+        break;
+      case u'\b':
+        if (mode_.CursorColumn > 0) --mode_.CursorColumn;
+        break;
+      default:
+        if (can_show(ch)) {
+          put(ch);
+        } else {
+          put(u'?');
+          status = EFI_WARN_UNKNOWN_GLYPH;
+        }
+        break;
+    }
+  }
+  return status;
+}
+
+EFI_STATUS ConsoleOut::test_string(const CHAR16* text) const {
+  if (text == nullptr) return EFI_INVALID_PARAMETER;
+  Operation op(machine_.events(), nullptr);
+  for (const CHAR16* p = text; *p != 0; ++p)
+    if (!can_show(*p)) return EFI_UNSUPPORTED;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::query_mode(UINTN mode, UINTN* columns, UINTN* rows) const {
+  if (mode >= modes_.size()) return EFI_UNSUPPORTED;
+  if (columns == nullptr || rows == nullptr) return EFI_INVALID_PARAMETER;
+  Operation op(machine_.events(), nullptr);
+  *columns = static_cast<UINTN>(modes_[mode].columns);
+  *rows = static_cast<UINTN>(modes_[mode].rows);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::set_mode(UINTN mode) {
+  if (mode >= modes_.size()) return EFI_UNSUPPORTED;
+  Operation op(machine_.events(), this);
+  mode_.Mode = static_cast<INT32>(mode);
+  columns_ = modes_[mode].columns;
+  rows_ = modes_[mode].rows;
+  cells_.assign(static_cast<size_t>(columns_) * rows_, Cell{});
+  dirty_rows_.assign(rows_, true);
+  fill(static_cast<uint8_t>(mode_.Attribute));
+  if (terminal_ != nullptr) invalidate_terminal();  // the old mode may have been larger
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::set_attribute(UINTN attribute) {
+  if (attribute > 0x7F) return EFI_UNSUPPORTED;
+  Operation op(machine_.events(), nullptr);
+  mode_.Attribute = static_cast<INT32>(attribute);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::clear_screen() {
+  Operation op(machine_.events(), this);
+  fill(static_cast<uint8_t>(mode_.Attribute));
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::set_cursor_position(UINTN column, UINTN row) {
+  if (column >= static_cast<UINTN>(columns_) || row >= static_cast<UINTN>(rows_)) return EFI_UNSUPPORTED;
+  Operation op(machine_.events(), this);
+  mode_.CursorColumn = static_cast<INT32>(column);
+  mode_.CursorRow = static_cast<INT32>(row);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS ConsoleOut::enable_cursor(bool visible) {
+  Operation op(machine_.events(), this);
+  mode_.CursorVisible = visible ? TRUE : FALSE;
+  return EFI_SUCCESS;
+}
+
+// ---- The screen -------------------------------------------------------------------
+
+void ConsoleOut::fill(uint8_t attribute) {
+  std::fill(cells_.begin(), cells_.end(), Cell{u' ', attribute});
+  std::fill(dirty_rows_.begin(), dirty_rows_.end(), true);
+  mode_.CursorColumn = 0;
+  mode_.CursorRow = 0;
+}
+
+// A character at the cursor; the cursor moves on, to the next row after the
+// last column.
+void ConsoleOut::put(char16_t ch) {
+  const int row = mode_.CursorRow;
+  cells_[static_cast<size_t>(row) * columns_ + mode_.CursorColumn] =
+      Cell{ch, static_cast<uint8_t>(mode_.Attribute)};
+  dirty_rows_[row] = true;
+  if (mode_.CursorColumn + 1 >= columns_) {
+    mode_.CursorColumn = 0;
+    new_line();
+  } else {
+    ++mode_.CursorColumn;
+  }
+}
+
+void ConsoleOut::new_line() {
+  if (mode_.CursorRow + 1 < rows_) {
+    ++mode_.CursorRow;
+  } else {
+    scroll_up();
+  }
+}
+
+void ConsoleOut::scroll_up() {
+  std::move(cells_.begin() + columns_, cells_.end(), cells_.begin());
+  std::fill(cells_.end() - columns_, cells_.end(), Cell{u' ', static_cast<uint8_t>(mode_.Attribute)});
+  std::fill(dirty_rows_.begin(), dirty_rows_.end(), true);
+}
+
+// ---- Drawing on the terminal -----------------------------------------------------
+
+void ConsoleOut::refresh_if_resized() {
+  if (terminal_ == nullptr || !terminal_->active()) return;
+  if (terminal_->take_resized()) {
+    const TerminalSize size = terminal_->size();
+    terminal_columns_ = size.columns;
+    terminal_rows_ = size.rows;
+    invalidate_terminal();
+  }
+  render();
+}
+
+void ConsoleOut::invalidate_terminal() {
+  if (terminal_ == nullptr) return;
+  terminal_->write("\x1b[0m\x1b[2J");
+  shown_.assign(cells_.size(), kUnknownCell);
+  dirty_rows_.assign(rows_, true);
+  too_small_shown_ = false;
+  term_column_ = term_row_ = -1;
+  term_attribute_ = -1;
+  term_cursor_visible_ = -1;
+}
+
+// Brings the terminal up to date with the screen: only cells that changed
+// since the last drawing are sent.
+void ConsoleOut::render() {
+  if (terminal_ == nullptr || !terminal_->active()) return;
+  if (terminal_columns_ < columns_ || terminal_rows_ < rows_) {
+    if (!too_small_shown_) draw_too_small();
+    terminal_->flush();
+    return;
+  }
+  if (too_small_shown_) invalidate_terminal();
+  if (shown_.size() != cells_.size()) shown_.assign(cells_.size(), kUnknownCell);
+
+  for (int row = 0; row < rows_; ++row) {
+    if (!dirty_rows_[row]) continue;
+    dirty_rows_[row] = false;
+    for (int column = 0; column < columns_; ++column) {
+      const size_t i = static_cast<size_t>(row) * columns_ + column;
+      if (cells_[i] == shown_[i]) continue;
+      move_terminal_cursor(column, row);
+      set_terminal_attribute(cells_[i].attribute);
+      std::string glyph;
+      append_utf8(glyph, cells_[i].ch);
+      terminal_->write(glyph);
+      shown_[i] = cells_[i];
+      // Without automatic wrap the host cursor stays in the last column.
+      term_column_ = column + 1 < terminal_columns_ ? column + 1 : -1;
+    }
+  }
+
+  if (mode_.CursorVisible) {
+    move_terminal_cursor(mode_.CursorColumn, mode_.CursorRow);
+    if (term_cursor_visible_ != 1) terminal_->write("\x1b[?25h");
+    term_cursor_visible_ = 1;
+  } else {
+    if (term_cursor_visible_ != 0) terminal_->write("\x1b[?25l");
+    term_cursor_visible_ = 0;
+  }
+  terminal_->flush();
+}
+
+// The screen does not fit: a plain message in the middle of the terminal
+// instead of a garbled screen, until the window is made large enough.
+void ConsoleOut::draw_too_small() {
+  const std::string message = "Terminal too small: Tarvik needs " + std::to_string(columns_) + "x" +
+                              std::to_string(rows_) + ", this terminal is " + std::to_string(terminal_columns_) +
+                              "x" + std::to_string(terminal_rows_) + ". Enlarge the window.";
+  const size_t width = static_cast<size_t>(std::max(terminal_columns_, 1));
+  std::vector<std::string> lines;
+  std::string line;
+  size_t start = 0;
+  while (start < message.size()) {
+    size_t end = message.find(' ', start);
+    if (end == std::string::npos) end = message.size();
+    std::string word = message.substr(start, end - start);
+    start = end + 1;
+    while (word.size() > width) {  // a word longer than the terminal is cut
+      if (!line.empty()) lines.push_back(std::move(line));
+      lines.push_back(word.substr(0, width));
+      word.erase(0, width);
+      line.clear();
+    }
+    if (line.empty()) {
+      line = word;
+    } else if (line.size() + 1 + word.size() <= width) {
+      line += " " + word;
+    } else {
+      lines.push_back(std::move(line));
+      line = word;
+    }
+  }
+  if (!line.empty()) lines.push_back(std::move(line));
+
+  terminal_->write("\x1b[0m\x1b[2J\x1b[?25l");
+  const int top = std::max(0, (terminal_rows_ - static_cast<int>(lines.size())) / 2);
+  for (size_t i = 0; i < lines.size() && top + static_cast<int>(i) < std::max(terminal_rows_, 1); ++i) {
+    const int left = std::max(0, (terminal_columns_ - static_cast<int>(lines[i].size())) / 2);
+    char position[32];
+    std::snprintf(position, sizeof(position), "\x1b[%d;%dH", top + static_cast<int>(i) + 1, left + 1);
+    terminal_->write(position);
+    terminal_->write(lines[i]);
+  }
+  too_small_shown_ = true;
+  term_column_ = term_row_ = -1;
+  term_attribute_ = -1;
+  term_cursor_visible_ = 0;
+}
+
+void ConsoleOut::move_terminal_cursor(int column, int row) {
+  if (term_column_ == column && term_row_ == row) return;
+  char sequence[32];
+  std::snprintf(sequence, sizeof(sequence), "\x1b[%d;%dH", row + 1, column + 1);
+  terminal_->write(sequence);
+  term_column_ = column;
+  term_row_ = row;
+}
+
+// UEFI colours in ANSI terms: the same eight colours in a different order.
+void ConsoleOut::set_terminal_attribute(uint8_t attribute) {
+  if (term_attribute_ == attribute) return;
+  static constexpr int kAnsiColour[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+  const int foreground = attribute & 0x0F;
+  const int background = (attribute >> 4) & 0x07;
+  const int fg_code = foreground < 8 ? 30 + kAnsiColour[foreground] : 90 + kAnsiColour[foreground - 8];
+  const int bg_code = 40 + kAnsiColour[background];
+  char sequence[32];
+  std::snprintf(sequence, sizeof(sequence), "\x1b[0;%d;%dm", fg_code, bg_code);
+  terminal_->write(sequence);
+  term_attribute_ = attribute;
+}
+
+}  // namespace hostfw

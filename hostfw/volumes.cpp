@@ -1,0 +1,435 @@
+#include "hostfw/volumes.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+
+#include "hostfw/events.h"
+#include "hostfw/machine.h"
+
+namespace fs = std::filesystem;
+
+namespace hostfw {
+namespace {
+
+const EFI_GUID kFileSystemGuid = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_GUID;
+const EFI_GUID kDevicePathGuid = EFI_DEVICE_PATH_PROTOCOL_GUID;
+const EFI_GUID kFileInfoGuid = EFI_FILE_INFO_ID;
+const EFI_GUID kFileSystemInfoGuid = EFI_FILE_SYSTEM_INFO_ID;
+// Vendor GUID of the media node naming a host volume.
+const EFI_GUID kHostVolumeVendor = {0x7A5C1D10, 0x3B2E, 0x4F61, {0x9A, 0x44, 0x1C, 0x0E, 0x55, 0x21, 0x6B, 0x90}};
+
+Volumes& V() { return *Machine::current().volumes(); }
+
+struct Locked {
+  Locked() : guard(Machine::current().events(), TPL_NOTIFY) {}
+  TplGuard guard;
+};
+
+std::string lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
+  return s;
+}
+
+std::string narrow(const CHAR16* text) {
+  std::string out;
+  for (; *text != 0; ++text) {
+    const char32_t c = *text;
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+  }
+  return out;
+}
+
+std::u16string widen(const std::string& text) {
+  std::u16string out;
+  for (unsigned char c : text) out.push_back(c);  // names on these volumes are ASCII
+  return out;
+}
+
+// Applies a "\"-separated name to a path inside the volume.
+bool walk(std::vector<std::string>& parts, const std::string& name) {
+  size_t at = 0;
+  if (!name.empty() && name[0] == '\\') {
+    parts.clear();
+    at = 1;
+  }
+  while (at <= name.size()) {
+    const size_t end = std::min(name.find('\\', at), name.size());
+    const std::string part = name.substr(at, end - at);
+    at = end + 1;
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (parts.empty()) return false;
+      parts.pop_back();
+      continue;
+    }
+    if (part.find('/') != std::string::npos) return false;
+    parts.push_back(part);
+  }
+  return true;
+}
+
+// The host path of a path inside the volume, matching existing names without
+// regard to case as FAT does.
+fs::path host_path(const fs::path& root, const std::vector<std::string>& parts) {
+  fs::path at = root;
+  for (const std::string& part : parts) {
+    fs::path next = at / part;
+    std::error_code ec;
+    if (!fs::exists(next, ec) && fs::is_directory(at, ec)) {
+      for (const auto& entry : fs::directory_iterator(at, ec)) {
+        if (lower(entry.path().filename().string()) == lower(part)) {
+          next = entry.path();
+          break;
+        }
+      }
+    }
+    at = next;
+  }
+  return at;
+}
+
+uint64_t bytes_used(const fs::path& root) {
+  uint64_t used = 0;
+  std::error_code ec;
+  for (auto it = fs::recursive_directory_iterator(root, ec); it != fs::recursive_directory_iterator();
+       it.increment(ec)) {
+    if (ec) break;
+    if (it->is_regular_file(ec)) used += it->file_size(ec);
+  }
+  return used;
+}
+
+EFI_TIME to_efi_time(time_t seconds) {
+  std::tm tm{};
+  localtime_r(&seconds, &tm);
+  EFI_TIME t{};
+  t.Year = static_cast<UINT16>(tm.tm_year + 1900);
+  t.Month = static_cast<UINT8>(tm.tm_mon + 1);
+  t.Day = static_cast<UINT8>(tm.tm_mday);
+  t.Hour = static_cast<UINT8>(tm.tm_hour);
+  t.Minute = static_cast<UINT8>(tm.tm_min);
+  t.Second = static_cast<UINT8>(tm.tm_sec);
+  t.TimeZone = EFI_UNSPECIFIED_TIMEZONE;
+  return t;
+}
+
+// Fills an EFI_FILE_INFO for a host file; BUFFER_TOO_SMALL tells the size needed.
+EFI_STATUS file_info(const fs::path& host, const std::string& name, bool read_only, UINTN* size, VOID* buffer) {
+  const std::u16string wide = widen(name);
+  const UINTN needed = SIZE_OF_EFI_FILE_INFO + (wide.size() + 1) * sizeof(CHAR16);
+  if (*size < needed) {
+    *size = needed;
+    return EFI_BUFFER_TOO_SMALL;
+  }
+  if (buffer == nullptr) return EFI_INVALID_PARAMETER;
+  struct stat st{};
+  if (stat(host.c_str(), &st) != 0) return EFI_DEVICE_ERROR;
+  auto* info = static_cast<EFI_FILE_INFO*>(buffer);
+  std::memset(info, 0, needed);
+  info->Size = needed;
+  const bool directory = S_ISDIR(st.st_mode);
+  info->FileSize = directory ? 0 : static_cast<UINT64>(st.st_size);
+  info->PhysicalSize = (info->FileSize + 511) / 512 * 512;
+  info->CreateTime = info->LastAccessTime = info->ModificationTime = to_efi_time(st.st_mtime);
+  info->Attribute = (directory ? EFI_FILE_DIRECTORY : EFI_FILE_ARCHIVE) | (read_only ? EFI_FILE_READ_ONLY : 0);
+  std::memcpy(info->FileName, wide.c_str(), (wide.size() + 1) * sizeof(CHAR16));
+  *size = needed;
+  return EFI_SUCCESS;
+}
+
+// ---- EFIAPI thunks ---------------------------------------------------------------
+EFIAPI EFI_STATUS OpenVolume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* This, EFI_FILE_PROTOCOL** Root) {
+  Locked lock;
+  return V().open_volume(This, Root);
+}
+EFIAPI EFI_STATUS Open(EFI_FILE_PROTOCOL* This, EFI_FILE_PROTOCOL** New, CHAR16* Name, UINT64 Mode, UINT64 Attr) {
+  Locked lock;
+  return V().open(This, New, Name, Mode, Attr);
+}
+EFIAPI EFI_STATUS Close(EFI_FILE_PROTOCOL* This) {
+  Locked lock;
+  return V().close(This);
+}
+EFIAPI EFI_STATUS Delete(EFI_FILE_PROTOCOL* This) {
+  Locked lock;
+  return V().remove(This);
+}
+EFIAPI EFI_STATUS Read(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
+  Locked lock;
+  return V().read(This, Size, Buffer);
+}
+EFIAPI EFI_STATUS Write(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
+  Locked lock;
+  return V().write(This, Size, Buffer);
+}
+EFIAPI EFI_STATUS GetPosition(EFI_FILE_PROTOCOL* This, UINT64* Position) {
+  Locked lock;
+  return V().get_position(This, Position);
+}
+EFIAPI EFI_STATUS SetPosition(EFI_FILE_PROTOCOL* This, UINT64 Position) {
+  Locked lock;
+  return V().set_position(This, Position);
+}
+EFIAPI EFI_STATUS GetInfo(EFI_FILE_PROTOCOL* This, EFI_GUID* Type, UINTN* Size, VOID* Buffer) {
+  Locked lock;
+  return V().get_info(This, Type, Size, Buffer);
+}
+EFIAPI EFI_STATUS SetInfo(EFI_FILE_PROTOCOL*, EFI_GUID*, UINTN, VOID*) { return EFI_UNSUPPORTED; }
+EFIAPI EFI_STATUS Flush(EFI_FILE_PROTOCOL* This) {
+  Locked lock;
+  UINT64 ignored;
+  return V().get_position(This, &ignored) == EFI_INVALID_PARAMETER ? EFI_INVALID_PARAMETER : EFI_SUCCESS;
+}
+
+}  // namespace
+
+Volumes::Volumes(Machine& machine, const std::vector<VolumeInfo>& volumes) : machine_(machine) {
+  for (size_t i = 0; i < volumes.size(); ++i) {
+    auto volume = std::make_unique<Volume>();
+    volume->info = volumes[i];
+    fs::create_directories(volume->info.directory);
+    volume->fs.Revision = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_REVISION;
+    volume->fs.OpenVolume = OpenVolume;
+    // A vendor media node holding the volume's number, then the end node.
+    std::vector<uint8_t>& dp = volume->device_path;
+    dp = {MEDIA_DEVICE_PATH, MEDIA_VENDOR_DP, 24, 0};
+    const auto* guid = reinterpret_cast<const uint8_t*>(&kHostVolumeVendor);
+    dp.insert(dp.end(), guid, guid + sizeof(EFI_GUID));
+    const uint32_t index = static_cast<uint32_t>(i);
+    const auto* index_bytes = reinterpret_cast<const uint8_t*>(&index);
+    dp.insert(dp.end(), index_bytes, index_bytes + 4);
+    dp.insert(dp.end(), {END_DEVICE_PATH_TYPE, END_ENTIRE_DEVICE_PATH_SUBTYPE, 4, 0});
+    machine_.handles().install(&volume->handle, kFileSystemGuid, &volume->fs);
+    machine_.handles().install(&volume->handle, kDevicePathGuid, volume->device_path.data());
+    volumes_.push_back(std::move(volume));
+  }
+}
+
+Volumes::~Volumes() {
+  open_.clear();
+  for (const auto& volume : volumes_) {
+    machine_.handles().uninstall(volume->handle, kDevicePathGuid, volume->device_path.data());
+    machine_.handles().uninstall(volume->handle, kFileSystemGuid, &volume->fs);
+  }
+}
+
+bool Volumes::resolve(const EFI_DEVICE_PATH_PROTOCOL* path, std::string* host) const {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(path);
+  for (const auto& volume : volumes_) {
+    const size_t prefix = volume->device_path.size() - 4;
+    if (std::memcmp(bytes, volume->device_path.data(), prefix) != 0) continue;
+    std::vector<std::string> parts;
+    for (auto* node = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(bytes + prefix); !IsDevicePathEnd(node);
+         node = NextDevicePathNode(node)) {
+      const size_t length = DevicePathNodeLength(node);
+      if (node->Type != MEDIA_DEVICE_PATH || node->SubType != MEDIA_FILEPATH_DP || length < 6) return false;
+      std::u16string name(reinterpret_cast<const char16_t*>(node + 1), (length - 4) / 2);
+      name.resize(std::char_traits<char16_t>::length(name.c_str()));
+      if (!walk(parts, narrow(reinterpret_cast<const CHAR16*>(name.c_str())))) return false;
+    }
+    *host = host_path(volume->info.directory, parts).string();
+    return true;
+  }
+  return false;
+}
+
+Volumes::OpenFile* Volumes::find(EFI_FILE_PROTOCOL* file) const {
+  auto it = open_.find(file);
+  return it == open_.end() ? nullptr : it->second.get();
+}
+
+EFI_FILE_PROTOCOL* Volumes::add(Volume* volume, std::vector<std::string> parts, bool writable) {
+  auto file = std::make_unique<OpenFile>();
+  file->protocol = EFI_FILE_PROTOCOL{EFI_FILE_PROTOCOL_REVISION, Open, Close, Delete, Read, Write, GetPosition,
+                                     SetPosition, GetInfo, SetInfo, Flush, nullptr, nullptr, nullptr, nullptr};
+  file->volume = volume;
+  file->host = host_path(volume->info.directory, parts);
+  file->parts = std::move(parts);
+  file->directory = fs::is_directory(file->host);
+  file->writable = writable;
+  EFI_FILE_PROTOCOL* handle = &file->protocol;
+  open_[handle] = std::move(file);
+  return handle;
+}
+
+EFI_STATUS Volumes::open_volume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* fs_protocol, EFI_FILE_PROTOCOL** root) {
+  if (root == nullptr) return EFI_INVALID_PARAMETER;
+  for (const auto& volume : volumes_) {
+    if (&volume->fs != fs_protocol) continue;
+    if (!fs::is_directory(volume->info.directory)) return EFI_NO_MEDIA;
+    *root = add(volume.get(), {}, !volume->info.read_only);
+    return EFI_SUCCESS;
+  }
+  return EFI_INVALID_PARAMETER;
+}
+
+EFI_STATUS Volumes::open(EFI_FILE_PROTOCOL* from, EFI_FILE_PROTOCOL** opened, const CHAR16* name, UINT64 mode,
+                         UINT64 attributes) {
+  OpenFile* base = find(from);
+  if (base == nullptr || opened == nullptr || name == nullptr) return EFI_INVALID_PARAMETER;
+  constexpr UINT64 kRead = EFI_FILE_MODE_READ, kWrite = EFI_FILE_MODE_WRITE, kCreate = EFI_FILE_MODE_CREATE;
+  if (mode != kRead && mode != (kRead | kWrite) && mode != (kRead | kWrite | kCreate)) return EFI_INVALID_PARAMETER;
+  if ((attributes & ~EFI_FILE_VALID_ATTR) != 0) return EFI_INVALID_PARAMETER;
+  Volume* volume = base->volume;
+  if ((mode & kWrite) != 0 && volume->info.read_only) return EFI_WRITE_PROTECTED;
+
+  std::vector<std::string> parts = base->parts;
+  if (!walk(parts, narrow(name))) return EFI_NOT_FOUND;
+  const fs::path host = host_path(volume->info.directory, parts);
+  std::error_code ec;
+  if (!fs::exists(host, ec)) {
+    if ((mode & kCreate) == 0) return EFI_NOT_FOUND;
+    if (parts.empty() || !fs::is_directory(host.parent_path(), ec)) return EFI_NOT_FOUND;
+    if ((attributes & EFI_FILE_DIRECTORY) != 0) {
+      if (!fs::create_directory(host, ec)) return EFI_DEVICE_ERROR;
+    } else {
+      std::ofstream created(host, std::ios::binary);
+      if (!created) return EFI_DEVICE_ERROR;
+    }
+  }
+  *opened = add(volume, parts, (mode & kWrite) != 0);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Volumes::close(EFI_FILE_PROTOCOL* file) {
+  return open_.erase(file) == 1 ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
+}
+
+EFI_STATUS Volumes::remove(EFI_FILE_PROTOCOL* file) {
+  OpenFile* f = find(file);
+  if (f == nullptr) return EFI_INVALID_PARAMETER;
+  std::error_code ec;
+  const bool removed = !f->volume->info.read_only && !f->parts.empty() && fs::remove(f->host, ec);
+  open_.erase(file);
+  return removed ? EFI_SUCCESS : EFI_WARN_DELETE_FAILURE;
+}
+
+EFI_STATUS Volumes::read(EFI_FILE_PROTOCOL* file, UINTN* size, VOID* buffer) {
+  OpenFile* f = find(file);
+  if (f == nullptr || size == nullptr) return EFI_INVALID_PARAMETER;
+  std::error_code ec;
+  if (f->directory) {
+    // One entry per call, in name order; a size of 0 marks the end.
+    std::vector<fs::path> entries;
+    for (const auto& entry : fs::directory_iterator(f->host, ec)) entries.push_back(entry.path());
+    std::sort(entries.begin(), entries.end());
+    if (f->position >= entries.size()) {
+      *size = 0;
+      return EFI_SUCCESS;
+    }
+    const fs::path& entry = entries[f->position];
+    EFI_STATUS status = file_info(entry, entry.filename().string(), f->volume->info.read_only, size, buffer);
+    if (status == EFI_SUCCESS) ++f->position;
+    return status;
+  }
+  const uint64_t length = fs::file_size(f->host, ec);
+  if (ec) return EFI_DEVICE_ERROR;
+  if (f->position > length) return EFI_DEVICE_ERROR;
+  const uint64_t count = std::min<uint64_t>(*size, length - f->position);
+  if (count > 0 && buffer == nullptr) return EFI_INVALID_PARAMETER;
+  std::ifstream in(f->host, std::ios::binary);
+  in.seekg(static_cast<std::streamoff>(f->position));
+  in.read(static_cast<char*>(buffer), static_cast<std::streamsize>(count));
+  if (!in && count > 0) return EFI_DEVICE_ERROR;
+  f->position += count;
+  *size = count;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Volumes::write(EFI_FILE_PROTOCOL* file, UINTN* size, VOID* buffer) {
+  OpenFile* f = find(file);
+  if (f == nullptr || size == nullptr) return EFI_INVALID_PARAMETER;
+  if (f->directory) return EFI_UNSUPPORTED;
+  if (f->volume->info.read_only) return EFI_WRITE_PROTECTED;
+  if (!f->writable) return EFI_ACCESS_DENIED;
+  if (*size > 0 && buffer == nullptr) return EFI_INVALID_PARAMETER;
+  if (f->volume->info.fail_writes) {
+    *size = 0;
+    return EFI_DEVICE_ERROR;
+  }
+  std::error_code ec;
+  const uint64_t length = fs::file_size(f->host, ec);
+  const uint64_t end = f->position + *size;
+  const uint64_t growth = end > length ? end - length : 0;
+  if (bytes_used(f->volume->info.directory) + growth > f->volume->info.size_mib * 1024 * 1024) {
+    *size = 0;
+    return EFI_VOLUME_FULL;
+  }
+  std::fstream out(f->host, std::ios::binary | std::ios::in | std::ios::out);
+  if (!out) return EFI_DEVICE_ERROR;
+  if (f->position > length) {  // writing past the end fills the gap with zeros
+    out.seekp(0, std::ios::end);
+    out.write(std::string(f->position - length, '\0').data(), static_cast<std::streamsize>(f->position - length));
+  }
+  out.seekp(static_cast<std::streamoff>(f->position));
+  out.write(static_cast<const char*>(buffer), static_cast<std::streamsize>(*size));
+  if (!out) return EFI_DEVICE_ERROR;
+  f->position = end;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Volumes::get_position(EFI_FILE_PROTOCOL* file, UINT64* position) {
+  OpenFile* f = find(file);
+  if (f == nullptr || position == nullptr) return EFI_INVALID_PARAMETER;
+  if (f->directory) return EFI_UNSUPPORTED;
+  *position = f->position;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Volumes::set_position(EFI_FILE_PROTOCOL* file, UINT64 position) {
+  OpenFile* f = find(file);
+  if (f == nullptr) return EFI_INVALID_PARAMETER;
+  if (f->directory) {
+    if (position != 0) return EFI_UNSUPPORTED;
+    f->position = 0;
+    return EFI_SUCCESS;
+  }
+  std::error_code ec;
+  f->position = position == EFI_FILE_POSITION_END ? fs::file_size(f->host, ec) : position;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Volumes::get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN* size, VOID* buffer) {
+  OpenFile* f = find(file);
+  if (f == nullptr || type == nullptr || size == nullptr) return EFI_INVALID_PARAMETER;
+  const VolumeInfo& info = f->volume->info;
+  if (*type == kFileInfoGuid)
+    return file_info(f->host, f->parts.empty() ? "" : f->host.filename().string(), info.read_only, size, buffer);
+  if (*type == kFileSystemInfoGuid) {
+    const std::u16string label = widen(info.label);
+    const UINTN needed = SIZE_OF_EFI_FILE_SYSTEM_INFO + (label.size() + 1) * sizeof(CHAR16);
+    if (*size < needed) {
+      *size = needed;
+      return EFI_BUFFER_TOO_SMALL;
+    }
+    if (buffer == nullptr) return EFI_INVALID_PARAMETER;
+    auto* out = static_cast<EFI_FILE_SYSTEM_INFO*>(buffer);
+    std::memset(out, 0, needed);
+    out->Size = needed;
+    out->ReadOnly = info.read_only ? TRUE : FALSE;
+    out->VolumeSize = info.size_mib * 1024 * 1024;
+    const uint64_t used = bytes_used(info.directory);
+    out->FreeSpace = used >= out->VolumeSize ? 0 : out->VolumeSize - used;
+    out->BlockSize = 512;
+    std::memcpy(out->VolumeLabel, label.c_str(), (label.size() + 1) * sizeof(CHAR16));
+    *size = needed;
+    return EFI_SUCCESS;
+  }
+  return EFI_UNSUPPORTED;
+}
+
+}  // namespace hostfw

@@ -1,0 +1,315 @@
+"""Drives TarvikDiag.efi booted under QEMU + OVMF through its serial console.
+
+A QemuSession builds nothing itself: it boots a disk image made by
+tools/make-image.sh with tools/qemu.sh --console stdio, collects everything the
+firmware writes to the serial port, and sends keys the way a serial terminal
+would.
+
+What the firmware's serial terminal (PC-ANSI) does, and what this module
+undoes:
+- Text positions are set with ESC [ row ; col H, colours with ESC [ ... m, the
+  screen is cleared with ESC [ 2 J. `output` holds the text with those
+  sequences removed (a cursor move becomes a line break, so texts drawn at
+  different places never run together); `screen` replays them on a grid.
+- Characters outside ASCII are sent as code page 437 bytes (box drawing,
+  blocks); both views decode them back to Unicode. Arrows and triangles come
+  out as the ASCII stand-ins ^ v < >.
+- Keys: special keys are PC-ANSI escape sequences (KEYS). The terminal takes a
+  lone ESC as the ESC key only after about two seconds with nothing after it,
+  so send_key waits that long before sending anything after an ESC.
+"""
+
+import os
+import re
+import subprocess
+import threading
+import time
+
+REPO_ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
+TOOLS = os.path.join(REPO_ROOT, "tools")
+
+# Firmware boot plus application start. OVMF reaches the application in a few
+# seconds under TCG on a loaded two-core machine; the margin is for CI.
+BOOT_TIMEOUT = float(os.environ.get("TARVIK_QEMU_BOOT_TIMEOUT", 120))
+EXIT_TIMEOUT = float(os.environ.get("TARVIK_QEMU_EXIT_TIMEOUT", 60))
+
+KEYS = {
+    "up": b"\x1b[A",
+    "down": b"\x1b[B",
+    "right": b"\x1b[C",
+    "left": b"\x1b[D",
+    "home": b"\x1b[H",
+    "end": b"\x1b[F",
+    "pgup": b"\x1b[I",
+    "pgdn": b"\x1b[G",
+    "f2": b"\x1b[N",
+    "f3": b"\x1b[O",
+    "esc": b"\x1b",
+    "enter": b"\r",
+    "tab": b"\t",
+    "space": b" ",
+}
+ESC_SETTLE = 2.5  # seconds after a lone ESC before the next byte
+
+_CSI = re.compile(r"\x1b\[([0-9;=?]*)([A-Za-z])")
+_CSI_PREFIX = re.compile(r"\x1b(\[[0-9;=?]{0,16})?$")  # a sequence cut short
+
+
+def strip_ansi(text):
+    """Text without escape sequences; a cursor move becomes a line break."""
+    return _CSI.sub(lambda m: "\n" if m.group(2) in "Hf" else "", text).replace("\x1b", "")
+
+
+def decode(data):
+    """Serial bytes as text: the firmware sends non-ASCII as code page 437."""
+    return data.decode("cp437")
+
+
+def make_image(out, efi, *extra):
+    subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi, *extra], check=True)
+
+
+def smbios_values():
+    """The SMBIOS values tools/qemu.sh gives the guest, e.g. SYSTEM_SERIAL."""
+    out = subprocess.run([os.path.join(TOOLS, "qemu.sh"), "--smbios"], check=True,
+                         capture_output=True, text=True).stdout
+    return dict(line.split("=", 1) for line in out.splitlines() if "=" in line)
+
+
+class Screen:
+    """The character grid a terminal would show after the serial output."""
+
+    def __init__(self, columns=100, rows=50):
+        self.columns, self.rows = columns, rows
+        self.clear()
+
+    def clear(self):
+        self.cells = [[" "] * self.columns for _ in range(self.rows)]
+        self.row = self.col = 0
+
+    def feed(self, text):
+        pos = 0
+        for m in _CSI.finditer(text):
+            self._put(text[pos:m.start()])
+            self._control(m.group(1), m.group(2))
+            pos = m.end()
+        self._put(text[pos:])
+
+    def _control(self, params, final):
+        if final in "Hf":
+            parts = [int(p) if p.isdigit() else 1 for p in (params.split(";") + ["1", "1"])[:2]]
+            self.row = min(max(parts[0], 1), self.rows) - 1
+            self.col = min(max(parts[1], 1), self.columns) - 1
+        elif final == "J" and params == "2":
+            self.clear()
+        elif final == "K":
+            for c in range(self.col, self.columns):
+                self.cells[self.row][c] = " "
+        # Colours (m) and modes (h, l) do not change the text.
+
+    def _put(self, text):
+        for ch in text:
+            if ch == "\r":
+                self.col = 0
+            elif ch == "\n":
+                self._line_feed()
+            elif ch == "\b":
+                self.col = max(self.col - 1, 0)
+            elif ch == "\x1b":
+                continue  # part of a sequence this grid does not know
+            else:
+                if self.col >= self.columns:
+                    self.col = 0
+                    self._line_feed()
+                self.cells[self.row][self.col] = ch
+                self.col += 1
+
+    def _line_feed(self):
+        if self.row + 1 < self.rows:
+            self.row += 1
+        else:
+            self.cells.pop(0)
+            self.cells.append([" "] * self.columns)
+
+    def line(self, row):
+        return "".join(self.cells[row]).rstrip()
+
+    def text(self):
+        return "\n".join(self.line(r) for r in range(self.rows)).rstrip("\n")
+
+
+class QemuError(AssertionError):
+    pass
+
+
+class QemuSession:
+    """One QEMU run of a disk image; use as a context manager.
+
+    with QemuSession(image) as q:
+        q.wait_for("Press any key to restart the machine.")
+        q.send_key("enter")
+        assert q.wait_exit() == 0
+    """
+
+    def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
+                 screen_size=(100, 50)):
+        cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
+        if memory is not None:
+            cmd += ["--memory", str(memory)]
+        if accel is not None:
+            cmd += ["--accel", accel]
+        for disk in disks:
+            cmd += ["--disk", disk]
+        cmd.append(image)
+        if qemu_args:
+            cmd += ["--", *qemu_args]
+        self.command = cmd
+        self.screen = Screen(*screen_size)
+        self._raw = bytearray()
+        self._text = []  # plain-text pieces of the serial output, in order
+        self._pending = ""
+        self._stderr = bytearray()
+        self._lock = threading.Condition()
+        self._mark = 0
+        self._esc_until = 0.0
+        self.proc = None
+        self.started_at = None
+
+    # ---- process ---------------------------------------------------------------
+    def start(self):
+        self.started_at = time.monotonic()
+        self.proc = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                     stderr=subprocess.PIPE)
+        self._readers = [threading.Thread(target=self._pump, args=(self.proc.stdout, self._raw), daemon=True),
+                         threading.Thread(target=self._pump, args=(self.proc.stderr, self._stderr), daemon=True)]
+        for t in self._readers:
+            t.start()
+        return self
+
+    def _pump(self, pipe, buf):
+        fd = pipe.fileno()
+        while True:
+            try:
+                chunk = os.read(fd, 65536)
+            except OSError:
+                chunk = b""
+            with self._lock:
+                if chunk:
+                    buf.extend(chunk)
+                    if buf is self._raw:
+                        self._take(decode(chunk))
+                self._lock.notify_all()
+            if not chunk:
+                return
+
+    def _take(self, text):
+        # An escape sequence may be split between two reads: hold back an
+        # unfinished one until the rest arrives.
+        text = self._pending + text
+        unfinished = _CSI_PREFIX.search(text)
+        if unfinished:
+            text, self._pending = text[:unfinished.start()], unfinished.group()
+        else:
+            self._pending = ""
+        self._text.append(strip_ansi(text))
+        self.screen.feed(text)
+
+    def close(self):
+        if self.proc and self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+        if self.proc:
+            for t in self._readers:
+                t.join(5)
+            for pipe in (self.proc.stdin, self.proc.stdout, self.proc.stderr):
+                try:
+                    pipe.close()
+                except OSError:
+                    pass  # the guest is gone; nothing left to flush
+
+    def __enter__(self):
+        return self.start()
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def elapsed(self):
+        return time.monotonic() - self.started_at
+
+    # ---- output ----------------------------------------------------------------
+    @property
+    def raw(self):
+        with self._lock:
+            return bytes(self._raw)
+
+    @property
+    def output(self):
+        """All serial output so far as plain text."""
+        with self._lock:
+            return self._joined()
+
+    def _joined(self):
+        if len(self._text) > 1:
+            self._text[:] = ["".join(self._text)]
+        return self._text[0] if self._text else ""
+
+    @property
+    def stderr(self):
+        with self._lock:
+            return decode(bytes(self._stderr))
+
+    def tail(self, chars=3000):
+        return self.output[-chars:]
+
+    def _failure(self, what):
+        status = self.proc.poll()
+        state = "still running" if status is None else f"exited with status {status}"
+        return QemuError(f"{what} (QEMU {state}, {self.elapsed():.1f} s)\n"
+                         f"--- last serial output ---\n{self.tail()}\n"
+                         f"--- QEMU stderr ---\n{self.stderr[-2000:]}")
+
+    def wait_for(self, text, timeout=BOOT_TIMEOUT):
+        """Waits until `text` appears in the output after the previous match;
+        returns the output from there up to and including the match."""
+        deadline = time.monotonic() + timeout
+        with self._lock:
+            while True:
+                out = self._joined()
+                found = out.find(text, self._mark)
+                if found >= 0:
+                    start, self._mark = self._mark, found + len(text)
+                    return out[start:self._mark]
+                if b"KVM internal error" in self._stderr:
+                    raise self._failure("KVM cannot run this guest; set TARVIK_QEMU_ACCEL=tcg")
+                left = deadline - time.monotonic()
+                if self.proc.poll() is not None and not any(t.is_alive() for t in self._readers):
+                    raise self._failure(f"QEMU ended before {text!r} appeared")
+                if left <= 0:
+                    raise self._failure(f"{text!r} did not appear within {timeout:.0f} s")
+                self._lock.wait(min(left, 0.5))
+
+    # ---- input -----------------------------------------------------------------
+    def send(self, data):
+        if isinstance(data, str):
+            data = data.encode("latin-1")
+        wait = self._esc_until - time.monotonic()
+        if wait > 0:
+            time.sleep(wait)
+        self.proc.stdin.write(data)
+        self.proc.stdin.flush()
+
+    def send_key(self, *names, gap=0.1):
+        """Sends keys by name (KEYS) or single characters, in order."""
+        for name in names:
+            self.send(KEYS.get(name.lower(), name) if len(name) > 1 else name)
+            if name.lower() == "esc":
+                self._esc_until = time.monotonic() + ESC_SETTLE
+            else:
+                time.sleep(gap)
+
+    def wait_exit(self, timeout=EXIT_TIMEOUT):
+        """Waits for QEMU to end by itself; returns its exit status."""
+        try:
+            return self.proc.wait(timeout)
+        except subprocess.TimeoutExpired:
+            raise self._failure(f"QEMU did not exit within {timeout:.0f} s") from None
