@@ -306,7 +306,7 @@ UINTN FormatV(CHAR16* Buffer, UINTN Capacity, const CHAR16* Format, VA_LIST Args
         Out.Put(u'%');
         break;
       default:
-        // Not a conversion: the specification is written as it stands and the
+        // Not a conversion: the directive is written as it stands and the
         // character after it (or the end of the format) is taken as text.
         for (const CHAR16* Literal = Start; Literal < Cursor; ++Literal) Out.Put(*Literal);
         continue;

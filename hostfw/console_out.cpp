@@ -5,6 +5,7 @@
 
 #include "hostfw/machine.h"
 #include "hostfw/terminal.h"
+#include "hostfw/utf8.h"
 
 namespace hostfw {
 namespace {
@@ -13,26 +14,6 @@ constexpr uint8_t kDefaultAttribute = EFI_TEXT_ATTR(EFI_LIGHTGRAY, EFI_BLACK);
 // A cell the terminal is known not to show, so that it is drawn.
 constexpr ConsoleOut::Cell kUnknownCell{0xFFFF, 0xFF};
 
-void append_utf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
-
-bool is_high_surrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool is_low_surrogate(char16_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
 // Firmware consoles hold TPL_NOTIFY while they work, so timer notifications
 // never run inside them. The screen is brought to the terminal (when there
@@ -196,16 +177,9 @@ EFI_STATUS ConsoleOut::output_string(const CHAR16* text) {
   if (text == nullptr) return EFI_INVALID_PARAMETER;
   Operation op(machine_.events(), this);
   EFI_STATUS status = EFI_SUCCESS;
+  transcript_ += utf8_from_utf16(text);
   for (const CHAR16* p = text; *p != 0; ++p) {
     const char16_t ch = *p;
-    if (is_high_surrogate(ch) && is_low_surrogate(p[1])) {
-      append_utf8(transcript_, 0x10000 + ((static_cast<char32_t>(ch) - 0xD800) << 10) + (p[1] - 0xDC00));
-    } else if (is_low_surrogate(ch) && p > text && is_high_surrogate(p[-1])) {
-      // the second half of a pair, already in the transcript
-    } else {
-      append_utf8(transcript_, is_high_surrogate(ch) || is_low_surrogate(ch) ? char32_t{0xFFFD} : char32_t{ch});
-    }
-
     switch (ch) {
       case u'\r':
         mode_.CursorColumn = 0;

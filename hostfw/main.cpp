@@ -11,6 +11,7 @@
 #include "core/status_text.h"
 #include "hostfw/console_out.h"
 #include "hostfw/machine.h"
+#include "hostfw/utf8.h"
 
 extern "C" EFIAPI EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
 
@@ -40,12 +41,6 @@ std::string read_file(const std::string& path) {
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
-}
-
-std::string narrow(const CHAR16* text) {
-  std::string out;
-  for (; *text != 0; ++text) out.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
-  return out;
 }
 
 }  // namespace
@@ -126,11 +121,11 @@ int main(int argc, char** argv) {
   switch (result.end) {
     case End::Reset:
       code = result.reset_type == EfiResetCold && result.status == EFI_SUCCESS ? 0 : 1;
-      if (code != 0) std::cerr << "tarvik: reset with status " << narrow(tarvik::StatusToString(result.status)) << "\n";
+      if (code != 0) std::cerr << "tarvik: reset with status " << hostfw::utf8_from_utf16(tarvik::StatusToString(result.status)) << "\n";
       break;
     case End::Returned:
       std::cerr << "tarvik: the application returned to the firmware: "
-                << narrow(tarvik::StatusToString(result.status)) << "\n";
+                << hostfw::utf8_from_utf16(tarvik::StatusToString(result.status)) << "\n";
       code = 3;
       break;
     case End::Stuck:

@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "hostfw/utf8.h"
+
 namespace testing_support {
 
 TestMachine::TestMachine(const std::string& key_script, hostfw::Profile* profile) {
@@ -36,22 +38,6 @@ TestMachine::~TestMachine() {
 
 std::string TestMachine::transcript() const { return machine_->console().transcript(); }
 
-std::string utf8(const CHAR16* text) {
-  std::string out;
-  for (; *text != 0; ++text) {
-    const char32_t c = *text;
-    if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
-  }
-  return out;
-}
+std::string utf8(const CHAR16* text) { return hostfw::utf8_from_utf16(text); }
 
 }  // namespace testing_support
