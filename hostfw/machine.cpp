@@ -134,11 +134,13 @@ void Machine::input_polled(bool more_input_possible) {
     return;
   }
   if (now - waiting_since_ns_ >= options_.idle_limit_ns) {
-    RunResult stuck;
-    stuck.end = RunResult::End::Stuck;
-    stuck.status = EFI_TIMEOUT;
-    stuck.reason = "the application kept waiting for a key after the key script had ended";
-    end_run(stuck);
+    // Built in a member: ending the run jumps over this frame, so nothing
+    // here may own memory.
+    stuck_ = RunResult{};
+    stuck_.end = RunResult::End::Stuck;
+    stuck_.status = EFI_TIMEOUT;
+    stuck_.reason = "the application kept waiting for a key after the key script had ended";
+    end_run(stuck_);
   }
 }
 

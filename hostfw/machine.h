@@ -104,7 +104,9 @@ class Machine {
   void input_polled(bool more_input_possible);
 
   // Ends the current run: ResetSystem, or a run that cannot continue.
-  // Returns normally when no run is in progress.
+  // Returns normally when no run is in progress. It jumps back into run()
+  // over every frame in between, as a reset does: callers must not hold
+  // anything that needs destroying, and result must outlive the jump.
   void end_run(const RunResult& result);
 
   // The watchdog as the application last set it (seconds, 0 = disabled).
@@ -144,6 +146,7 @@ class Machine {
   RunResult last_reset_;
   bool running_ = false;
   RunResult ending_;
+  RunResult stuck_;
   sigjmp_buf run_exit_;
   bool waiting_without_input_ = false;
   uint64_t waiting_since_ns_ = 0;
