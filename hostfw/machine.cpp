@@ -40,21 +40,26 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
   fill_boot_services(boot_services_);
   fill_runtime_services(runtime_services_);
 
-  clock_ = std::make_unique<Clock>(options_.virtual_clock, profile_.clock_start);
-  events_ = std::make_unique<Events>(*clock_);
-  memory_ = std::make_unique<Memory>(profile_.memory_mib, faults_);
-  images_ = std::make_unique<Images>(*this);
-  if (options_.use_terminal) terminal_ = Terminal::open();
-  console_ = std::make_unique<ConsoleOut>(*this, profile_.console_modes, terminal_.get());
-  keyboard_ = std::make_unique<Keyboard>(*this, terminal_.get(), options_.key_script);
-  smbios_ = std::make_unique<SmbiosTables>(profile_);
-  volumes_ = std::make_unique<Volumes>(*this, profile_.volumes);
+  try {
+    clock_ = std::make_unique<Clock>(options_.virtual_clock, profile_.clock_start);
+    events_ = std::make_unique<Events>(*clock_);
+    memory_ = std::make_unique<Memory>(profile_.memory_mib, faults_);
+    images_ = std::make_unique<Images>(*this);
+    if (options_.use_terminal) terminal_ = Terminal::open();
+    console_ = std::make_unique<ConsoleOut>(*this, profile_.console_modes, terminal_.get());
+    keyboard_ = std::make_unique<Keyboard>(*this, terminal_.get(), options_.key_script);
+    smbios_ = std::make_unique<SmbiosTables>(profile_);
+    volumes_ = std::make_unique<Volumes>(*this, profile_.volumes);
 
-  build_system_table();
-  // The application was loaded from the first volume, the boot device.
-  image_handle_ = images_->create(nullptr, volumes_->count() > 0 ? volumes_->handle(0) : nullptr, nullptr);
+    build_system_table();
+    // The application was loaded from the first volume, the boot device.
+    image_handle_ = images_->create(nullptr, volumes_->count() > 0 ? volumes_->handle(0) : nullptr, nullptr);
 
-  if (!options_.virtual_clock) interrupts_ = std::make_unique<Interrupts>(*events_);
+    if (!options_.virtual_clock) interrupts_ = std::make_unique<Interrupts>(*events_);
+  } catch (...) {
+    g_current = nullptr;  // a machine that failed to build is not current
+    throw;
+  }
 }
 
 Machine::~Machine() {

@@ -150,13 +150,17 @@ std::vector<BadSectorRange> parse_bad_sectors(const Reader& r, const std::string
   for (const std::string& item : split_list(text)) {
     BadSectorRange range;
     const size_t dash = item.find('-');
-    try {
-      size_t used = 0;
-      range.first = std::stoull(item.substr(0, dash), &used);
-      range.last = dash == std::string::npos ? range.first : std::stoull(item.substr(dash + 1));
-    } catch (const std::exception&) {
+    const std::string first = trim(item.substr(0, dash));
+    const std::string last = dash == std::string::npos ? first : trim(item.substr(dash + 1));
+    // Digits only: stoull alone would take "1000x" as 1000 and wrap "-3" around.
+    auto lba = [](const std::string& t) {
+      return !t.empty() && t.size() <= 19 &&
+             std::all_of(t.begin(), t.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+    };
+    if (!lba(first) || !lba(last))
       r.fail(line, "bad_sectors lists LBAs or ranges such as 1000, 2000-2010; \"" + item + "\" is neither");
-    }
+    range.first = std::stoull(first);
+    range.last = std::stoull(last);
     if (range.last < range.first) r.fail(line, "the range " + item + " ends before it starts");
     out.push_back(range);
   }

@@ -94,3 +94,20 @@ TEST_F(Program, ReportsARunThatCannotGoOn) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(MachineBuild, AMachineThatFailsToBuildLeavesRoomForTheNext) {
+  const auto dir = std::filesystem::temp_directory_path() / ("tarvik-build-" + std::to_string(getpid()));
+  hostfw::Options options;
+  options.virtual_clock = true;
+  options.key_script = "key NoSuchKey";
+  EXPECT_THROW(hostfw::Machine(hostfw::default_profile(dir.string()), options), std::invalid_argument);
+  EXPECT_FALSE(hostfw::Machine::exists());
+  options.key_script.clear();
+  hostfw::Machine machine(hostfw::default_profile(dir.string()), options);
+  EXPECT_TRUE(hostfw::Machine::exists());
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
