@@ -54,7 +54,7 @@ class Reader {
   uint64_t number(const Section& s, const std::string& key, uint64_t min, uint64_t max) const {
     const auto& [text, line] = s.values.at(key);
     uint64_t value = 0;
-    if (text.empty() || text.size() > 19 || !std::all_of(text.begin(), text.end(), ::isdigit))
+    if (text.empty() || text.size() > 19 || !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; }))
       fail(line, key + " must be a whole number, not \"" + text + "\"");
     value = std::stoull(text);
     if (value < min || value > max)
@@ -124,7 +124,7 @@ void parse_uuid(const Reader& r, const std::string& text, int line, uint8_t out[
   std::string hex;
   for (char c : text)
     if (c != '-') hex.push_back(c);
-  if (hex.size() != 32 || !std::all_of(hex.begin(), hex.end(), ::isxdigit))
+  if (hex.size() != 32 || !std::all_of(hex.begin(), hex.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }))
     r.fail(line, "uuid must be 32 hexadecimal digits, not \"" + text + "\"");
   for (int i = 0; i < 16; ++i) out[i] = static_cast<uint8_t>(std::stoi(hex.substr(i * 2, 2), nullptr, 16));
 }

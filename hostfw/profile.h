@@ -69,7 +69,7 @@ struct VolumeInfo {  // a FAT volume, backed by a host directory
 
 struct Profile {
   std::string name;
-  std::string source;  // the file it came from, or "<embedded default>"
+  std::string source;  // the file it came from, or "<embedded default machine>"
   uint64_t memory_mib = 256;
   std::vector<ConsoleModeSize> console_modes;  // mode 0 first; at least 80x25
   WallClockStart clock_start;
