@@ -3,50 +3,20 @@
 // written past the buffer, whatever the format and arguments.
 #include "core/format.h"
 
+#include "core/status_text.h"
+
 namespace tarvik {
 namespace {
 
-// %r texts, by status number. Null marks a number that has no name; the
-// formatter then prints the value in hexadecimal.
-constexpr const CHAR16* ErrorNames[] = {
-    nullptr,  // 0 with the error bit set is not a status
-    u"Load Error",
-    u"Invalid Parameter",
-    u"Unsupported",
-    u"Bad Buffer Size",
-    u"Buffer Too Small",
-    u"Not Ready",
-    u"Device Error",
-    u"Write Protected",
-    u"Out of Resources",
-    u"Volume Corrupt",
-    u"Volume Full",
-    u"No Media",
-    u"Media changed",
-    u"Not Found",
-    u"Access Denied",
-    u"No Response",
-    u"No mapping",
-    u"Time out",
-    u"Not started",
-    u"Already started",
-    u"Aborted",
-    u"ICMP Error",
-    u"TFTP Error",
-    u"Protocol Error",
-    u"Incompatible Version",
-    u"Security Violation",
-    u"CRC Error",
-    u"End of Media",
-    nullptr,  // 29
-    nullptr,  // 30
-    u"End of File",
-    u"Invalid Language",
-    u"Compromised Data",
-    u"IP Address Conflict",
-    u"HTTP Error",
+// %r names the errors the shared status texts name (1 to 32 but for the
+// two unassigned numbers 29 and 30) with those texts, and these beyond them.
+// A number without a name is printed in hexadecimal.
+constexpr const CHAR16* LaterErrorNames[] = {
+    u"Compromised Data",     // 33
+    u"IP Address Conflict",  // 34
+    u"HTTP Error",           // 35
 };
-static_assert(sizeof(ErrorNames) / sizeof(ErrorNames[0]) == 36);
+constexpr UINT64 FirstLaterError = 33;
 
 constexpr const CHAR16* WarningNames[] = {
     u"Success",
@@ -180,8 +150,11 @@ void PutFixedHex(Output& Out, const Spec& Format, UINT64 Value, bool Prefix) {
 
 const CHAR16* StatusName(EFI_STATUS Status) {
   if ((Status & EFI_ERROR_BIT) != 0) {
-    UINT64 Code = Status & ~EFI_ERROR_BIT;
-    return Code < sizeof(ErrorNames) / sizeof(ErrorNames[0]) ? ErrorNames[Code] : nullptr;
+    const UINT64 Code = Status & ~EFI_ERROR_BIT;
+    if (Code == 0 || Code == 29 || Code == 30) return nullptr;
+    if (Code < FirstLaterError) return StatusToString(Status);
+    const UINT64 Later = Code - FirstLaterError;
+    return Later < sizeof(LaterErrorNames) / sizeof(LaterErrorNames[0]) ? LaterErrorNames[Later] : nullptr;
   }
   return Status < sizeof(WarningNames) / sizeof(WarningNames[0]) ? WarningNames[Status] : nullptr;
 }

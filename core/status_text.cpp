@@ -1,6 +1,5 @@
-// English texts of status values for the shared services. These are the
-// texts shown to the user by the application's own messages; they are not
-// the formatter's %r names and differ from them in places.
+// English texts of status values for the shared services. The formatter's
+// %r names most errors with these texts too.
 #include "core/status_text.h"
 
 namespace tarvik {
