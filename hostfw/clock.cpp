@@ -17,7 +17,9 @@ int64_t days_from_civil(int64_t y, unsigned m, unsigned d) {
   return era * 146097 + static_cast<int64_t>(doe) - 719468;
 }
 
-EFI_TIME from_tm(const std::tm& tm, uint32_t nanosecond) {
+}  // namespace
+
+EFI_TIME efi_time_from_tm(const std::tm& tm, uint32_t nanosecond) {
   EFI_TIME t{};
   t.Year = static_cast<UINT16>(tm.tm_year + 1900);
   t.Month = static_cast<UINT8>(tm.tm_mon + 1);
@@ -30,8 +32,6 @@ EFI_TIME from_tm(const std::tm& tm, uint32_t nanosecond) {
   t.Daylight = 0;
   return t;
 }
-
-}  // namespace
 
 uint64_t host_monotonic_ns() {
   timespec ts;
@@ -65,7 +65,7 @@ EFI_TIME Clock::wall_time() const {
     clock_gettime(CLOCK_REALTIME, &ts);
     std::tm tm{};
     localtime_r(&ts.tv_sec, &tm);
-    return from_tm(tm, static_cast<uint32_t>(ts.tv_nsec));
+    return efi_time_from_tm(tm, static_cast<uint32_t>(ts.tv_nsec));
   }
   const uint64_t now = now_ns();
   const int64_t start_seconds =
@@ -74,7 +74,7 @@ EFI_TIME Clock::wall_time() const {
   const time_t seconds = static_cast<time_t>(start_seconds + static_cast<int64_t>(now / kNsPerSecond));
   std::tm tm{};
   gmtime_r(&seconds, &tm);
-  return from_tm(tm, static_cast<uint32_t>(now % kNsPerSecond));
+  return efi_time_from_tm(tm, static_cast<uint32_t>(now % kNsPerSecond));
 }
 
 }  // namespace hostfw

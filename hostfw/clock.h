@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 
 #include "efi/efi.h"
 #include "hostfw/profile.h"
@@ -31,6 +32,9 @@ class Clock {
   uint64_t real_origin_ns_ = 0;
   std::atomic<uint64_t> virtual_ns_{0};
 };
+
+// A broken-down host time as firmware reports it (time zone unspecified).
+EFI_TIME efi_time_from_tm(const std::tm& tm, uint32_t nanosecond);
 
 // Host monotonic time in nanoseconds.
 uint64_t host_monotonic_ns();

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fstream>
 
+#include "hostfw/clock.h"
 #include "hostfw/events.h"
 #include "hostfw/machine.h"
 
@@ -116,15 +117,7 @@ uint64_t bytes_used(const fs::path& root) {
 EFI_TIME to_efi_time(time_t seconds) {
   std::tm tm{};
   localtime_r(&seconds, &tm);
-  EFI_TIME t{};
-  t.Year = static_cast<UINT16>(tm.tm_year + 1900);
-  t.Month = static_cast<UINT8>(tm.tm_mon + 1);
-  t.Day = static_cast<UINT8>(tm.tm_mday);
-  t.Hour = static_cast<UINT8>(tm.tm_hour);
-  t.Minute = static_cast<UINT8>(tm.tm_min);
-  t.Second = static_cast<UINT8>(tm.tm_sec);
-  t.TimeZone = EFI_UNSPECIFIED_TIMEZONE;
-  return t;
+  return efi_time_from_tm(tm, 0);
 }
 
 // Fills an EFI_FILE_INFO for a host file; BUFFER_TOO_SMALL tells the size needed.
