@@ -27,6 +27,7 @@ class Terminal;
 class SmbiosTables;
 class Volumes;
 class Interrupts;
+class AtaController;
 
 struct Options {
   // Time advances only through Stall and waiting, so that a run gives the
@@ -92,6 +93,7 @@ class Machine {
   Faults& faults() { return faults_; }
   Images& images() { return *images_; }
   Volumes* volumes() { return volumes_.get(); }  // null before they exist
+  AtaController* ata() { return ata_.get(); }     // null before it exists
   const SmbiosTables& smbios() const { return *smbios_; }
 
   // Called while the application waits (WaitForEvent): reads input, runs the
@@ -129,6 +131,7 @@ class Machine {
   std::unique_ptr<Keyboard> keyboard_;
   std::unique_ptr<SmbiosTables> smbios_;
   std::unique_ptr<Volumes> volumes_;
+  std::unique_ptr<AtaController> ata_;
   std::unique_ptr<Images> images_;
   std::unique_ptr<Interrupts> interrupts_;
   Faults faults_;

@@ -262,6 +262,11 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
                [&](const std::string&) { d.sectors = r.number(s, "size_gib", 1, 1u << 20) * 2097152ull; }},
               {"rotation_rpm", [&](const std::string&) { d.rotation_rpm = r.number(s, "rotation_rpm", 0, 65535); }},
               {"smart", text(smart)},
+              {"temperature_c",
+               [&](const std::string&) { d.temperature_c = static_cast<uint8_t>(r.number(s, "temperature_c", 0, 90)); }},
+              {"power_on_hours",
+               [&](const std::string&) { d.power_on_hours = static_cast<uint32_t>(r.number(s, "power_on_hours", 0, 60000)); }},
+              {"smart_enabled", [&](const std::string&) { d.smart_enabled = r.flag(s, "smart_enabled"); }},
               {"bad_sectors",
                [&](const std::string& v) { d.bad_sectors = parse_bad_sectors(r, v, s.values.at("bad_sectors").second); }}},
              {"port", "model", "serial"});

@@ -57,6 +57,9 @@ struct DriveInfo {  // an ATA drive behind the AHCI controller
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
   bool smart_failing = false;
   std::vector<BadSectorRange> bad_sectors;
+  uint8_t temperature_c = 35;   // SMART attribute 194
+  uint32_t power_on_hours = 0;  // SMART attribute 9 when the machine starts
+  bool smart_enabled = true;    // SMART operations enabled at power-on
 };
 
 struct VolumeInfo {  // a FAT volume, backed by a host directory
