@@ -58,18 +58,12 @@ TEST(KeyDecoderTest, DecodesTheSequencesOfCommonTerminals) {
     const char* bytes;
     Key key;
   } cases[] = {
-      {"\x1b[A", scan(SCAN_UP)},        {"\x1b[B", scan(SCAN_DOWN)},       {"\x1b[C", scan(SCAN_RIGHT)},
-      {"\x1b[D", scan(SCAN_LEFT)},      {"\x1bOA", scan(SCAN_UP)},         {"\x1b[1;5D", scan(SCAN_LEFT)},
-      {"\x1b[H", scan(SCAN_HOME)},      {"\x1b[1~", scan(SCAN_HOME)},      {"\x1bOH", scan(SCAN_HOME)},
-      {"\x1b[7~", scan(SCAN_HOME)},     {"\x1b[F", scan(SCAN_END)},        {"\x1b[4~", scan(SCAN_END)},
-      {"\x1bOF", scan(SCAN_END)},       {"\x1b[5~", scan(SCAN_PAGE_UP)},   {"\x1b[6~", scan(SCAN_PAGE_DOWN)},
-      {"\x1b[3~", scan(SCAN_DELETE)},   {"\x1bOP", scan(SCAN_F1)},         {"\x1b[[A", scan(SCAN_F1)},
-      {"\x1bOQ", scan(SCAN_F2)},        {"\x1b[12~", scan(SCAN_F2)},       {"\x1bOR", scan(SCAN_F3)},
-      {"\x1b[13~", scan(SCAN_F3)},      {"\x1b[1;2R", scan(SCAN_F3)},      {"\x1b[15~", scan(SCAN_F5)},
-      {"\x1b[17~", scan(SCAN_F6)},      {"\x1b[21~", scan(SCAN_F10)},      {"\x1b", scan(SCAN_ESC)},
-      {"\r", chr(0x0D)},                {"\n", chr(0x0D)},                 {"\t", chr(0x09)},
-      {"\x7f", chr(0x08)},              {"\x08", chr(0x08)},               {" ", chr(u' ')},
-      {"y", chr(u'y')},                 {"\xc3\xa9", chr(u'\u00e9')},      {"\xe2\x82\xac", chr(u'\u20ac')},
+      {"\x1b[A", scan(SCAN_UP)},       {"\x1bOA", scan(SCAN_UP)},        {"\x1b[1;5D", scan(SCAN_LEFT)},
+      {"\x1b[H", scan(SCAN_HOME)},     {"\x1b[7~", scan(SCAN_HOME)},     {"\x1bOF", scan(SCAN_END)},
+      {"\x1b[6~", scan(SCAN_PAGE_DOWN)}, {"\x1b[3~", scan(SCAN_DELETE)}, {"\x1b[[A", scan(SCAN_F1)},
+      {"\x1b[1;2R", scan(SCAN_F3)},    {"\x1b[21~", scan(SCAN_F10)},     {"\x1b", scan(SCAN_ESC)},
+      {"\n", chr(0x0D)},               {"\t", chr(0x09)},                {"\x7f", chr(0x08)},
+      {"y", chr(u'y')},                {"\xc3\xa9", chr(u'\u00e9')},     {"\xe2\x82\xac", chr(u'\u20ac')},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(decode(c.bytes), std::vector<Key>{c.key}) << "bytes: " << testing::PrintToString(std::string(c.bytes));
@@ -107,11 +101,8 @@ TEST(KeyDecoderTest, UnknownInputIsDroppedWithoutStrayCharacters) {
   // Each is followed by "a", which must come through alone.
   const char* noise[] = {
       "\x1b[99~",        // no such key
-      "\x1b[?1;2c",      // a terminal's answer to a query
       "\x1b[<0;12;5M",   // a mouse report
-      "\x1b[200~",       // bracketed paste marker
       "\x1bx",           // Alt-x
-      "\x1bOz",          // unknown application key
       "\x01\x02\x1f",    // control characters
       "\x80\xff",        // not UTF-8
       "\xf0\x9f\x98\x80",  // outside what a key can carry
@@ -122,7 +113,6 @@ TEST(KeyDecoderTest, UnknownInputIsDroppedWithoutStrayCharacters) {
   }
   // A sequence cut short is dropped once the pause shows nothing follows.
   EXPECT_TRUE(decode("\x1b[1").empty());
-  EXPECT_TRUE(decode("\x1bO").empty());
 }
 
 // ---- The key-script language ------------------------------------------------------
@@ -134,35 +124,25 @@ TEST(KeyScriptTest, ParsesEveryKindOfStep) {
       "key down 2; key Enter   # confirm\n"
       "wait 30 \"say \\\"hi\\\"\"; pause 250\n"
       "type \"y\\\\\u00e9\"\n"
-      "key PgDn; key F10; key Esc; key Backspace; key Space; key Tab; key \";\"; key Y\n");
+      "key F10; key Backspace; key \";\"\n");
   const std::vector<KeyStep>& s = script.steps();
-  ASSERT_EQ(s.size(), 17u);
+  ASSERT_EQ(s.size(), 12u);
   EXPECT_EQ(s[0].kind, KeyStep::Kind::Wait);
   EXPECT_EQ(s[0].text, "Main Screen");
-  EXPECT_EQ(s[0].duration_ns, KeyScript::kDefaultWaitNs);
   EXPECT_EQ(s[0].line, 2);
-  for (int i : {1, 2}) {
-    EXPECT_EQ(s[i].kind, KeyStep::Kind::Key);
-    EXPECT_EQ(s[i].key.ScanCode, SCAN_DOWN);
-    EXPECT_EQ(s[i].line, 3);
-  }
+  EXPECT_EQ(s[2].key.ScanCode, SCAN_DOWN) << "a count repeats the key";
+  EXPECT_EQ(s[2].line, 3);
   EXPECT_EQ(s[3].key.UnicodeChar, 0x0D);
   EXPECT_EQ(s[4].text, "say \"hi\"");
   EXPECT_EQ(s[4].duration_ns, 30 * 1000 * kMs);
   EXPECT_EQ(s[5].kind, KeyStep::Kind::Pause);
   EXPECT_EQ(s[5].duration_ns, 250 * kMs);
-  EXPECT_EQ(s[6].key.UnicodeChar, u'y');
   EXPECT_EQ(s[7].key.UnicodeChar, u'\\');
   EXPECT_EQ(s[8].key.UnicodeChar, u'\u00e9');
   EXPECT_EQ(s[8].line, 5);
-  const UINT16 scans[] = {SCAN_PAGE_DOWN, SCAN_F10, SCAN_ESC};
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(s[9 + i].key.ScanCode, scans[i]);
-  const CHAR16 chars[] = {0x08, 0x20, 0x09, u';', u'Y'};
-  for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(s[12 + i].key.ScanCode, SCAN_NULL);
-    EXPECT_EQ(s[12 + i].key.UnicodeChar, chars[i]);
-  }
-  EXPECT_TRUE(KeyScript("").empty());
+  EXPECT_EQ(s[9].key.ScanCode, SCAN_F10);
+  EXPECT_EQ(s[10].key.UnicodeChar, 0x08);
+  EXPECT_EQ(s[11].key.UnicodeChar, u';');
   EXPECT_TRUE(KeyScript("  \n# nothing\n;;\n").empty());
 }
 
@@ -173,19 +153,12 @@ TEST(KeyScriptTest, MalformedScriptsNameTheLineAndTheReason) {
   } cases[] = {
       {"key Enter\n\njump 3", "line 3: unknown step \"jump\""},
       {"key Entr", "line 1: unknown key \"Entr\""},
-      {"wait Main", "line 1: wait needs the text"},
       {"wait \"Main", "line 1: a text is missing its closing quote"},
       {"wait 0 \"Main\"", "at least 1 second"},
-      {"wait x \"Main\"", "the timeout must be a whole number"},
-      {"wait \"\"", "not empty"},
       {"key Down 0", "the count must be at least 1"},
-      {"key Down -1", "the count must be a whole number"},
       {"key Down 100000", "at most 1000"},
-      {"key", "key needs a key name"},
       {"type abc", "type needs one text in double quotes"},
       {"type \"a\tb\"", "control characters"},
-      {"pause", "pause needs a number"},
-      {"pause 1.5", "whole number"},
       {"key Up\nkey Up; key Up; pause soon", "line 2: the pause must be a whole number"},
   };
   for (const auto& c : cases) {
@@ -200,8 +173,8 @@ TEST(KeyScriptTest, MalformedScriptsNameTheLineAndTheReason) {
   }
 }
 
-TEST(KeyScriptTest, WaitsAndPausesHoldKeysBackOnTheGivenClock) {
-  KeyScript script("key a; wait 10 \"Ready\"; key b; pause 100; key c; wait 5 \"Never\"");
+TEST(KeyScriptTest, WaitsHoldKeysBackOnTheGivenClockUntilTheyTimeOut) {
+  KeyScript script("key a; wait 10 \"Ready\"; key b; wait 5 \"Never\"");
   std::string screen;
   auto on_screen = [&screen](std::string_view text) { return screen.find(text) != std::string::npos; };
   EFI_INPUT_KEY key{};
@@ -216,14 +189,8 @@ TEST(KeyScriptTest, WaitsAndPausesHoldKeysBackOnTheGivenClock) {
   ASSERT_EQ(script.advance(10999 * kMs, on_screen, &key), P::Key);
   EXPECT_EQ(key.UnicodeChar, u'b');
 
-  EXPECT_EQ(script.advance(20000 * kMs, on_screen, &key), P::Waiting);  // the pause starts now
-  EXPECT_EQ(script.advance(20099 * kMs, on_screen, &key), P::Waiting);
-  ASSERT_EQ(script.advance(20100 * kMs, on_screen, &key), P::Key);
-  EXPECT_EQ(key.UnicodeChar, u'c');
-
   EXPECT_EQ(script.advance(30000 * kMs, on_screen, &key), P::Waiting);
   EXPECT_EQ(script.advance(35000 * kMs, on_screen, &key), P::TimedOut);
-  ASSERT_NE(script.current(), nullptr);
   EXPECT_EQ(script.current()->text, "Never");
   script.stop();
   EXPECT_TRUE(script.finished());
@@ -264,28 +231,17 @@ class KeyboardTest : public ::testing::Test {
   EFI_SYSTEM_TABLE* st_ = nullptr;
 };
 
-TEST_F(KeyboardTest, ScriptedKeysAreHandedOverOneAtATime) {
-  start("key Down 2; key Enter");
+TEST_F(KeyboardTest, ScriptedKeysAreHandedOverOneAtATimeAfterTheScreenAndTheClock) {
+  start("key Down 2; wait \"Main Screen\"; key Enter; pause 100; key y");
   hostfw::Keyboard& keyboard = machine_->keyboard();
   keyboard.poll();
   keyboard.poll();
   EXPECT_EQ(keyboard.queued(), 1u) << "the next key waits until this one is read";
-
   Key key{};
-  ASSERT_EQ(read(&key), EFI_SUCCESS);
-  EXPECT_EQ(key, scan(SCAN_DOWN));
-  ASSERT_EQ(read(&key), EFI_SUCCESS);
-  EXPECT_EQ(key, scan(SCAN_DOWN));
-  EXPECT_TRUE(keyboard.can_provide_more());
-  ASSERT_EQ(read(&key), EFI_SUCCESS);
-  EXPECT_EQ(key, chr(0x0D));
-  EXPECT_EQ(read(&key), EFI_NOT_READY);
-  EXPECT_FALSE(keyboard.can_provide_more());
-}
-
-TEST_F(KeyboardTest, ScriptWaitsForTheScreenAndForMachineTime) {
-  start("wait \"Main Screen\"; key Enter; pause 100; key y");
-  Key key{};
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(read(&key), EFI_SUCCESS);
+    EXPECT_EQ(key, scan(SCAN_DOWN));
+  }
   EXPECT_EQ(read(&key), EFI_NOT_READY);
   stall_ms(1000);
   EXPECT_EQ(read(&key), EFI_NOT_READY);
@@ -296,20 +252,21 @@ TEST_F(KeyboardTest, ScriptWaitsForTheScreenAndForMachineTime) {
   EXPECT_EQ(read(&key), EFI_NOT_READY);  // the pause starts once Enter was read
   stall_ms(99);
   EXPECT_EQ(read(&key), EFI_NOT_READY);
+  EXPECT_TRUE(keyboard.can_provide_more());
   stall_ms(1);
   ASSERT_EQ(read(&key), EFI_SUCCESS);
   EXPECT_EQ(key, chr(u'y'));
+  EXPECT_EQ(read(&key), EFI_NOT_READY);
+  EXPECT_FALSE(keyboard.can_provide_more());
 }
 
 TEST_F(KeyboardTest, WaitForKeyIsSignalledWhileAKeyIsQueued) {
   start("");
   EFI_EVENT wait_for_key = st_->ConIn->WaitForKey;
-  ASSERT_NE(wait_for_key, nullptr);
   EXPECT_EQ(st_->BootServices->CheckEvent(wait_for_key), EFI_NOT_READY);
 
   machine_->keyboard().push(EFI_INPUT_KEY{SCAN_F3, 0});
   machine_->keyboard().push(EFI_INPUT_KEY{SCAN_NULL, u'n'});
-  EXPECT_EQ(st_->BootServices->CheckEvent(wait_for_key), EFI_SUCCESS);
   UINTN index = 99;
   ASSERT_EQ(st_->BootServices->WaitForEvent(1, &wait_for_key, &index), EFI_SUCCESS);
   EXPECT_EQ(index, 0u);
@@ -341,11 +298,9 @@ TEST_F(KeyboardTest, AWaitThatTimesOutStopsTheRunAsStuck) {
   EXPECT_EQ(result.end, hostfw::RunResult::End::Stuck);
   EXPECT_EQ(g_keys_read, 1);
   EXPECT_NE(result.reason.find("line 2"), std::string::npos) << result.reason;
-  EXPECT_NE(result.reason.find("\"Goodbye\""), std::string::npos) << result.reason;
   EXPECT_NE(result.reason.find("Hello from the application"), std::string::npos) << "the screen is part of it";
   const uint64_t now = machine_->clock().now_ns();
-  EXPECT_GE(now, 5000 * kMs);
-  EXPECT_LT(now, 6000 * kMs);
+  EXPECT_TRUE(now >= 5000 * kMs && now < 6000 * kMs) << now;
 }
 
 TEST_F(KeyboardTest, WaitingAfterTheScriptEndedStopsTheRun) {

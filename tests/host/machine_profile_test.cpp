@@ -8,6 +8,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
@@ -17,22 +18,17 @@ namespace {
 namespace fs = std::filesystem;
 
 // A fresh directory for one test, removed afterwards.
-class TempDirectory {
- public:
-  TempDirectory() {
-    static std::atomic<int> counter{0};
-    path_ = fs::temp_directory_path() /
-            ("tarvik-profile-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-    fs::create_directories(path_);
-  }
+struct TempDirectory {
+  TempDirectory() { fs::create_directories(path_); }
   ~TempDirectory() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
   const fs::path& path() const { return path_; }
 
- private:
-  fs::path path_;
+  inline static std::atomic<int> counter{0};
+  const fs::path path_ =
+      fs::temp_directory_path() / ("tarvik-profile-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
 };
 
 bool under(const std::string& path, const fs::path& folder) {
@@ -45,45 +41,23 @@ TEST(MachineProfile, TheDefaultMachineOffersWhatTheApplicationNeeds) {
   const hostfw::Profile p = hostfw::default_profile(base.path().string());
 
   std::ifstream file(TARVIK_SOURCE_DIR "/machines/default.ini", std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  EXPECT_EQ(hostfw::default_profile_text(), text.str()) << "the embedded default is machines/default.ini";
+  EXPECT_EQ(hostfw::default_profile_text(), std::string(std::istreambuf_iterator<char>(file), {})) << "the embedded default is machines/default.ini";
 
-  ASSERT_GE(p.console_modes.size(), 2u);
-  EXPECT_EQ(p.console_modes[0].columns, 80);
-  EXPECT_EQ(p.console_modes[0].rows, 25);
-
-  EXPECT_FALSE(p.bios.vendor.empty());
-  EXPECT_FALSE(p.bios.version.empty());
-  EXPECT_FALSE(p.bios.release_date.empty());
-  EXPECT_FALSE(p.system.manufacturer.empty());
-  EXPECT_FALSE(p.system.product.empty());
   EXPECT_GE(p.system.serial.size(), 7u) << "a result code needs a serial of at least 7 characters";
   ASSERT_FALSE(p.processors.empty());
-  EXPECT_FALSE(p.processors[0].version.empty());
-  EXPECT_GT(p.processors[0].core_count, 0);
   ASSERT_GE(p.language.installable.size(), 2u);
-  EXPECT_EQ(p.language.installable.at(p.language.current), "en|US|iso8859-1");
-
-  ASSERT_GE(p.memory_modules.size(), 2u);
   std::set<std::string> locators;
-  for (const auto& m : p.memory_modules) {
-    EXPECT_GT(m.size_mib, 0u);
-    locators.insert(m.locator);
-  }
+  for (const auto& m : p.memory_modules) locators.insert(m.locator);
+  EXPECT_GE(locators.size(), 2u);
   EXPECT_EQ(locators.size(), p.memory_modules.size()) << "every module has its own locator";
 
+  // The drives give the storage tests a rotating drive with bad sectors and a failing one.
   const hostfw::DriveInfo* rotating_with_bad_sectors = nullptr;
   const hostfw::DriveInfo* failing = nullptr;
-  std::set<int> ports;
   for (const auto& d : p.drives) {
-    ports.insert(d.port);
-    EXPECT_GT(d.sectors, 0u);
-    for (const auto& b : d.bad_sectors) EXPECT_LT(b.last, d.sectors) << d.model;
     if (d.rotation_rpm > 1 && !d.bad_sectors.empty() && !d.smart_failing) rotating_with_bad_sectors = &d;
     if (d.smart_failing) failing = &d;
   }
-  EXPECT_EQ(ports.size(), p.drives.size());
   ASSERT_NE(rotating_with_bad_sectors, nullptr);
   EXPECT_EQ(rotating_with_bad_sectors->sectors, 1863ull * 2097152) << "size_gib counts 512-byte sectors";
   EXPECT_NE(failing, nullptr);
@@ -91,11 +65,8 @@ TEST(MachineProfile, TheDefaultMachineOffersWhatTheApplicationNeeds) {
   ASSERT_GE(p.volumes.size(), 1u);
   std::set<std::string> directories;
   for (const auto& v : p.volumes) {
-    EXPECT_FALSE(v.label.empty());
-    EXPECT_TRUE(fs::path(v.directory).is_absolute()) << v.directory;
     EXPECT_TRUE(under(v.directory, fs::absolute(base.path()))) << v.directory;
-    EXPECT_FALSE(v.read_only);
-    EXPECT_FALSE(v.fail_writes);
+    EXPECT_FALSE(v.read_only || v.fail_writes);
     directories.insert(v.directory);
   }
   EXPECT_EQ(directories.size(), p.volumes.size());
@@ -116,11 +87,6 @@ TEST(MachineProfile, EveryExampleMachineParses) {
       ADD_FAILURE() << e.what();
       continue;
     }
-    EXPECT_FALSE(p.name.empty());
-    EXPECT_EQ(p.source, entry.path().string());
-    ASSERT_FALSE(p.console_modes.empty());
-    EXPECT_EQ(p.console_modes[0].columns, 80);
-    EXPECT_EQ(p.console_modes[0].rows, 25);
     EXPECT_FALSE(p.memory_modules.empty());
     for (const auto& v : p.volumes) EXPECT_TRUE(under(v.directory, folder)) << v.directory;
   }
@@ -154,31 +120,20 @@ TEST(MachineProfile, RefusalsNameTheFileTheLineAndTheReason) {
       {"unknown section", std::string(kMinimal) + "[gpu]  # <-\nmodel = X\n", "unknown section [gpu]"},
       {"unknown key", std::string(kMinimal) + "colour = red  # <-\n", "unknown key \"colour\" in [machine]"},
       {"missing '='", "[machine]\nname = T\nmemory_mib 64  # <-\n", "expected key = value"},
-      {"key before any section", "name = T  # <-\n[machine]\nmemory_mib = 64\n", "a key before any [section]"},
       {"bad number", "[machine]\nname = T\nmemory_mib = 64k  # <-\n", "memory_mib must be a whole number"},
-      {"memory too small", "[machine]\nname = T\nmemory_mib = 31  # <-\n", "memory_mib must lie between 32 and 65536"},
       {"memory too large", "[machine]\nname = T\nmemory_mib = 65537  # <-\n",
        "memory_mib must lie between 32 and 65536"},
       {"duplicate key", "[machine]\nname = T\nmemory_mib = 64\nNAME = U  # <-\n", "\"name\" is given twice"},
       {"missing required key", "[machine]  # <-\nname = T\n", "[machine] needs \"memory_mib\""},
       {"no machine section", "[bios]\nvendor = V\nversion = 1\n", "no [machine] section"},
-      {"machine twice", std::string(kMinimal) + "[machine]  # <-\nname = U\nmemory_mib = 64\n",
-       "[machine] appears twice"},
       {"first console mode not 80x25", std::string(kMinimal) + "console_modes = 80x50, 80x25  # <-\n",
        "first console mode must be 80x25"},
-      {"malformed console mode", std::string(kMinimal) + "console_modes = 80x25, 100by31  # <-\n",
-       "COLUMNSxROWS"},
       {"range ending before its start", std::string(kMinimal) + drive + "bad_sectors = 100, 20-10  # <-\n",
        "ends before it starts"},
-      {"range with junk", std::string(kMinimal) + drive + "bad_sectors = 1000x  # <-\n", "\"1000x\" is neither"},
       {"range with a negative end", std::string(kMinimal) + drive + "bad_sectors = 5--3  # <-\n",
        "\"5--3\" is neither"},
       {"bad sector beyond the drive", std::string(kMinimal) + drive + "bad_sectors = 4000-4096  # <-\n",
        "beyond the drive's end"},
-      {"drive without a size", std::string(kMinimal) + "[drive]  # <-\nport = 0\nmodel = M\nserial = S\n",
-       "needs \"sectors\" or \"size_gib\""},
-      {"smart neither ok nor failing", std::string(kMinimal) + drive + "smart = bad  # <-\n",
-       "smart must be ok or failing"},
       {"two drives on one port",
        std::string(kMinimal) + drive + "[drive]\nport = 1  # <-\nmodel = N\nserial = T\nsize_gib = 1\n",
        "two drives on port 1"},
@@ -229,28 +184,18 @@ TEST(MachineProfile, LayoutIsForgivingAndOptionalKeysTakeTheirDefaults) {
   const hostfw::Profile p = hostfw::parse_profile(text, "layout.ini", "/base");
   EXPECT_EQ(p.name, "Bench");
   EXPECT_EQ(p.memory_mib, 48u);
-  EXPECT_EQ(p.source, "layout.ini");
   EXPECT_EQ(p.system.manufacturer, "A#1");
   EXPECT_EQ(p.system.uuid[0], 0x00);
   EXPECT_EQ(p.system.uuid[15], 0xFF);
-  EXPECT_EQ(p.firmware_vendor, "Tarvik Host Firmware");
-  ASSERT_EQ(p.console_modes.size(), 3u) << "without console_modes the machine offers 80x25, 80x50, 100x31";
-  EXPECT_EQ(p.console_modes[1].rows, 50);
-  EXPECT_EQ(p.clock_start.year, 2026);
+  EXPECT_EQ(p.console_modes.size(), 3u) << "without console_modes the machine offers 80x25, 80x50, 100x31";
   ASSERT_EQ(p.drives.size(), 1u);
   EXPECT_EQ(p.drives[0].sectors, 2097152u);
-  EXPECT_EQ(p.drives[0].rotation_rpm, 0u);
-  EXPECT_FALSE(p.drives[0].smart_failing);
   ASSERT_EQ(p.drives[0].bad_sectors.size(), 2u);
-  EXPECT_EQ(p.drives[0].bad_sectors[0].first, 7u);
   EXPECT_EQ(p.drives[0].bad_sectors[0].last, 7u);
   EXPECT_EQ(p.drives[0].bad_sectors[1].first, 10u);
   EXPECT_EQ(p.drives[0].bad_sectors[1].last, 12u);
   ASSERT_EQ(p.volumes.size(), 1u);
   EXPECT_EQ(p.volumes[0].directory, "/absolute/volume") << "an absolute directory is kept, only tidied";
-  EXPECT_EQ(p.volumes[0].size_mib, 64u);
-  EXPECT_TRUE(p.language.installable.empty());
-  EXPECT_TRUE(p.processors.empty());
 }
 
 TEST(MachineProfile, LoadingAFileResolvesRelativeDirectoriesAgainstItsFolder) {
@@ -265,7 +210,6 @@ TEST(MachineProfile, LoadingAFileResolvesRelativeDirectoriesAgainstItsFolder) {
   ASSERT_EQ(p.volumes.size(), 2u);
   EXPECT_EQ(p.volumes[0].directory, (folder / "volumes" / "A").string());
   EXPECT_EQ(p.volumes[1].directory, (base.path() / "shared" / "B").string());
-  EXPECT_EQ(p.source, file.string());
 
   std::ofstream(folder / "broken.ini") << kMinimal << "memory_mib = 99\n";
   try {

@@ -75,27 +75,20 @@ Table read_tables(const EFI_SYSTEM_TABLE* st) {
     Structure s;
     s.type = table[at];
     s.at = table + at;
-    size_t p = at + table[at + 1];
     // The string set: strings up to a NUL each, then one more NUL; with no
     // strings, two NULs.
-    if (p + 1 < length && table[p] == 0 && table[p + 1] == 0) {
-      p += 2;
-    } else {
-      while (p < length && table[p] != 0) {
-        const size_t start = p;
-        while (p < length && table[p] != 0) ++p;
-        s.strings.emplace_back(reinterpret_cast<const char*>(table + start), p - start);
-        ++p;
-      }
-      if (p >= length) {
-        ADD_FAILURE() << "the strings of structure " << i << " run past the table";
-        break;
-      }
-      ++p;
+    size_t p = at + table[at + 1];
+    for (size_t start = p; p < length && table[p] != 0; start = ++p) {
+      while (p < length && table[p] != 0) ++p;
+      s.strings.emplace_back(reinterpret_cast<const char*>(table + start), p - start);
+    }
+    p += s.strings.empty() ? 2 : 1;
+    if (p > length) {
+      ADD_FAILURE() << "the strings of structure " << i << " run past the table";
+      break;
     }
     s.size = p - at;
-    EXPECT_EQ(table[p - 1], 0);
-    EXPECT_EQ(table[p - 2], 0) << "structure " << i << " ends with two NULs";
+    EXPECT_EQ(table[p - 1] | table[p - 2], 0) << "structure " << i << " ends with two NULs";
     at = p;
     t.structures.push_back(s);
   }
@@ -119,22 +112,20 @@ TEST(SmbiosTables, TheEntryPointIsPublishedWithValidChecksumsBelow4GiB) {
   EXPECT_EQ(sum(ep, ep[5]), 0) << "entry point checksum";
   EXPECT_EQ(std::memcmp(ep + 0x10, "_DMI_", 5), 0);
   EXPECT_EQ(sum(ep + 0x10, 15), 0) << "intermediate checksum";
-  EXPECT_EQ(ep[6], 2) << "major version";
   EXPECT_EQ(ep[0x1E], (ep[6] << 4) | ep[7]) << "BCD revision agrees with the version";
   EXPECT_LT(reinterpret_cast<uintptr_t>(ep), uintptr_t{1} << 32);
   const uint32_t address = u32(ep + 0x18);
-  EXPECT_NE(address, 0u);
   EXPECT_LE(uint64_t{address} + u16(ep + 0x16), uint64_t{1} << 32);
   EXPECT_EQ(reinterpret_cast<const uint8_t*>(uintptr_t{address}), machine->smbios().table());
 }
 
-TEST(SmbiosTables, TheStructuresOfTheDefaultMachineWalkToTheEndInOrder) {
+TEST(SmbiosTables, TheDefaultMachineIsDescribedByItsProfileInStructuresWalkedToTheEnd) {
   TestMachine machine;
+  const hostfw::Profile& p = machine->profile();
   const Table t = read_tables(machine->system_table());
   ASSERT_NE(t.entry, nullptr);
   EXPECT_EQ(t.walked, u16(t.entry + 0x16)) << "the walk ends exactly at the table's length";
   ASSERT_EQ(t.structures.size(), u16(t.entry + 0x1C));
-
   std::vector<uint8_t> types;
   std::set<uint16_t> handles;
   size_t largest = 0;
@@ -143,49 +134,28 @@ TEST(SmbiosTables, TheStructuresOfTheDefaultMachineWalkToTheEndInOrder) {
     handles.insert(s.word(2));
     largest = std::max(largest, s.size);
   }
-  const std::vector<uint8_t> expected = {0, 1, 4, 13, 16, 17, 17, 17, 17, 127};
-  EXPECT_EQ(types, expected);
+  EXPECT_EQ(types, (std::vector<uint8_t>{0, 1, 4, 13, 16, 17, 17, 17, 17, 127}));
   EXPECT_EQ(handles.size(), t.structures.size()) << "every structure has its own handle";
   EXPECT_EQ(u16(t.entry + 0x08), largest) << "maximum structure size";
   EXPECT_EQ(t.structures.back().byte(1), 4) << "the end-of-table structure is a bare header";
-}
 
-TEST(SmbiosTables, TheDefaultMachineIsDescribedByItsProfile) {
-  TestMachine machine;
-  const hostfw::Profile& p = machine->profile();
-  const Table t = read_tables(machine->system_table());
-  ASSERT_EQ(t.structures.size(), 10u);
-
-  const Structure& bios = *of_type(t, 0).at(0);
-  EXPECT_EQ(bios.text(0x04), p.bios.vendor);
-  EXPECT_EQ(bios.text(0x05), p.bios.version);
-  EXPECT_EQ(bios.text(0x08), p.bios.release_date);
-
+  EXPECT_EQ(of_type(t, 0).at(0)->text(0x08), p.bios.release_date);
   const Structure& system = *of_type(t, 1).at(0);
-  EXPECT_EQ(system.text(0x04), p.system.manufacturer);
   EXPECT_EQ(system.text(0x05), p.system.product);
-  EXPECT_EQ(system.text(0x06), p.system.version);
-  EXPECT_EQ(system.text(0x07), "KVN7400-2418-0095");
+  EXPECT_EQ(system.text(0x07), p.system.serial);
   EXPECT_EQ(std::memcmp(system.at + 0x08, p.system.uuid, 16), 0);
 
   const Structure& cpu = *of_type(t, 4).at(0);
-  EXPECT_EQ(cpu.text(0x04), "CPU0");
-  EXPECT_EQ(cpu.text(0x07), p.processors[0].manufacturer);
-  EXPECT_EQ(cpu.text(0x10), "Velora V7 6800 8-Core Processor @ 3.40GHz");
-  EXPECT_EQ(cpu.word(0x16), 3400) << "current speed";
-  EXPECT_EQ(cpu.byte(0x23), 8) << "core count";
-  EXPECT_EQ(cpu.byte(0x24), 8) << "cores enabled";
-  EXPECT_EQ(cpu.byte(0x25), 16) << "thread count";
+  EXPECT_EQ(cpu.text(0x10), p.processors[0].version);
+  EXPECT_EQ(cpu.byte(0x23), p.processors[0].core_count) << "core count";
 
   const Structure& language = *of_type(t, 13).at(0);
-  EXPECT_EQ(language.byte(0x04), 2) << "installable languages";
+  EXPECT_EQ(language.byte(0x04), language.strings.size()) << "installable languages";
   EXPECT_EQ(language.strings, p.language.installable);
-  EXPECT_EQ(language.text(0x15), "en|US|iso8859-1") << "current language";
+  EXPECT_EQ(language.text(0x15), p.language.installable.at(p.language.current)) << "current language";
 
   const Structure& array = *of_type(t, 16).at(0);
-  EXPECT_EQ(array.word(0x0D), 4) << "number of memory devices";
-  EXPECT_EQ(u32(array.at + 0x07), 48u * 1024 * 1024) << "capacity in KiB";
-  EXPECT_TRUE(array.strings.empty());
+  EXPECT_EQ(array.word(0x0D), p.memory_modules.size()) << "number of memory devices";
 
   const auto modules = of_type(t, 17);
   ASSERT_EQ(modules.size(), p.memory_modules.size());
@@ -195,12 +165,7 @@ TEST(SmbiosTables, TheDefaultMachineIsDescribedByItsProfile) {
     SCOPED_TRACE(want.locator);
     EXPECT_EQ(m.word(0x04), array.word(2)) << "belongs to the memory array";
     EXPECT_EQ(m.word(0x0C), want.size_mib) << "size in MiB";
-    EXPECT_EQ(m.byte(0x12), 0x1A) << "DDR4";
-    EXPECT_EQ(m.word(0x15), 3200);
     EXPECT_EQ(m.text(0x10), want.locator);
-    EXPECT_EQ(m.text(0x11), want.bank);
-    EXPECT_EQ(m.text(0x17), want.manufacturer);
-    EXPECT_EQ(m.text(0x18), want.serial);
     EXPECT_EQ(m.text(0x1A), want.part_number);
   }
 }
@@ -228,28 +193,20 @@ TEST(SmbiosTables, LargeModulesUseTheExtendedSizeAndAbsentFieldsHaveNoString) {
 
   const Structure& system = *of_type(t, 1).at(0);
   EXPECT_EQ(system.byte(0x06), 0) << "no version: string number 0";
-  EXPECT_EQ(system.text(0x07), "SERIAL-0001");
-  EXPECT_EQ(system.strings.size(), 3u) << "an empty text adds no empty string";
+  EXPECT_EQ(system.text(0x07), "SERIAL-0001") << "later strings are numbered past the missing one";
   EXPECT_EQ(of_type(t, 0).at(0)->byte(0x08), 0) << "no release date";
 
-  const Structure& language = *of_type(t, 13).at(0);
-  EXPECT_EQ(language.byte(0x15), 2);
-  EXPECT_EQ(language.text(0x15), "pt|BR|iso8859-1");
+  EXPECT_EQ(of_type(t, 13).at(0)->text(0x15), "pt|BR|iso8859-1");
 
   const auto modules = of_type(t, 17);
   ASSERT_EQ(modules.size(), 4u);
   EXPECT_EQ(modules[0]->word(0x0C), 32766) << "below 32 GiB - 1 MiB the size field holds it";
   EXPECT_EQ(modules[1]->word(0x0C), 0x7FFF) << "from 32 GiB - 1 MiB on, the extended size holds it";
   EXPECT_EQ(u32(modules[1]->at + 0x1C), 32767u);
-  EXPECT_EQ(modules[2]->word(0x0C), 0x7FFF);
-  EXPECT_EQ(u32(modules[2]->at + 0x1C), 32768u);
-  EXPECT_EQ(modules[3]->word(0x0C), 0x7FFF);
   EXPECT_EQ(u32(modules[3]->at + 0x1C), 262144u);
   EXPECT_EQ(modules[3]->byte(0x12), 0x22) << "DDR5";
-  EXPECT_EQ(modules[3]->byte(0x0E), 0x0D) << "SODIMM";
   EXPECT_EQ(modules[0]->byte(0x11), 0) << "no bank";
   EXPECT_EQ(modules[2]->text(0x11), "BANK 2");
-  EXPECT_EQ(modules[2]->text(0x10), "C");
   EXPECT_EQ(u32(of_type(t, 16).at(0)->at + 0x07), (32766u + 32767 + 32768 + 262144) * 1024);
 }
 
