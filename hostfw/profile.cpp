@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -170,12 +171,12 @@ std::vector<BadSectorRange> parse_bad_sectors(const Reader& r, const std::string
 Profile build(const Reader& r, const std::vector<Section>& sections) {
   Profile p;
   p.source = r.source();
-  bool have_machine = false;
+  std::set<std::string> seen;
   for (const Section& s : sections) {
     auto text = [&](std::string& field) { return [&field](const std::string& v) { field = v; }; };
+    const bool single = s.name == "machine" || s.name == "bios" || s.name == "system" || s.name == "language";
+    if (single && !seen.insert(s.name).second) r.fail(s.line, "[" + s.name + "] appears twice");
     if (s.name == "machine") {
-      if (have_machine) r.fail(s.line, "[machine] appears twice");
-      have_machine = true;
       r.read(s,
              {{"name", text(p.name)},
               {"memory_mib", [&](const std::string&) { p.memory_mib = r.number(s, "memory_mib", 32, 65536); }},
@@ -227,6 +228,8 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
       r.read(s, {{"installable", [&](const std::string& v) { p.language.installable = split_list(v); }},
                  {"current", text(current)}},
              {"installable", "current"});
+      if (p.language.installable.size() > 255)
+        r.fail(s.values.at("installable").second, "at most 255 installable languages");
       auto it = std::find(p.language.installable.begin(), p.language.installable.end(), current);
       if (it == p.language.installable.end())
         r.fail(s.values.at("current").second, "the current language must be one of the installable ones");
@@ -239,7 +242,7 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
               {"manufacturer", text(m.manufacturer)},
               {"serial", text(m.serial)},
               {"part_number", text(m.part_number)},
-              {"size_mib", [&](const std::string&) { m.size_mib = r.number(s, "size_mib", 1, 16u * 1024 * 1024); }},
+              {"size_mib", [&](const std::string&) { m.size_mib = r.number(s, "size_mib", 0, 16u * 1024 * 1024); }},
               {"speed_mts", [&](const std::string&) { m.speed_mts = r.number(s, "speed_mts", 0, 65534); }},
               {"type",
                [&](const std::string& v) { m.memory_type = memory_type_code(r, v, s.values.at("type").second); }},
@@ -301,7 +304,7 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
       r.fail(s.line, "unknown section [" + s.name + "]");
     }
   }
-  if (!have_machine) r.fail(1, "the profile has no [machine] section");
+  if (seen.count("machine") == 0) r.fail(1, "the profile has no [machine] section");
   if (p.console_modes.empty()) p.console_modes = {{80, 25}, {80, 50}, {100, 31}};
   return p;
 }
@@ -316,6 +319,15 @@ Profile parse_profile(const std::string& text, const std::string& source, const 
   int line = 0;
   while (std::getline(in, raw)) {
     ++line;
+    if (line == 1 && raw.compare(0, 3, "\xEF\xBB\xBF") == 0) raw.erase(0, 3);  // a UTF-8 byte-order mark
+    if (!raw.empty() && raw.back() == '\r') raw.pop_back();
+    for (unsigned char c : raw) {
+      if (c < 0x20 && c != '\t') {
+        char code[8];
+        std::snprintf(code, sizeof code, "0x%02X", c);
+        reader.fail(line, std::string("a control character (") + code + ") in the line");
+      }
+    }
     std::string content = raw;
     // A comment starts a line, or follows a space.
     for (size_t i = 0; i < content.size(); ++i) {

@@ -10,6 +10,31 @@
 namespace hostfw {
 namespace {
 
+// SMBIOS strings are 8-bit and read as Latin-1, while profiles are UTF-8:
+// characters up to U+00FF become their byte, others '?'. Bytes that are not
+// UTF-8 are kept as they are, so a profile written in Latin-1 works too.
+std::string latin1(const std::string& utf8) {
+  std::string out;
+  for (size_t i = 0; i < utf8.size();) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(utf8[k]); };
+    const unsigned char c = byte(i);
+    size_t length = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 1;
+    if (c >= 0xF5) length = 1;
+    bool sequence = length > 1 && i + length <= utf8.size();
+    for (size_t k = 1; sequence && k < length; ++k) sequence = (byte(i + k) & 0xC0) == 0x80;
+    if (!sequence) {
+      out.push_back(static_cast<char>(c));
+      ++i;
+      continue;
+    }
+    char32_t code = c & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) code = code << 6 | (byte(i + k) & 0x3F);
+    out.push_back(code <= 0xFF ? static_cast<char>(code) : '?');
+    i += length;
+  }
+  return out;
+}
+
 // One structure: its formatted area and its string set.
 class Structure {
  public:
@@ -30,7 +55,7 @@ class Structure {
   // Stores the number of a string, or 0 for an empty one (no string).
   void text(size_t at, const std::string& s) {
     if (s.empty()) return;
-    strings_.push_back(s);
+    strings_.push_back(latin1(s));
     bytes_[at] = static_cast<uint8_t>(strings_.size());
   }
   void append_to(std::vector<uint8_t>& out) const {
@@ -59,6 +84,21 @@ uint8_t checksum(const uint8_t* p, size_t n) {
   return static_cast<uint8_t>(-sum);
 }
 
+// The nominal voltage of a memory type in mV; 0 for unknown.
+uint16_t module_voltage(uint8_t memory_type) {
+  switch (memory_type) {
+    case 0x12: return 2500;  // DDR
+    case 0x13: return 1800;  // DDR2
+    case 0x18: return 1500;  // DDR3
+    case 0x1A: return 1200;  // DDR4
+    case 0x1D: return 1200;  // LPDDR3
+    case 0x1E: return 1100;  // LPDDR4
+    case 0x22: return 1100;  // DDR5
+    case 0x23: return 1050;  // LPDDR5
+    default: return 0;
+  }
+}
+
 std::vector<Structure> build_structures(const Profile& p) {
   std::vector<Structure> out;
   uint16_t handle = 0;
@@ -66,14 +106,17 @@ std::vector<Structure> build_structures(const Profile& p) {
   Structure bios(0, 0x18, handle++);
   bios.text(4, p.bios.vendor);
   bios.text(5, p.bios.version);
-  bios.put16(6, 0xF000);
+  bios.put16(6, 0xF000);  // starting segment
   bios.text(8, p.bios.release_date);
-  bios.put8(9, 0xFF);                // 16 MiB or more: see the extended size
-  bios.put32(0x0A, 0x08 | 0x80 | 0x800);  // characteristics: PCI, boot from CD, EDD
-  bios.put8(0x13, 0x0C);             // UEFI supported, virtual machine no; targeted distribution
-  bios.put8(0x14, 2);
-  bios.put8(0x15, 14);
-  bios.put8(0x16, 0xFF);
+  bios.put8(9, 0xFF);     // ROM size 64 KiB x 256 = 16 MiB
+  // Characteristics: PCI, upgradeable (flash), boot from CD, selectable
+  // boot, EDD.
+  bios.put32(0x0A, 1u << 7 | 1u << 11 | 1u << 15 | 1u << 16 | 1u << 19);
+  bios.put8(0x12, 0x03);  // ACPI, USB legacy
+  bios.put8(0x13, 0x0D);  // BIOS boot specification, targeted content distribution, UEFI
+  bios.put8(0x14, 0xFF);  // no system BIOS release numbers
+  bios.put8(0x15, 0xFF);
+  bios.put8(0x16, 0xFF);  // no embedded controller firmware
   bios.put8(0x17, 0xFF);
   out.push_back(bios);
 
@@ -82,7 +125,10 @@ std::vector<Structure> build_structures(const Profile& p) {
   system.text(5, p.system.product);
   system.text(6, p.system.version);
   system.text(7, p.system.serial);
-  for (int i = 0; i < 16; ++i) system.put8(8 + i, p.system.uuid[i]);
+  // The UUID as SMBIOS 2.6 and later store it: the first three fields
+  // (4, 2 and 2 bytes) little-endian, the rest in the order written.
+  static constexpr int kUuidOrder[16] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+  for (int i = 0; i < 16; ++i) system.put8(8 + i, p.system.uuid[kUuidOrder[i]]);
   system.put8(0x18, 6);  // woken by power switch
   system.text(0x19, p.system.sku);
   system.text(0x1A, p.system.family);
@@ -92,7 +138,7 @@ std::vector<Structure> build_structures(const Profile& p) {
     Structure s(4, 0x2A, handle++);
     s.text(4, cpu.socket);
     s.put8(5, 3);     // central processor
-    s.put8(6, 0xFE);  // family: see the second family field
+    s.put8(6, 0x01);  // family: other
     s.text(7, cpu.manufacturer);
     s.text(0x10, cpu.version);
     s.put8(0x11, 0x80 | 12);  // 1.2 V
@@ -109,8 +155,10 @@ std::vector<Structure> build_structures(const Profile& p) {
     s.put8(0x23, cpu.core_count);
     s.put8(0x24, cpu.core_count);
     s.put8(0x25, cpu.thread_count);
-    s.put16(0x26, 0x04);  // 64-bit capable
-    s.put16(0x28, 0x6B);  // "other" x86-64 family
+    // Characteristics: 64-bit capable, multi-core, hardware threads.
+    s.put16(0x26, static_cast<uint16_t>(0x04 | (cpu.core_count > 1 ? 0x08 : 0) |
+                                        (cpu.thread_count > cpu.core_count ? 0x10 : 0)));
+    s.put16(0x28, 0x01);  // second family field: the same
     out.push_back(s);
   }
 
@@ -124,18 +172,28 @@ std::vector<Structure> build_structures(const Profile& p) {
   }
 
   const uint16_t array_handle = handle++;
-  Structure array(16, 0x0F, array_handle);
+  Structure array(16, 0x17, array_handle);
   uint64_t total_kib = 0;
   for (const MemoryModuleInfo& m : p.memory_modules) total_kib += uint64_t{m.size_mib} * 1024;
   array.put8(4, 3);  // system board
   array.put8(5, 3);  // system memory
   array.put8(6, 3);  // no error correction
-  array.put32(7, total_kib > 0x7FFFFFFF ? 0x80000000u : static_cast<uint32_t>(total_kib));
-  array.put16(0x0B, 0xFFFE);
+  if (total_kib < 0x80000000) {
+    array.put32(7, static_cast<uint32_t>(total_kib));
+  } else {  // 2 TiB or more: in bytes, in the extended maximum capacity
+    array.put32(7, 0x80000000u);
+    array.put32(0x0F, static_cast<uint32_t>(total_kib * 1024));
+    array.put32(0x13, static_cast<uint32_t>(total_kib * 1024 >> 32));
+  }
+  array.put16(0x0B, 0xFFFE);  // no error information
   array.put16(0x0D, static_cast<uint16_t>(p.memory_modules.size()));
   out.push_back(array);
 
   for (const MemoryModuleInfo& m : p.memory_modules) {
+    // An empty slot has size 0 and says nothing of a type or speed.
+    const bool empty = m.size_mib == 0;
+    const uint8_t memory_type = empty ? 0x02 : m.memory_type;
+    const uint16_t speed = empty ? 0 : m.speed_mts;
     Structure s(17, 0x28, handle++);
     s.put16(4, array_handle);
     s.put16(6, 0xFFFE);
@@ -150,17 +208,18 @@ std::vector<Structure> build_structures(const Profile& p) {
     s.put8(0x0E, m.form_factor);
     s.text(0x10, m.locator);
     s.text(0x11, m.bank);
-    s.put8(0x12, m.memory_type);
-    s.put16(0x13, 0x80);  // synchronous
-    s.put16(0x15, m.speed_mts);
+    s.put8(0x12, memory_type);
+    s.put16(0x13, empty ? 0x04 : 0x80);  // unknown, or synchronous
+    s.put16(0x15, speed);
     s.text(0x17, m.manufacturer);
     s.text(0x18, m.serial);
     s.text(0x1A, m.part_number);
-    s.put8(0x1B, 1);  // rank
-    s.put16(0x20, m.speed_mts);
-    s.put16(0x22, 1200);
-    s.put16(0x24, 1200);
-    s.put16(0x26, 1200);
+    s.put8(0x1B, empty ? 0 : 1);  // rank
+    s.put16(0x20, speed);  // configured speed
+    const uint16_t millivolts = module_voltage(memory_type);
+    s.put16(0x22, millivolts);  // minimum, maximum and configured voltage
+    s.put16(0x24, millivolts);
+    s.put16(0x26, millivolts);
     out.push_back(s);
   }
 
@@ -205,6 +264,9 @@ SmbiosTables::SmbiosTables(const Profile& profile) {
   ep[0x1E] = 0x28;
   ep[0x15] = checksum(ep + 0x10, 15);
   ep[4] = checksum(ep, 0x1F);
+  // Nothing writes to the tables once they are published; an application
+  // that tries faults at once instead of corrupting them.
+  mprotect(block_, block_size_, PROT_READ);
 }
 
 SmbiosTables::~SmbiosTables() {

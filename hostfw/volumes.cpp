@@ -7,10 +7,13 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <new>
+#include <stdexcept>
 
 #include "hostfw/clock.h"
 #include "hostfw/events.h"
 #include "hostfw/machine.h"
+#include "hostfw/utf8.h"
 
 namespace fs = std::filesystem;
 
@@ -24,44 +27,66 @@ const EFI_GUID kFileSystemInfoGuid = EFI_FILE_SYSTEM_INFO_ID;
 // Vendor GUID of the media node naming a host volume.
 const EFI_GUID kHostVolumeVendor = {0x7A5C1D10, 0x3B2E, 0x4F61, {0x9A, 0x44, 0x1C, 0x0E, 0x55, 0x21, 0x6B, 0x90}};
 
-Volumes& V() { return *Machine::current().volumes(); }
-
-struct Locked {
-  Locked() : guard(Machine::current().events(), TPL_NOTIFY) {}
-  TplGuard guard;
-};
+// Runs one operation of the protocols as firmware does: at TPL_NOTIFY, and
+// without letting a host error escape into the application.
+template <typename Operation>
+EFI_STATUS serve(Operation operation) {
+  TplGuard guard(Machine::current().events(), TPL_NOTIFY);
+  try {
+    return operation(*Machine::current().volumes());
+  } catch (const std::bad_alloc&) {
+    return EFI_OUT_OF_RESOURCES;
+  } catch (...) {
+    return EFI_DEVICE_ERROR;
+  }
+}
 
 std::string lower(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
   return s;
 }
 
-std::string narrow(const CHAR16* text) {
-  std::string out;
-  for (; *text != 0; ++text) {
-    const char32_t c = *text;
-    if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+// A host file name as the application sees it: UTF-8 decoded (a byte that
+// starts no valid sequence is taken as Latin-1), characters beyond the BMP
+// as surrogate pairs.
+std::u16string widen(const std::string& text) {
+  std::u16string out;
+  for (size_t i = 0; i < text.size();) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
+    const unsigned char c = byte(i);
+    const size_t length = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 1;
+    bool sequence = length > 1 && i + length <= text.size();
+    for (size_t k = 1; sequence && k < length; ++k) sequence = (byte(i + k) & 0xC0) == 0x80;
+    if (!sequence) {
+      out.push_back(c);
+      ++i;
+      continue;
     }
+    char32_t code = c & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) code = code << 6 | (byte(i + k) & 0x3F);
+    if (code >= 0x10000) {
+      out.push_back(static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(code));
+    }
+    i += length;
   }
   return out;
 }
 
-std::u16string widen(const std::string& text) {
-  std::u16string out;
-  for (unsigned char c : text) out.push_back(c);  // names on these volumes are ASCII
-  return out;
+// Whether FAT allows the name ('/' is refused too: on the host it would
+// separate directories).
+bool valid_name(const std::string& name) {
+  for (unsigned char c : name)
+    if (c < 0x20 || std::strchr("\"*/:<>?|", c) != nullptr) return false;
+  return true;
 }
 
-// Applies a "\"-separated name to a path inside the volume.
-bool walk(std::vector<std::string>& parts, const std::string& name) {
+// Applies a "\"-separated name to a path inside the volume: EFI_NOT_FOUND
+// for a name that climbs above the root, EFI_INVALID_PARAMETER for one that
+// FAT would not allow.
+EFI_STATUS walk(std::vector<std::string>& parts, const std::string& name) {
   size_t at = 0;
   if (!name.empty() && name[0] == '\\') {
     parts.clear();
@@ -73,14 +98,14 @@ bool walk(std::vector<std::string>& parts, const std::string& name) {
     at = end + 1;
     if (part.empty() || part == ".") continue;
     if (part == "..") {
-      if (parts.empty()) return false;
+      if (parts.empty()) return EFI_NOT_FOUND;
       parts.pop_back();
       continue;
     }
-    if (part.find('/') != std::string::npos) return false;
+    if (!valid_name(part)) return EFI_INVALID_PARAMETER;
     parts.push_back(part);
   }
-  return true;
+  return EFI_SUCCESS;
 }
 
 // The host path of a path inside the volume, matching existing names without
@@ -91,9 +116,9 @@ fs::path host_path(const fs::path& root, const std::vector<std::string>& parts) 
     fs::path next = at / part;
     std::error_code ec;
     if (!fs::exists(next, ec) && fs::is_directory(at, ec)) {
-      for (const auto& entry : fs::directory_iterator(at, ec)) {
-        if (lower(entry.path().filename().string()) == lower(part)) {
-          next = entry.path();
+      for (fs::directory_iterator it(at, ec), end; !ec && it != end; it.increment(ec)) {
+        if (lower(it->path().filename().string()) == lower(part)) {
+          next = it->path();
           break;
         }
       }
@@ -106,12 +131,19 @@ fs::path host_path(const fs::path& root, const std::vector<std::string>& parts) 
 uint64_t bytes_used(const fs::path& root) {
   uint64_t used = 0;
   std::error_code ec;
-  for (auto it = fs::recursive_directory_iterator(root, ec); it != fs::recursive_directory_iterator();
-       it.increment(ec)) {
-    if (ec) break;
-    if (it->is_regular_file(ec)) used += it->file_size(ec);
+  for (fs::recursive_directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
+    std::error_code entry_ec;
+    if (!it->is_regular_file(entry_ec)) continue;
+    const uint64_t size = it->file_size(entry_ec);
+    if (!entry_ec) used += size;
   }
   return used;
+}
+
+uint64_t file_size_or_zero(const fs::path& host) {
+  std::error_code ec;
+  const uint64_t size = fs::file_size(host, ec);
+  return ec ? 0 : size;
 }
 
 EFI_TIME to_efi_time(time_t seconds) {
@@ -146,55 +178,54 @@ EFI_STATUS file_info(const fs::path& host, const std::string& name, bool read_on
 
 // ---- EFIAPI thunks ---------------------------------------------------------------
 EFIAPI EFI_STATUS OpenVolume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* This, EFI_FILE_PROTOCOL** Root) {
-  Locked lock;
-  return V().open_volume(This, Root);
+  return serve([&](Volumes& v) { return v.open_volume(This, Root); });
 }
 EFIAPI EFI_STATUS Open(EFI_FILE_PROTOCOL* This, EFI_FILE_PROTOCOL** New, CHAR16* Name, UINT64 Mode, UINT64 Attr) {
-  Locked lock;
-  return V().open(This, New, Name, Mode, Attr);
+  return serve([&](Volumes& v) { return v.open(This, New, Name, Mode, Attr); });
 }
 EFIAPI EFI_STATUS Close(EFI_FILE_PROTOCOL* This) {
-  Locked lock;
-  return V().close(This);
+  return serve([&](Volumes& v) { return v.close(This); });
 }
 EFIAPI EFI_STATUS Delete(EFI_FILE_PROTOCOL* This) {
-  Locked lock;
-  return V().remove(This);
+  return serve([&](Volumes& v) { return v.remove(This); });
 }
 EFIAPI EFI_STATUS Read(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
-  Locked lock;
-  return V().read(This, Size, Buffer);
+  return serve([&](Volumes& v) { return v.read(This, Size, Buffer); });
 }
 EFIAPI EFI_STATUS Write(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
-  Locked lock;
-  return V().write(This, Size, Buffer);
+  return serve([&](Volumes& v) { return v.write(This, Size, Buffer); });
 }
 EFIAPI EFI_STATUS GetPosition(EFI_FILE_PROTOCOL* This, UINT64* Position) {
-  Locked lock;
-  return V().get_position(This, Position);
+  return serve([&](Volumes& v) { return v.get_position(This, Position); });
 }
 EFIAPI EFI_STATUS SetPosition(EFI_FILE_PROTOCOL* This, UINT64 Position) {
-  Locked lock;
-  return V().set_position(This, Position);
+  return serve([&](Volumes& v) { return v.set_position(This, Position); });
 }
 EFIAPI EFI_STATUS GetInfo(EFI_FILE_PROTOCOL* This, EFI_GUID* Type, UINTN* Size, VOID* Buffer) {
-  Locked lock;
-  return V().get_info(This, Type, Size, Buffer);
+  return serve([&](Volumes& v) { return v.get_info(This, Type, Size, Buffer); });
 }
+// Nothing of a file's information can be changed (names, sizes, times and
+// attributes stay as the host has them).
 EFIAPI EFI_STATUS SetInfo(EFI_FILE_PROTOCOL*, EFI_GUID*, UINTN, VOID*) { return EFI_UNSUPPORTED; }
 EFIAPI EFI_STATUS Flush(EFI_FILE_PROTOCOL* This) {
-  Locked lock;
-  UINT64 ignored;
-  return V().get_position(This, &ignored) == EFI_INVALID_PARAMETER ? EFI_INVALID_PARAMETER : EFI_SUCCESS;
+  return serve([&](Volumes& v) { return v.flush(This); });
 }
 
 }  // namespace
 
 Volumes::Volumes(Machine& machine, const std::vector<VolumeInfo>& volumes) : machine_(machine) {
+  // Every directory first, so that a volume that cannot exist leaves nothing
+  // installed.
+  for (const VolumeInfo& info : volumes) {
+    std::error_code ec;
+    fs::create_directories(info.directory, ec);
+    if (ec || !fs::is_directory(info.directory, ec))
+      throw std::runtime_error("volume " + info.label + ": cannot create the directory " + info.directory +
+                               (ec ? ": " + ec.message() : ""));
+  }
   for (size_t i = 0; i < volumes.size(); ++i) {
     auto volume = std::make_unique<Volume>();
     volume->info = volumes[i];
-    fs::create_directories(volume->info.directory);
     volume->fs.Revision = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_REVISION;
     volume->fs.OpenVolume = OpenVolume;
     // A vendor media node holding the volume's number, then the end node.
@@ -221,18 +252,22 @@ Volumes::~Volumes() {
 }
 
 bool Volumes::resolve(const EFI_DEVICE_PATH_PROTOCOL* path, std::string* host) const {
+  if (path == nullptr || host == nullptr) return false;
   const auto* bytes = reinterpret_cast<const uint8_t*>(path);
   for (const auto& volume : volumes_) {
+    // The volume's node, compared once its length is known to match.
     const size_t prefix = volume->device_path.size() - 4;
-    if (std::memcmp(bytes, volume->device_path.data(), prefix) != 0) continue;
+    if (DevicePathNodeLength(path) != prefix || std::memcmp(bytes, volume->device_path.data(), prefix) != 0)
+      continue;
     std::vector<std::string> parts;
     for (auto* node = reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(bytes + prefix); !IsDevicePathEnd(node);
          node = NextDevicePathNode(node)) {
       const size_t length = DevicePathNodeLength(node);
       if (node->Type != MEDIA_DEVICE_PATH || node->SubType != MEDIA_FILEPATH_DP || length < 6) return false;
-      std::u16string name(reinterpret_cast<const char16_t*>(node + 1), (length - 4) / 2);
+      std::u16string name((length - 4) / 2, u'\0');
+      std::memcpy(name.data(), node + 1, name.size() * sizeof(char16_t));
       name.resize(std::char_traits<char16_t>::length(name.c_str()));
-      if (!walk(parts, narrow(reinterpret_cast<const CHAR16*>(name.c_str())))) return false;
+      if (walk(parts, utf8_from_utf16(name.c_str())) != EFI_SUCCESS) return false;
     }
     *host = host_path(volume->info.directory, parts).string();
     return true;
@@ -252,7 +287,8 @@ EFI_FILE_PROTOCOL* Volumes::add(Volume* volume, std::vector<std::string> parts, 
   file->volume = volume;
   file->host = host_path(volume->info.directory, parts);
   file->parts = std::move(parts);
-  file->directory = fs::is_directory(file->host);
+  std::error_code ec;
+  file->directory = fs::is_directory(file->host, ec);
   file->writable = writable;
   EFI_FILE_PROTOCOL* handle = &file->protocol;
   open_[handle] = std::move(file);
@@ -263,7 +299,9 @@ EFI_STATUS Volumes::open_volume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* fs_protocol, EF
   if (root == nullptr) return EFI_INVALID_PARAMETER;
   for (const auto& volume : volumes_) {
     if (&volume->fs != fs_protocol) continue;
-    if (!fs::is_directory(volume->info.directory)) return EFI_NO_MEDIA;
+    std::error_code ec;
+    if (!fs::is_directory(volume->info.directory, ec)) return EFI_NO_MEDIA;
+    volume->used = bytes_used(volume->info.directory);
     *root = add(volume.get(), {}, !volume->info.read_only);
     return EFI_SUCCESS;
   }
@@ -281,7 +319,7 @@ EFI_STATUS Volumes::open(EFI_FILE_PROTOCOL* from, EFI_FILE_PROTOCOL** opened, co
   if ((mode & kWrite) != 0 && volume->info.read_only) return EFI_WRITE_PROTECTED;
 
   std::vector<std::string> parts = base->parts;
-  if (!walk(parts, narrow(name))) return EFI_NOT_FOUND;
+  if (const EFI_STATUS status = walk(parts, utf8_from_utf16(name)); status != EFI_SUCCESS) return status;
   const fs::path host = host_path(volume->info.directory, parts);
   std::error_code ec;
   if (!fs::exists(host, ec)) {
@@ -305,8 +343,15 @@ EFI_STATUS Volumes::close(EFI_FILE_PROTOCOL* file) {
 EFI_STATUS Volumes::remove(EFI_FILE_PROTOCOL* file) {
   OpenFile* f = find(file);
   if (f == nullptr) return EFI_INVALID_PARAMETER;
-  std::error_code ec;
-  const bool removed = !f->volume->info.read_only && !f->parts.empty() && fs::remove(f->host, ec);
+  Volume& volume = *f->volume;
+  // Write-protected and failing media keep their files, and the root stays.
+  bool removed = false;
+  if (!volume.info.read_only && !volume.info.fail_writes && !f->parts.empty()) {
+    const uint64_t size = f->directory ? 0 : file_size_or_zero(f->host);
+    std::error_code ec;
+    removed = fs::remove(f->host, ec);  // a directory only when it is empty
+    if (removed) volume.used -= std::min(volume.used, size);
+  }
   open_.erase(file);
   return removed ? EFI_SUCCESS : EFI_WARN_DELETE_FAILURE;
 }
@@ -318,7 +363,9 @@ EFI_STATUS Volumes::read(EFI_FILE_PROTOCOL* file, UINTN* size, VOID* buffer) {
   if (f->directory) {
     // One entry per call, in name order; a size of 0 marks the end.
     std::vector<fs::path> entries;
-    for (const auto& entry : fs::directory_iterator(f->host, ec)) entries.push_back(entry.path());
+    for (fs::directory_iterator it(f->host, ec), end; !ec && it != end; it.increment(ec))
+      entries.push_back(it->path());
+    if (ec) return EFI_DEVICE_ERROR;
     std::sort(entries.begin(), entries.end());
     if (f->position >= entries.size()) {
       *size = 0;
@@ -347,18 +394,20 @@ EFI_STATUS Volumes::write(EFI_FILE_PROTOCOL* file, UINTN* size, VOID* buffer) {
   OpenFile* f = find(file);
   if (f == nullptr || size == nullptr) return EFI_INVALID_PARAMETER;
   if (f->directory) return EFI_UNSUPPORTED;
-  if (f->volume->info.read_only) return EFI_WRITE_PROTECTED;
+  Volume& volume = *f->volume;
+  if (volume.info.read_only) return EFI_WRITE_PROTECTED;
   if (!f->writable) return EFI_ACCESS_DENIED;
   if (*size > 0 && buffer == nullptr) return EFI_INVALID_PARAMETER;
-  if (f->volume->info.fail_writes) {
+  if (volume.info.fail_writes) {
     *size = 0;
     return EFI_DEVICE_ERROR;
   }
   std::error_code ec;
   const uint64_t length = fs::file_size(f->host, ec);
+  if (ec) return EFI_DEVICE_ERROR;  // deleted through another handle
   const uint64_t end = f->position + *size;
   const uint64_t growth = end > length ? end - length : 0;
-  if (bytes_used(f->volume->info.directory) + growth > f->volume->info.size_mib * 1024 * 1024) {
+  if (volume.used + growth > volume.info.size_mib * 1024 * 1024) {
     *size = 0;
     return EFI_VOLUME_FULL;
   }
@@ -371,6 +420,7 @@ EFI_STATUS Volumes::write(EFI_FILE_PROTOCOL* file, UINTN* size, VOID* buffer) {
   out.seekp(static_cast<std::streamoff>(f->position));
   out.write(static_cast<const char*>(buffer), static_cast<std::streamsize>(*size));
   if (!out) return EFI_DEVICE_ERROR;
+  volume.used += growth;
   f->position = end;
   return EFI_SUCCESS;
 }
@@ -391,19 +441,19 @@ EFI_STATUS Volumes::set_position(EFI_FILE_PROTOCOL* file, UINT64 position) {
     f->position = 0;
     return EFI_SUCCESS;
   }
-  std::error_code ec;
-  f->position = position == EFI_FILE_POSITION_END ? fs::file_size(f->host, ec) : position;
+  f->position = position == EFI_FILE_POSITION_END ? file_size_or_zero(f->host) : position;
   return EFI_SUCCESS;
 }
 
 EFI_STATUS Volumes::get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN* size, VOID* buffer) {
   OpenFile* f = find(file);
   if (f == nullptr || type == nullptr || size == nullptr) return EFI_INVALID_PARAMETER;
-  const VolumeInfo& info = f->volume->info;
+  const Volume& volume = *f->volume;
   if (*type == kFileInfoGuid)
-    return file_info(f->host, f->parts.empty() ? "" : f->host.filename().string(), info.read_only, size, buffer);
+    return file_info(f->host, f->parts.empty() ? "" : f->host.filename().string(), volume.info.read_only, size,
+                     buffer);
   if (*type == kFileSystemInfoGuid) {
-    const std::u16string label = widen(info.label);
+    const std::u16string label = widen(volume.info.label);
     const UINTN needed = SIZE_OF_EFI_FILE_SYSTEM_INFO + (label.size() + 1) * sizeof(CHAR16);
     if (*size < needed) {
       *size = needed;
@@ -413,16 +463,23 @@ EFI_STATUS Volumes::get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINT
     auto* out = static_cast<EFI_FILE_SYSTEM_INFO*>(buffer);
     std::memset(out, 0, needed);
     out->Size = needed;
-    out->ReadOnly = info.read_only ? TRUE : FALSE;
-    out->VolumeSize = info.size_mib * 1024 * 1024;
-    const uint64_t used = bytes_used(info.directory);
-    out->FreeSpace = used >= out->VolumeSize ? 0 : out->VolumeSize - used;
+    out->ReadOnly = volume.info.read_only ? TRUE : FALSE;
+    out->VolumeSize = volume.info.size_mib * 1024 * 1024;
+    out->FreeSpace = volume.used >= out->VolumeSize ? 0 : out->VolumeSize - volume.used;
     out->BlockSize = 512;
     std::memcpy(out->VolumeLabel, label.c_str(), (label.size() + 1) * sizeof(CHAR16));
     *size = needed;
     return EFI_SUCCESS;
   }
   return EFI_UNSUPPORTED;
+}
+
+EFI_STATUS Volumes::flush(EFI_FILE_PROTOCOL* file) {
+  OpenFile* f = find(file);
+  if (f == nullptr) return EFI_INVALID_PARAMETER;
+  if (f->volume->info.read_only) return EFI_WRITE_PROTECTED;
+  if (!f->writable) return EFI_ACCESS_DENIED;
+  return EFI_SUCCESS;  // every write has reached the host file already
 }
 
 }  // namespace hostfw

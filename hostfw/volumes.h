@@ -43,12 +43,16 @@ class Volumes {
   EFI_STATUS get_position(EFI_FILE_PROTOCOL* file, UINT64* position);
   EFI_STATUS set_position(EFI_FILE_PROTOCOL* file, UINT64 position);
   EFI_STATUS get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN* size, VOID* buffer);
+  EFI_STATUS flush(EFI_FILE_PROTOCOL* file);
 
   struct Volume {
     VolumeInfo info;
     EFI_SIMPLE_FILE_SYSTEM_PROTOCOL fs{};
     std::vector<uint8_t> device_path;  // ends with the end node
     EFI_HANDLE handle = nullptr;
+    // Bytes of the files under the directory: counted again at each
+    // OpenVolume, kept up to date by writes and deletions in between.
+    uint64_t used = 0;
   };
   struct OpenFile {
     EFI_FILE_PROTOCOL protocol{};

@@ -143,7 +143,10 @@ TEST(SmbiosTables, TheDefaultMachineIsDescribedByItsProfileInStructuresWalkedToT
   const Structure& system = *of_type(t, 1).at(0);
   EXPECT_EQ(system.text(0x05), p.system.product);
   EXPECT_EQ(system.text(0x07), p.system.serial);
-  EXPECT_EQ(std::memcmp(system.at + 0x08, p.system.uuid, 16), 0);
+  // 6b0f3c2e-8d41-4a7e-9c55-1f2e3d4c5b6a: the first three fields little-endian.
+  const uint8_t uuid[16] = {0x2E, 0x3C, 0x0F, 0x6B, 0x41, 0x8D, 0x7E, 0x4A,
+                            0x9C, 0x55, 0x1F, 0x2E, 0x3D, 0x4C, 0x5B, 0x6A};
+  EXPECT_EQ(std::memcmp(system.at + 0x08, uuid, 16), 0);
 
   const Structure& cpu = *of_type(t, 4).at(0);
   EXPECT_EQ(cpu.text(0x10), p.processors[0].version);
@@ -165,6 +168,7 @@ TEST(SmbiosTables, TheDefaultMachineIsDescribedByItsProfileInStructuresWalkedToT
     SCOPED_TRACE(want.locator);
     EXPECT_EQ(m.word(0x04), array.word(2)) << "belongs to the memory array";
     EXPECT_EQ(m.word(0x0C), want.size_mib) << "size in MiB";
+    EXPECT_EQ(m.byte(0x12) == 0x02, want.size_mib == 0) << "an empty slot, and only one, has no memory type";
     EXPECT_EQ(m.text(0x10), want.locator);
     EXPECT_EQ(m.text(0x1A), want.part_number);
   }
@@ -176,7 +180,7 @@ TEST(SmbiosTables, LargeModulesUseTheExtendedSizeAndAbsentFieldsHaveNoString) {
   hostfw::Profile profile = hostfw::parse_profile(
       "[machine]\nname = Big\nmemory_mib = 64\n"
       "[bios]\nvendor = V\nversion = 1\n"
-      "[system]\nmanufacturer = M\nproduct = P\nserial = SERIAL-0001\n"
+      "[system]\nmanufacturer = Técnica Ω\nproduct = P\nserial = SERIAL-0001\n"
       "[language]\ninstallable = en|US|iso8859-1, pt|BR|iso8859-1\ncurrent = pt|BR|iso8859-1\n"
       "[memory_module]\nlocator = A\nsize_mib = 32766\n"
       "[memory_module]\nlocator = B\nsize_mib = 32767\n"
@@ -192,6 +196,7 @@ TEST(SmbiosTables, LargeModulesUseTheExtendedSizeAndAbsentFieldsHaveNoString) {
   EXPECT_EQ(types, (std::vector<uint8_t>{0, 1, 13, 16, 17, 17, 17, 17, 127}));
 
   const Structure& system = *of_type(t, 1).at(0);
+  EXPECT_EQ(system.text(0x04), "T\xE9" "cnica ?") << "UTF-8 of the profile becomes Latin-1";
   EXPECT_EQ(system.byte(0x06), 0) << "no version: string number 0";
   EXPECT_EQ(system.text(0x07), "SERIAL-0001") << "later strings are numbered past the missing one";
   EXPECT_EQ(of_type(t, 0).at(0)->byte(0x08), 0) << "no release date";

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -227,6 +228,7 @@ TEST_F(VolumeFiles, ADirectoryIsListedOneEntryPerRead) {
   fs::create_directories(base_ / "usb" / "c-folder");
   std::ofstream(base_ / "usb" / "b.txt") << "bb";
   std::ofstream(base_ / "usb" / "a.txt") << "a";
+  std::ofstream(base_ / "usb" / "ç-notes.txt") << "ccc";  // a UTF-8 host name
   start("[volume]\nlabel = USB\ndirectory = usb\n");
   EFI_FILE_PROTOCOL* dir = root("USB");
 
@@ -246,7 +248,7 @@ TEST_F(VolumeFiles, ADirectoryIsListedOneEntryPerRead) {
       names.push_back(utf8(fi->FileName) + (folder ? "/" : ":" + std::to_string(fi->FileSize)));
     }
   };
-  const std::vector<std::string> expected = {"a.txt:1", "b.txt:2", "c-folder/"};
+  const std::vector<std::string> expected = {"a.txt:1", "b.txt:2", "c-folder/", "ç-notes.txt:3"};
   EXPECT_EQ(list(), expected);
   EXPECT_EQ(list(), std::vector<std::string>{}) << "stays at the end";
   EXPECT_EQ(dir->SetPosition(dir, 0), EFI_SUCCESS);
@@ -332,7 +334,12 @@ TEST_F(VolumeFiles, NamesCannotReachAboveTheVolumesRoot) {
   EXPECT_TRUE(fs::exists(base_ / "usb" / "inside.txt"));
   for (EFI_FILE_PROTOCOL* f : {file, logs}) EXPECT_EQ(f->Close(f), EFI_SUCCESS);
 
+  ASSERT_EQ(open(dir, &file, u"Relatório.txt", kCreate, EFI_FILE_ARCHIVE), EFI_SUCCESS);
+  EXPECT_TRUE(fs::exists(base_ / "usb" / "Relatório.txt")) << "host names are UTF-8";
+  EXPECT_EQ(file->Close(file), EFI_SUCCESS);
+
   EXPECT_EQ(open(dir, &file, u"\\Missing\\x.txt", kCreate), EFI_NOT_FOUND) << "no folder is made on the way";
+  EXPECT_EQ(open(dir, &file, u"a:b?.txt", kCreate), EFI_INVALID_PARAMETER) << "not a FAT name";
   EXPECT_EQ(open(dir, &file, u"inside.txt", EFI_FILE_MODE_WRITE), EFI_INVALID_PARAMETER) << "write without read";
   EXPECT_EQ(open(dir, &file, u"inside.txt", kRead, 0x100), EFI_INVALID_PARAMETER) << "an unknown attribute";
   EXPECT_EQ(open_files(), 1u) << "only the root is open";
@@ -342,6 +349,37 @@ TEST_F(VolumeFiles, NamesCannotReachAboveTheVolumesRoot) {
   EXPECT_EQ(close(dir), EFI_SUCCESS);
   EXPECT_EQ(close(dir), EFI_INVALID_PARAMETER);
   EXPECT_EQ(open_files(), 0u);
+}
+
+TEST_F(VolumeFiles, ADevicePathOfAVolumeAndFileNodesNamesAHostFile) {
+  fs::create_directories(base_ / "usb" / "EFI" / "Tools");
+  start("[volume]\nlabel = USB\ndirectory = usb\n");
+  hostfw::Volumes& volumes = *(*machine_)->volumes();
+  EFI_GUID dp_guid = EFI_DEVICE_PATH_PROTOCOL_GUID;
+  EFI_DEVICE_PATH_PROTOCOL* volume_path = nullptr;
+  ASSERT_EQ((*machine_)->boot_services()->HandleProtocol(volumes.handle(0), &dp_guid,
+                                                          reinterpret_cast<VOID**>(&volume_path)),
+            EFI_SUCCESS);
+  // The volume's own node, then "\EFI" and "tools\Diag.efi" as file-path nodes.
+  std::vector<uint8_t> path(reinterpret_cast<const uint8_t*>(volume_path),
+                            reinterpret_cast<const uint8_t*>(volume_path) + DevicePathNodeLength(volume_path));
+  for (const std::u16string name : {u"\\EFI", u"tools\\Diag.efi"}) {
+    const size_t length = 4 + (name.size() + 1) * 2;
+    path.insert(path.end(), {MEDIA_DEVICE_PATH, MEDIA_FILEPATH_DP, static_cast<uint8_t>(length), 0});
+    const auto* bytes = reinterpret_cast<const uint8_t*>(name.c_str());
+    path.insert(path.end(), bytes, bytes + (name.size() + 1) * 2);
+  }
+  path.insert(path.end(), {END_DEVICE_PATH_TYPE, END_ENTIRE_DEVICE_PATH_SUBTYPE, 4, 0});
+  std::string host;
+  ASSERT_TRUE(volumes.resolve(reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(path.data()), &host));
+  EXPECT_EQ(host, (base_ / "usb" / "EFI" / "Tools" / "Diag.efi").string());
+
+  // A path of another device, or none at all, names nothing.
+  const auto end = std::make_unique<uint8_t[]>(4);  // exactly one end node, so reading past it shows
+  std::copy_n(path.end() - 4, 4, end.get());
+  EXPECT_FALSE(volumes.resolve(reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(end.get()), &host));
+  path[20] ^= 1;  // the volume's number
+  EXPECT_FALSE(volumes.resolve(reinterpret_cast<const EFI_DEVICE_PATH_PROTOCOL*>(path.data()), &host));
 }
 
 }  // namespace
