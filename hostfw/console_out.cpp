@@ -20,19 +20,16 @@ constexpr ConsoleOut::Cell kUnknownCell{0xFFFF, 0xFF};
 // is one to draw on) before the priority drops again.
 class Operation {
  public:
-  Operation(Events& events, ConsoleOut* draw_on_exit)
-      : events_(events), console_(draw_on_exit), old_(events.raise(std::max<EFI_TPL>(events.tpl(), TPL_NOTIFY))) {}
+  Operation(Events& events, ConsoleOut* draw_on_exit) : guard_(events, TPL_NOTIFY), console_(draw_on_exit) {}
   ~Operation() {
     if (console_ != nullptr) console_->refresh_if_resized();
-    events_.restore(old_);
   }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 
  private:
-  Events& events_;
+  TplGuard guard_;  // released after the screen is drawn
   ConsoleOut* console_;
-  EFI_TPL old_;
 };
 
 }  // namespace

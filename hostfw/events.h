@@ -91,10 +91,11 @@ class Events {
 };
 
 // Raises the task priority for a scope, as firmware services do while they
-// touch shared state.
+// touch shared state; never lowers it when the caller already holds more.
 class TplGuard {
  public:
-  TplGuard(Events& events, EFI_TPL tpl) : events_(events), old_(events.raise(tpl)) {}
+  TplGuard(Events& events, EFI_TPL tpl)
+      : events_(events), old_(events.raise(tpl > events.tpl() ? tpl : events.tpl())) {}
   ~TplGuard() { events_.restore(old_); }
   TplGuard(const TplGuard&) = delete;
   TplGuard& operator=(const TplGuard&) = delete;

@@ -12,20 +12,23 @@ namespace {
 
 constexpr size_t kLongestSequence = 32;  // longer "sequences" are noise
 
-// Holds TPL_NOTIFY (or more) for a scope, as firmware does while it touches
-// its key buffer.
-class NotifyLevel {
- public:
-  explicit NotifyLevel(Events& events)
-      : events_(events), old_(events.raise(std::max<EFI_TPL>(events.tpl(), TPL_NOTIFY))) {}
-  ~NotifyLevel() { events_.restore(old_); }
-  NotifyLevel(const NotifyLevel&) = delete;
-  NotifyLevel& operator=(const NotifyLevel&) = delete;
-
- private:
-  Events& events_;
-  EFI_TPL old_;
-};
+// The key of a final letter: ESC O letter (application cursor keys, F1-F4),
+// and ESC [ params letter the same way.
+UINT16 ss3_scan(char final) {
+  switch (final) {
+    case 'A': return SCAN_UP;
+    case 'B': return SCAN_DOWN;
+    case 'C': return SCAN_RIGHT;
+    case 'D': return SCAN_LEFT;
+    case 'H': return SCAN_HOME;
+    case 'F': return SCAN_END;
+    case 'P': return SCAN_F1;
+    case 'Q': return SCAN_F2;
+    case 'R': return SCAN_F3;
+    case 'S': return SCAN_F4;
+    default: return SCAN_NULL;
+  }
+}
 
 // The key of a CSI sequence (ESC [ params final); SCAN_NULL when unknown.
 UINT16 csi_scan(std::string_view params, char final) {
@@ -39,55 +42,24 @@ UINT16 csi_scan(std::string_view params, char final) {
     first = first * 10 + (c - '0');
     if (first > 1000) return SCAN_NULL;
   }
-  switch (final) {
-    case 'A': return SCAN_UP;
-    case 'B': return SCAN_DOWN;
-    case 'C': return SCAN_RIGHT;
-    case 'D': return SCAN_LEFT;
-    case 'H': return SCAN_HOME;
-    case 'F': return SCAN_END;
-    case 'P': return SCAN_F1;  // F1-F4 with modifiers: ESC [ 1 ; 2 P
-    case 'Q': return SCAN_F2;
-    case 'R': return SCAN_F3;
-    case 'S': return SCAN_F4;
-    case '~':
-      switch (first) {
-        case 1: case 7: return SCAN_HOME;
-        case 2: return SCAN_INSERT;
-        case 3: return SCAN_DELETE;
-        case 4: case 8: return SCAN_END;
-        case 5: return SCAN_PAGE_UP;
-        case 6: return SCAN_PAGE_DOWN;
-        case 11: return SCAN_F1;
-        case 12: return SCAN_F2;
-        case 13: return SCAN_F3;
-        case 14: return SCAN_F4;
-        case 15: return SCAN_F5;
-        case 17: return SCAN_F6;
-        case 18: return SCAN_F7;
-        case 19: return SCAN_F8;
-        case 20: return SCAN_F9;
-        case 21: return SCAN_F10;
-        default: return SCAN_NULL;
-      }
-    default:
-      return SCAN_NULL;
-  }
-}
-
-// ESC O final (application cursor keys, F1-F4).
-UINT16 ss3_scan(char final) {
-  switch (final) {
-    case 'A': return SCAN_UP;
-    case 'B': return SCAN_DOWN;
-    case 'C': return SCAN_RIGHT;
-    case 'D': return SCAN_LEFT;
-    case 'H': return SCAN_HOME;
-    case 'F': return SCAN_END;
-    case 'P': return SCAN_F1;
-    case 'Q': return SCAN_F2;
-    case 'R': return SCAN_F3;
-    case 'S': return SCAN_F4;
+  if (final != '~') return ss3_scan(final);  // ESC [ 1 ; 2 P: F1-F4 with modifiers
+  switch (first) {
+    case 1: case 7: return SCAN_HOME;
+    case 2: return SCAN_INSERT;
+    case 3: return SCAN_DELETE;
+    case 4: case 8: return SCAN_END;
+    case 5: return SCAN_PAGE_UP;
+    case 6: return SCAN_PAGE_DOWN;
+    case 11: return SCAN_F1;
+    case 12: return SCAN_F2;
+    case 13: return SCAN_F3;
+    case 14: return SCAN_F4;
+    case 15: return SCAN_F5;
+    case 17: return SCAN_F6;
+    case 18: return SCAN_F7;
+    case 19: return SCAN_F8;
+    case 20: return SCAN_F9;
+    case 21: return SCAN_F10;
     default: return SCAN_NULL;
   }
 }
@@ -268,7 +240,7 @@ void Keyboard::push(const EFI_INPUT_KEY& key) {
 void Keyboard::poll() {
   bool timed_out = false;
   {
-    NotifyLevel level(machine_.events());
+    TplGuard level(machine_.events(), TPL_NOTIFY);
     if (terminal_ != nullptr && terminal_->active()) {
       machine_.console().refresh_if_resized();
       read_terminal();
@@ -315,7 +287,7 @@ bool Keyboard::run_script() {
 }
 
 EFI_STATUS Keyboard::reset() {
-  NotifyLevel level(machine_.events());
+  TplGuard level(machine_.events(), TPL_NOTIFY);
   queue_.clear();
   decoder_.reset();
   return EFI_SUCCESS;
@@ -324,7 +296,7 @@ EFI_STATUS Keyboard::reset() {
 EFI_STATUS Keyboard::read_key_stroke(EFI_INPUT_KEY* key) {
   if (key == nullptr) return EFI_INVALID_PARAMETER;
   poll();
-  NotifyLevel level(machine_.events());
+  TplGuard level(machine_.events(), TPL_NOTIFY);
   if (queue_.empty()) return EFI_NOT_READY;
   *key = queue_.front();
   queue_.pop_front();
