@@ -30,6 +30,11 @@ struct ServiceDescriptor {
   DiagCommonProtocol** ModuleCommon;  // the module's pointer to the shared services
   EFI_IMAGE_UNLOAD Unload;            // the record's clean-up operation
   VOID (*FillOperations)(Record&);
+  // Optional work between allocating and filling the record (the registry
+  // creates its table); its failure is printed with PrepareFailureFormat,
+  // which takes the service's name and the status.
+  EFI_STATUS (*Prepare)() = nullptr;
+  const CHAR16* PrepareFailureFormat = nullptr;
 };
 
 // Locates the shared services, allocates the record, fills it and installs
@@ -59,6 +64,14 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
     return Status;
   }
   Record* Installed = static_cast<Record*>(Raw);
+  if (Service.Prepare != nullptr) {
+    Status = Service.Prepare();
+    if (EFI_ERROR(Status)) {
+      Shared->Print(Service.PrepareFailureFormat, Service.Name, Status);
+      BootServices->FreePool(Installed);
+      return Status;
+    }
+  }
   *Installed = Record{};
   Installed->Header.Revision = 1;
   Installed->Header.Guid = Service.Guid;

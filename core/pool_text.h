@@ -1,0 +1,17 @@
+// Texts handed out through out-parameters: each is a new pool buffer
+// (EfiBootServicesData) that the caller frees with FreePool.
+#pragma once
+
+#include "efi/efi.h"
+
+namespace tarvik {
+
+// Copy receives a buffer of exactly (length + 1) characters holding Source.
+// A null Source gives an empty text.
+EFI_STATUS CopyTextToPool(const CHAR16* Source, CHAR16** Copy);
+
+// Text receives a zero-filled buffer of BufferBytes bytes holding Format
+// formatted, cut to fit. Text is untouched on failure.
+EFIAPI EFI_STATUS FormatTextToPool(UINTN BufferBytes, CHAR16** Text, const CHAR16* Format, ...);
+
+}  // namespace tarvik

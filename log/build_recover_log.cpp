@@ -1,0 +1,49 @@
+// The log of a bad-sector tool run: header, operation, the tool's device
+// and size rows, the result lines as the tool screen collected them, footer.
+#include "badsector/bad_sectors_tool_protocol.h"
+#include "core/pool.h"
+#include "log/line_store.h"
+#include "log/log_operations.h"
+
+namespace tarvik {
+
+EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 OperationIndex, const EFI_TIME* StartTime,
+                                  const EFI_TIME* EndTime) {
+  EFI_GUID Guid = BadSectorsToolProtocolGuid;
+  VOID* Found = nullptr;
+  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) return EFI_ABORTED;
+  if (StartTime == nullptr || EndTime == nullptr || (LineCount > 0 && Lines == nullptr)) return EFI_INVALID_PARAMETER;
+  BadSectorsToolProtocol* Tool = static_cast<BadSectorsToolProtocol*>(Found);
+
+  EFI_STATUS Status = AllocateLogLines(LineCount + 5);
+  if (EFI_ERROR(Status)) return Status;
+
+  CHAR16 Stamp[TimeStampChars + 1];
+  FormatTimeStamp(*StartTime, Stamp);
+  LogLineWriter(LogLine(0)).Append(u"+++ ").Append(Stamp).Append(u" RECOVER");
+
+  CHAR16* Name = nullptr;
+  LogLineWriter Operation(LogLine(1));
+  Operation.Append(u"Operation: ");
+  if (!EFI_ERROR(Tool->GetAlgorithmName(Tool, OperationIndex, &Name))) {
+    PoolPtr<CHAR16> OwnedName(Name);
+    Operation.Append(Name);
+  }
+
+  // The tool's rows 0 and 1: the drive and its size.
+  for (UINT64 Row = 0; Row < 2; ++Row) {
+    CHAR16* Label = nullptr;
+    CHAR16* Value = nullptr;
+    if (EFI_ERROR(Tool->GetRunInfoRow(Tool, Row, 0, &Label, &Value))) continue;
+    PoolPtr<CHAR16> OwnedLabel(Label), OwnedValue(Value);
+    LogLineWriter(LogLine(2 + Row)).Append(Label).Append(u" ").Append(Value);
+  }
+
+  for (UINT64 I = 0; I < LineCount; ++I) LogLineWriter(LogLine(4 + I)).Append(Lines[I]);
+
+  FormatTimeStamp(*EndTime, Stamp);
+  LogLineWriter(LogLine(LineCount + 4)).Append(u"--- ").Append(Stamp).Append(u" RECOVER");
+  return EFI_SUCCESS;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,41 @@
+// The lines of the last built log: one block of fixed 200-character lines,
+// zero-filled, so a line the builder does not reach stays empty.
+#pragma once
+
+#include "log/log_protocol.h"
+
+namespace tarvik {
+
+// Replaces the log with Count empty lines. On failure the log is empty.
+EFI_STATUS AllocateLogLines(UINT64 Count);
+// Discards the log.
+VOID ReleaseLogLines();
+UINT64 LogLineCount();
+// Line Index (LogLineChars characters), or null beyond the last line.
+CHAR16* LogLine(UINT64 Index);
+
+// Appends to one log line without ever writing past its last character:
+// text that would make the line longer than LogLineChars - 1 is cut. A
+// writer on a null line (beyond the log) writes nothing.
+class LogLineWriter {
+ public:
+  explicit LogLineWriter(CHAR16* Line);
+  LogLineWriter& Append(const CHAR16* Text);
+  // Appends Format formatted (the shared formatter's conversions).
+  EFIAPI LogLineWriter& AppendFormatted(const CHAR16* Format, ...);
+
+ private:
+  CHAR16* Line_;
+  UINTN Length_ = 0;
+};
+
+// The time stamp of a log line, e.g. "20240315T101500UTC": each field at
+// its width, zero-padded, keeping the lowest digits of a value too large.
+inline constexpr UINTN TimeStampChars = 18;
+VOID FormatTimeStamp(const EFI_TIME& Time, CHAR16 (&Text)[TimeStampChars + 1]);
+
+// Milliseconds from 1970-01-01 00:00 to Time (0 before 1970); nanoseconds
+// and time zone are ignored.
+UINT64 MillisecondsSince1970(const EFI_TIME& Time);
+
+}  // namespace tarvik

@@ -1,0 +1,128 @@
+// Reading a built log back: copies of lines and the fields the log screens
+// look for (module key, display names, result codes).
+#include "core/pool.h"
+#include "core/pool_text.h"
+#include "core/wide_string.h"
+#include "log/line_store.h"
+#include "log/log_operations.h"
+
+namespace tarvik {
+namespace {
+
+// Columns of the fields, after the words and separators before them.
+constexpr UINTN ModuleKeyColumn = 4 + TimeStampChars + 1;  // "+++ " stamp " "
+constexpr UINTN DisplayNameColumn = 11 + 2;                // "DISPLAYNAME: "
+constexpr UINTN ResultCodeColumn = 4 + 5 + 2;              // "STOP TESTS "
+
+BOOLEAN BeginsWith(const CHAR16* Line, const CHAR16* Word) {
+  for (; *Word != 0; ++Line, ++Word) {
+    if (*Line != *Word) return FALSE;
+  }
+  return TRUE;
+}
+
+enum class FieldEnd { Word, Line };
+
+// A new text holding the line from Column up to the first stop character:
+// a space, a colon or the end in word mode, the end in line mode.
+EFI_STATUS CopyField(const CHAR16* Line, UINTN Column, FieldEnd End, CHAR16** Text) {
+  const UINTN Length = StrLen(Line);
+  const CHAR16* Start = Line + (Column < Length ? Column : Length);
+  UINTN FieldLength = 0;
+  while (Start[FieldLength] != 0 &&
+         (End == FieldEnd::Line || (Start[FieldLength] != u' ' && Start[FieldLength] != u':'))) {
+    ++FieldLength;
+  }
+  PoolPtr<CHAR16> Copy;
+  EFI_STATUS Status = Copy.Allocate((FieldLength + 1) * sizeof(CHAR16));
+  if (EFI_ERROR(Status)) return Status;
+  for (UINTN I = 0; I < FieldLength; ++I) Copy.get()[I] = Start[I];
+  Copy.get()[FieldLength] = 0;
+  *Text = Copy.release();
+  return EFI_SUCCESS;
+}
+
+// The N-th line (from 0) that begins with Word, or null.
+const CHAR16* NthLineBeginningWith(const CHAR16* Word, UINT64 N) {
+  for (UINT64 I = 0; I < LogLineCount(); ++I) {
+    const CHAR16* Line = LogLine(I);
+    if (BeginsWith(Line, Word) && N-- == 0) return Line;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+EFIAPI UINT64 GetLineCount() { return LogLineCount(); }
+
+EFIAPI EFI_STATUS GetLine(UINT64 Index, CHAR16** Copy) {
+  const CHAR16* Line = LogLine(Index);
+  if (Line == nullptr || Copy == nullptr) return EFI_INVALID_PARAMETER;
+  PoolPtr<CHAR16> Buffer;
+  const UINTN Bytes = (LogLineChars + 1) * sizeof(CHAR16);
+  EFI_STATUS Status = Buffer.Allocate(Bytes);
+  if (EFI_ERROR(Status)) return Status;
+  gBS->SetMem(Buffer.get(), Bytes, 0);
+  StrCpy(Buffer.get(), Line);
+  *Copy = Buffer.release();
+  return EFI_SUCCESS;
+}
+
+EFIAPI EFI_STATUS FreeLog() {
+  ReleaseLogLines();
+  return EFI_SUCCESS;
+}
+
+EFIAPI EFI_STATUS GetLogModuleKey(CHAR16** Text) {
+  const CHAR16* Header = LogLine(0);
+  if (Header == nullptr) return EFI_NOT_FOUND;
+  if (Text == nullptr) return EFI_INVALID_PARAMETER;
+  return CopyField(Header, ModuleKeyColumn, FieldEnd::Word, Text);
+}
+
+EFIAPI EFI_STATUS GetLogDisplayName(CHAR16** Text, UINT64 N) {
+  const CHAR16* Line = NthLineBeginningWith(u"DISPLAYNAME", N);
+  if (Line == nullptr || Text == nullptr) return EFI_SUCCESS;
+  return CopyField(Line, DisplayNameColumn, FieldEnd::Line, Text);
+}
+
+EFIAPI EFI_STATUS GetLogResultCode(CHAR16** Text, UINT64 N) {
+  // Only device end lines begin with STOP; algorithm stop lines begin with
+  // their time stamp.
+  const CHAR16* Line = NthLineBeginningWith(u"STOP", N);
+  if (Line == nullptr || Text == nullptr) return EFI_SUCCESS;
+  return CopyField(Line, ResultCodeColumn, FieldEnd::Word, Text);
+}
+
+EFIAPI UINT64 GetLogDeviceCount() {
+  UINT64 Count = 0;
+  for (UINT64 I = 0; I < LogLineCount(); ++I) Count += BeginsWith(LogLine(I), u"UID") ? 1 : 0;
+  return Count;
+}
+
+// Lines after the first display-name line up to and including the first
+// device end line; 0 without a display-name line or with nothing after it.
+// Without a device end line the count stops at the last line.
+EFIAPI UINT64 GetLogFirstDeviceLineCount() {
+  UINT64 First = 0;
+  while (First < LogLineCount() && !BeginsWith(LogLine(First), u"DISPLAYNAME")) ++First;
+  if (First + 1 >= LogLineCount()) return 0;
+  UINT64 Count = 0;
+  for (UINT64 I = First + 1; I < LogLineCount(); ++I) {
+    ++Count;
+    if (BeginsWith(LogLine(I), u"STOP")) break;
+  }
+  return Count;
+}
+
+EFIAPI BOOLEAN StripSecondsSuffix(const CHAR16* Text, CHAR16** Copy) {
+  if (Text == nullptr || Copy == nullptr) return FALSE;
+  const UINTN Length = StrLen(Text);
+  const BOOLEAN HasSuffix = Length >= 3 && Text[Length - 1] == u'S' && Text[Length - 2] == u' ' &&
+                            Text[Length - 3] >= u'0' && Text[Length - 3] <= u'9';
+  if (EFI_ERROR(CopyTextToPool(Text, Copy))) return FALSE;
+  if (HasSuffix) (*Copy)[Length - 2] = 0;
+  return HasSuffix;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,377 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "badsector/bad_sectors_tool_protocol.h"
+#include "core/diag_common.h"
+#include "core/pool_text.h"
+#include "log/line_store.h"
+#include "log/log_protocol.h"
+#include "tests/support/fake_test_module.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::FakeTestModule;
+using testing_support::TestMachine;
+using testing_support::utf8;
+using tarvik::QueueState;
+
+EFI_TIME at(UINT16 year, UINT8 month, UINT8 day, UINT8 hour, UINT8 minute, UINT8 second) {
+  EFI_TIME t{};
+  t.Year = year;
+  t.Month = month;
+  t.Day = day;
+  t.Hour = hour;
+  t.Minute = minute;
+  t.Second = second;
+  return t;
+}
+
+EFI_TIME seconds(UINT8 minutes, UINT8 secs) { return at(0, 0, 0, 0, minutes, secs); }
+
+// What the run screen collected, in the shapes the log takes them.
+struct RunRecord {
+  std::vector<std::vector<UINT8>> states;  // [device][algorithm]
+  std::vector<UINT8> algorithm_selection;
+  std::vector<UINT8> device_selection;
+  std::vector<std::u16string> result_codes;
+  std::vector<EFI_TIME> times;
+  std::vector<EFI_TIME> durations;
+  std::vector<std::u16string> summary;
+  std::vector<std::vector<std::vector<std::u16string>>> messages;  // [device][algorithm][n]
+};
+
+class Log : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    ASSERT_EQ(tarvik::InstallTestCollection(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    ASSERT_EQ(tarvik::InstallLog(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    EFI_GUID guid = tarvik::LogProtocolGuid;
+    VOID* found = nullptr;
+    ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
+    log = static_cast<tarvik::LogProtocol*>(found);
+  }
+  void TearDown() override {
+    log->FreeLog();
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+    EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+  }
+
+  EFI_STATUS build(UINT64 module_index, RunRecord& run) {
+    std::vector<UINT8*> states;
+    for (auto& row : run.states) states.push_back(row.data());
+    std::vector<CHAR16*> codes;
+    for (auto& c : run.result_codes) codes.push_back(c.data());
+    std::vector<CHAR16*> summary;
+    for (auto& s : run.summary) summary.push_back(s.data());
+    std::vector<std::vector<std::vector<CHAR16*>>> texts;
+    std::vector<std::vector<CHAR16**>> per_algorithm;
+    std::vector<CHAR16***> per_device;
+    std::vector<std::vector<UINT64>> counts;
+    std::vector<UINT64*> count_rows;
+    for (auto& device : run.messages) {
+      texts.emplace_back();
+      counts.emplace_back();
+      for (auto& cell : device) {
+        texts.back().emplace_back();
+        for (auto& m : cell) texts.back().back().push_back(m.data());
+        counts.back().push_back(cell.size());
+      }
+    }
+    for (auto& device : texts) {
+      per_algorithm.emplace_back();
+      for (auto& cell : device) per_algorithm.back().push_back(cell.data());
+    }
+    for (auto& device : per_algorithm) per_device.push_back(device.data());
+    for (auto& device : counts) count_rows.push_back(device.data());
+    return log->BuildTestLog(module_index, states.data(), run.algorithm_selection.data(), run.device_selection.data(),
+                             codes.data(), run.times.data(), run.durations.data(), summary.data(), summary.size(),
+                             per_device.data(), count_rows.data());
+  }
+
+  std::vector<std::string> lines() {
+    std::vector<std::string> all;
+    for (UINT64 i = 0; i < log->GetLineCount(); ++i) {
+      CHAR16* copy = nullptr;
+      EXPECT_EQ(log->GetLine(i, &copy), EFI_SUCCESS);
+      all.push_back(utf8(copy));
+      machine->boot_services()->FreePool(copy);
+    }
+    return all;
+  }
+
+  // A query's text, or "(untouched)" when it left the out-text alone.
+  template <typename Query>
+  std::string text_of(Query query) {
+    CHAR16* text = nullptr;
+    EXPECT_EQ(query(&text), EFI_SUCCESS);
+    if (text == nullptr) return "(untouched)";
+    std::string result = utf8(text);
+    machine->boot_services()->FreePool(text);
+    return result;
+  }
+
+  void add(FakeTestModule& module) {
+    ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
+  }
+
+  TestMachine machine;
+  tarvik::LogProtocol* log = nullptr;
+};
+
+FakeTestModule* memory_module(EFI_HANDLE image) {
+  auto* m = new FakeTestModule(image);
+  m->module_key = u"MEMORY";
+  m->algorithms = {{u"Advanced Integrity Test", u"ADVANCED_INTEGRITY"}};
+  m->devices = {{u"Main Memory",
+                 {{u"UID:", u"SN-0001"},
+                  {u"DISPLAYNAME:", u"MAIN_MEMORY"},
+                  {u"PHYSICAL_MEMORY:", u"8 GB"},
+                  {u">>> RESOURCE BANK", u" "},
+                  {u"INDEX:", u"0"},
+                  {u"MANUFACTURER:", u"Kestrel"},
+                  {u"SPEED:", u"3200"},
+                  {u"SIZE:", u"8 GB"},
+                  {u"PART_NUMBER:", u"KV-3200"},
+                  {u"SERIAL_NUMBER:", u"SN-0001"},
+                  {u"<<< RESOURCE", u" "}},
+                 {}}};
+  m->summary_lines = {u"MESSAGE TESTED_SIZE: 6,144 MB"};
+  return m;
+}
+
+TEST_F(Log, AMemoryRunGivesItsLinesInOrder) {
+  std::unique_ptr<FakeTestModule> memory(memory_module(machine->image_handle()));
+  add(*memory);
+  RunRecord run;
+  run.states = {{static_cast<UINT8>(QueueState::Passed)}};
+  run.algorithm_selection = {1};
+  run.device_selection = {1};
+  run.result_codes = {u"UME001000-XKUXDI"};
+  run.times = {at(2024, 3, 15, 10, 15, 0), at(2024, 3, 15, 10, 15, 1), at(2024, 3, 15, 10, 16, 16)};
+  run.durations = {seconds(1, 15)};
+  run.summary = {u"MESSAGE TESTED_SIZE: 6,144 MB"};
+  run.messages = {{{}}};
+  ASSERT_EQ(build(0, run), EFI_SUCCESS);
+
+  const std::vector<std::string> expected = {
+      "+++ 20240315T101500UTC MEMORY 1710497700000",
+      "UID: SN-0001",
+      "DISPLAYNAME: MAIN_MEMORY",
+      "PHYSICAL_MEMORY: 8 GB",
+      ">>> RESOURCE BANK  ",
+      "INDEX: 0",
+      "MANUFACTURER: Kestrel",
+      "SPEED: 3200",
+      "SIZE: 8 GB",
+      "PART_NUMBER: KV-3200",
+      "SERIAL_NUMBER: SN-0001",
+      "<<< RESOURCE  ",
+      "START TESTS",
+      "20240315T101501UTC MESSAGE TESTED_SIZE: 6,144 MB",
+      "20240315T101501UTC START ADVANCED_INTEGRITY",
+      "20240315T101616UTC STOP ADVANCED_INTEGRITY SUCCESS 75 S",
+      "STOP TESTS UME001000-XKUXDI",
+      "--- MEMORY",
+  };
+  EXPECT_EQ(lines(), expected);
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogModuleKey(t); }), "MEMORY");
+  EXPECT_EQ(log->GetLogFirstDeviceLineCount(), 14u);  // PHYSICAL_MEMORY .. STOP TESTS
+}
+
+TEST_F(Log, StopLinesFollowTheQueueStateAndOnlyRunAlgorithmsAdvanceTheTime) {
+  FakeTestModule module(machine->image_handle());
+  module.algorithms = {{u"A", u"ALPHA"}, {u"B", u"BETA"}, {u"C", u"GAMMA"}, {u"D", u"DELTA"}, {u"E", u"EPSILON"}};
+  module.devices = {{u"Disk", {{u"UID:", u"D1"}}, {}}};
+  add(module);
+  RunRecord run;
+  run.states = {{0, 5, 6, 4, 3}};
+  run.algorithm_selection = {1, 1, 1, 1, 1};
+  run.device_selection = {1};
+  run.result_codes = {u"UFK00F00F-AAAAAA"};
+  run.times = {at(2025, 1, 2, 3, 4, 5), at(2025, 1, 2, 3, 4, 6), at(2025, 1, 2, 3, 4, 7), at(2025, 1, 2, 3, 4, 8),
+               at(2025, 1, 2, 3, 4, 9), at(2025, 1, 2, 3, 4, 10)};
+  run.durations = {seconds(0, 1), seconds(0, 2), seconds(0, 3), at(0, 0, 0, 1, 0, 4)};
+  run.messages = {{{u"WARNING SKIPPED_NOTE"}, {}, {}, {}, {u"ERROR READ_SECTOR_ERROR 17", u"CRITICAL GIVE_UP"}}};
+  ASSERT_EQ(build(0, run), EFI_SUCCESS);
+
+  const std::vector<std::string> all = lines();
+  // 1 row + 3 messages + 2 * (5 + 1) * 1 + 2 + 0 summary lines.
+  ASSERT_EQ(all.size(), 18u);
+  const std::vector<std::string> expected = {
+      "+++ 20250102T030405UTC FAKE 1735787045000",
+      "UID: D1",
+      "START TESTS",
+      "20250102T030406UTC START ALPHA",
+      "20250102T030406UTC WARNING SKIPPED_NOTE",
+      "20250102T030406UTC STOP ALPHA SKIPPED",  // not run: same time, no duration
+      "20250102T030406UTC START BETA",
+      "20250102T030407UTC STOP BETA UNSUPPORTED",  // not supported: its duration is skipped
+      "20250102T030407UTC START GAMMA",
+      "20250102T030408UTC STOP GAMMA UNSUPPORTED 2 S",  // not executed keeps its duration
+      "20250102T030408UTC START DELTA",
+      "20250102T030409UTC STOP DELTA ABORTED 3 S",
+      "20250102T030409UTC START EPSILON",
+      "20250102T030409UTC ERROR READ_SECTOR_ERROR 17",
+      "20250102T030409UTC CRITICAL GIVE_UP",
+      "20250102T030410UTC STOP EPSILON FAILURE 3604 S",
+      "STOP TESTS UFK00F00F-AAAAAA",
+      "--- FAKE",
+  };
+  EXPECT_EQ(all, expected);
+}
+
+TEST_F(Log, QueriesFindEachDeviceOfATwoDeviceLog) {
+  FakeTestModule module(machine->image_handle());
+  module.module_key = u"STORAGE";
+  module.algorithms = {{u"Smart Status", u"SMART_STATUS"}};
+  module.devices = {{u"A", {{u"UID:", u"WD-1"}, {u"DISPLAYNAME:", u"Kestrel KV1 SSD"}}, {}},
+                    {u"B", {{u"UID:", u"WD-2"}, {u"DISPLAYNAME:", u"Not Tested"}}, {}},
+                    {u"C", {{u"UID:", u"WD-3"}, {u"DISPLAYNAME:", u"Ostrava 2TB"}}, {}}};
+  add(module);
+  RunRecord run;
+  run.states = {{2}, {0}, {3}};
+  run.algorithm_selection = {1};
+  run.device_selection = {1, 0, 1};  // the second drive was not chosen
+  run.result_codes = {u"UHD001000-AAAAAA", u"", u"UHD001001-BBBBBB"};
+  run.times = {at(2025, 6, 1, 8, 0, 0), at(2025, 6, 1, 8, 0, 1), at(2025, 6, 1, 8, 0, 2), at(2025, 6, 1, 8, 0, 3)};
+  run.durations = {seconds(0, 1), seconds(0, 1)};
+  run.messages = {{{}}, {{}}, {{}}};
+  ASSERT_EQ(build(0, run), EFI_SUCCESS);
+
+  EXPECT_EQ(log->GetLogDeviceCount(), 2u);
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogModuleKey(t); }), "STORAGE");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogDisplayName(t, 0); }), "Kestrel KV1 SSD");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogDisplayName(t, 1); }), "Ostrava 2TB");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogDisplayName(t, 5); }), "(untouched)");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogResultCode(t, 0); }), "UHD001000-AAAAAA");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogResultCode(t, 1); }), "UHD001001-BBBBBB");
+  EXPECT_EQ(text_of([&](CHAR16** t) { return log->GetLogResultCode(t, 2); }), "(untouched)");
+  EXPECT_EQ(log->GetLogFirstDeviceLineCount(), 4u);  // START TESTS, START, STOP, STOP TESTS
+  EXPECT_NE(lines()[8], "") << "the second device's section follows the first directly";
+}
+
+TEST_F(Log, TextsThatWouldOverrunALineAreCut) {
+  FakeTestModule module(machine->image_handle());
+  module.module_key = std::u16string(250, u'K');
+  module.algorithms = {{u"A", u"ALPHA"}};
+  module.devices = {{u"D", {{std::u16string(150, u'R') + u":", std::u16string(150, u'v')}}, {}}};
+  add(module);
+  RunRecord run;
+  run.states = {{3}};
+  run.algorithm_selection = {1};
+  run.device_selection = {1};
+  run.result_codes = {std::u16string(300, u'C')};
+  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1)};
+  run.durations = {seconds(0, 1)};
+  run.messages = {{{u"ERROR " + std::u16string(400, u'x')}}};
+  ASSERT_EQ(build(0, run), EFI_SUCCESS);
+  for (const std::string& line : lines()) EXPECT_LE(line.size(), 199u) << line;
+  EXPECT_EQ(lines()[1].size(), 199u);
+  EXPECT_EQ(lines()[4].substr(0, 25), "20250101T000001UTC ERROR ");
+}
+
+TEST_F(Log, LineCopiesTheSecondsSuffixAndFreeing) {
+  FakeTestModule module(machine->image_handle());
+  module.algorithms = {{u"A", u"ALPHA"}};
+  module.devices = {{u"D", {{u"NOTE:", std::u16string(144, u'n')}}, {}}};
+  add(module);
+  RunRecord run;
+  run.states = {{2}};
+  run.algorithm_selection = {1};
+  run.device_selection = {1};
+  run.result_codes = {u"X"};
+  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1)};
+  run.durations = {seconds(0, 1)};
+  run.messages = {{{}}};
+  ASSERT_EQ(build(0, run), EFI_SUCCESS);
+  EXPECT_EQ(lines()[1].size(), 150u);  // "NOTE: " and 144 characters, all of them
+
+  auto strip = [&](const char16_t* text, bool expect_stripped) {
+    CHAR16* copy = nullptr;
+    EXPECT_EQ(log->StripSecondsSuffix(text, &copy), expect_stripped ? TRUE : FALSE) << utf8(text);
+    std::string result = utf8(copy);
+    machine->boot_services()->FreePool(copy);
+    return result;
+  };
+  EXPECT_EQ(strip(u"SUCCESS 75 S", true), "SUCCESS 75");
+  EXPECT_EQ(strip(u"SKIPPED", false), "SKIPPED");
+  EXPECT_EQ(strip(u" S", false), " S");
+  EXPECT_EQ(strip(u"5 S", true), "5");
+  EXPECT_EQ(strip(u"UNSUPPORTED X S", false), "UNSUPPORTED X S");
+
+  EXPECT_EQ(log->FreeLog(), EFI_SUCCESS);
+  EXPECT_EQ(log->GetLineCount(), 0u);
+  EXPECT_EQ(log->GetLogFirstDeviceLineCount(), 0u);
+  CHAR16* untouched = nullptr;
+  EXPECT_EQ(log->GetLogModuleKey(&untouched), EFI_NOT_FOUND);
+  EXPECT_EQ(untouched, nullptr);
+}
+
+TEST_F(Log, AModuleThatIsNotRegisteredBuildsNothing) {
+  RunRecord run;
+  run.times = {at(2025, 1, 1, 0, 0, 0)};
+  EXPECT_EQ(build(0, run), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(log->GetLineCount(), 0u);
+}
+
+TEST(LogTime, MillisecondsCountLeapDaysAndStartIn1970) {
+  EXPECT_EQ(tarvik::MillisecondsSince1970(at(1970, 1, 2, 0, 0, 0)), 86400000u);
+  EXPECT_EQ(tarvik::MillisecondsSince1970(at(1969, 12, 31, 23, 59, 59)), 0u);
+  // 2024-03-01 is 19783 days after 1970 with 29 February 2024 counted.
+  EXPECT_EQ(tarvik::MillisecondsSince1970(at(2024, 3, 1, 0, 0, 0)), 19783ull * 86400000u);
+  EXPECT_EQ(tarvik::MillisecondsSince1970(at(2000, 12, 31, 0, 0, 0)) - tarvik::MillisecondsSince1970(at(2000, 1, 1, 0, 0, 0)),
+            365ull * 86400000u);  // 2000 is a leap year
+  CHAR16 stamp[tarvik::TimeStampChars + 1];
+  tarvik::FormatTimeStamp(at(12345, 123, 7, 9, 60, 5), stamp);
+  EXPECT_EQ(utf8(stamp), "23452307T096005UTC");  // too-large values keep their lowest digits
+}
+
+// The bad-sector tool as far as the recovery log uses it.
+EFIAPI EFI_STATUS tool_algorithm_name(tarvik::BadSectorsToolProtocol*, UINT64 index, CHAR16** name) {
+  return tarvik::CopyTextToPool(index == 1 ? u"Check and recover bad sectors" : u"Check bad sectors", name);
+}
+EFIAPI EFI_STATUS tool_run_info_row(tarvik::BadSectorsToolProtocol*, UINT64 row, UINT64, CHAR16** label,
+                                    CHAR16** value) {
+  tarvik::CopyTextToPool(row == 0 ? u"Device 0: Ostrava HD2000" : u"Size:", label);
+  return tarvik::CopyTextToPool(row == 0 ? u"" : u"1863 GB", value);
+}
+EFIAPI EFI_STATUS tool_unload(EFI_HANDLE) { return EFI_SUCCESS; }
+
+TEST_F(Log, ARecoveryLogNeedsTheToolAndFramesItsLines) {
+  std::u16string a = u"Bad sectors found =\t2", b = u"Corrected sector 1234";
+  CHAR16* result_lines[] = {a.data(), b.data()};
+  const EFI_TIME start = at(2025, 2, 3, 4, 5, 6), end = at(2025, 2, 3, 5, 6, 7);
+  EXPECT_EQ(log->BuildRecoverLog(2, result_lines, 1, &start, &end), EFI_ABORTED);
+  EXPECT_EQ(log->GetLineCount(), 0u);
+
+  tarvik::BadSectorsToolProtocol tool{};
+  tool.Header.Revision = 1;
+  tool.Header.ImageHandle = machine->image_handle();
+  tool.Header.Guid = tarvik::BadSectorsToolProtocolGuid;
+  tool.GetAlgorithmName = tool_algorithm_name;
+  tool.GetRunInfoRow = tool_run_info_row;
+  EFI_HANDLE handle = machine->image_handle();
+  EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+  VOID* record = &tool;
+  ASSERT_EQ(tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid, &record, tool_unload),
+            EFI_SUCCESS);
+
+  ASSERT_EQ(log->BuildRecoverLog(2, result_lines, 1, &start, &end), EFI_SUCCESS);
+  const std::vector<std::string> expected = {
+      "+++ 20250203T040506UTC RECOVER",
+      "Operation: Check and recover bad sectors",
+      "Device 0: Ostrava HD2000 ",
+      "Size: 1863 GB",
+      "Bad sectors found =\t2",
+      "Corrected sector 1234",
+      "--- 20250203T050607UTC RECOVER",
+  };
+  EXPECT_EQ(lines(), expected);
+}
+
+}  // namespace

@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "core/diag_common.h"
+#include "hostfw/volumes.h"
+#include "log/log_protocol.h"
+#include "tests/support/fake_test_module.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing_support::FakeTestModule;
+using testing_support::TestMachine;
+using tarvik::SaveLogCode;
+
+std::string read_file(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// The default machine plus volumes that refuse in each of their ways.
+hostfw::Profile refusing_volumes(const fs::path& directory) {
+  hostfw::Profile profile = hostfw::default_profile(directory.string());
+  profile.volumes.clear();
+  auto volume = [&](const char* label) -> hostfw::VolumeInfo& {
+    profile.volumes.push_back({label, (directory / label).string()});
+    fs::create_directories(directory / label / "Log");
+    return profile.volumes.back();
+  };
+  volume("GOOD");
+  volume("LOCKED").read_only = true;
+  volume("FAILING").fail_writes = true;
+  volume("TINY").size_mib = 1;
+  return profile;
+}
+
+class SaveLog : public ::testing::Test {
+ protected:
+  SaveLog()
+      : directory(fs::temp_directory_path() / ("tarvik-save-" + std::to_string(getpid()))),
+        profile(refusing_volumes(directory)),
+        machine("", &profile),
+        module(machine->image_handle()) {}
+
+  void SetUp() override {
+    ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    ASSERT_EQ(tarvik::InstallTestCollection(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    ASSERT_EQ(tarvik::InstallLog(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+    EFI_GUID guid = tarvik::LogProtocolGuid;
+    VOID* found = nullptr;
+    ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
+    log = static_cast<tarvik::LogProtocol*>(found);
+    ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
+    fs::remove_all(directory / "GOOD" / "Log");  // a fresh stick: no \Log yet
+  }
+  void TearDown() override {
+    log->FreeLog();
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+    EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+    fs::remove_all(directory);
+  }
+
+  // A log with characters beyond 8 bits in a device row and an empty line
+  // at its end: the room kept for the rows of a device that was not tested.
+  void build_log() {
+    module.algorithms = {{u"A", u"ALPHA"}};
+    module.devices = {{u"D", {{u"DISPLAYNAME:", u"Caf\u00e9 \u0141\u00f3d\u017a"}}},
+                      {u"E", {{u"DISPLAYNAME:", u"untested"}}}};
+    UINT8 states[] = {2};
+    UINT8* state_rows[] = {states, states};
+    UINT8 algorithms[] = {1};
+    UINT8 devices[] = {1, 0};
+    CHAR16 code[] = u"UFK001000-AAAAAA";
+    CHAR16* codes[] = {code, code};
+    EFI_TIME times[3] = {};
+    for (EFI_TIME& t : times) {
+      t.Year = 2025;
+      t.Month = 4;
+      t.Day = 5;
+    }
+    times[2].Second = 9;
+    EFI_TIME durations[1] = {};
+    durations[0].Second = 9;
+    CHAR16 summary[] = u"MESSAGE NOTE";
+    CHAR16* summaries[] = {summary};
+    ASSERT_EQ(log->BuildTestLog(0, state_rows, algorithms, devices, codes, times, durations, summaries, 0, nullptr,
+                                nullptr),
+              EFI_SUCCESS);
+  }
+
+  UINT64 save_to(size_t volume) { return log->SaveLog(machine->volumes()->handle(volume)); }
+  fs::path log_file(const char* volume) const { return directory / volume / "Log" / "Log.log"; }
+
+  fs::path directory;
+  hostfw::Profile profile;
+  TestMachine machine;
+  FakeTestModule module;
+  tarvik::LogProtocol* log = nullptr;
+};
+
+constexpr char kSavedLog[] =
+    "+++ 20250405T000000UTC FAKE 1743811200000\n"
+    "DISPLAYNAME: Caf\xe9 A\xf3\x64z\n"
+    "START TESTS\n"
+    "20250405T000000UTC START ALPHA\n"
+    "20250405T000009UTC STOP ALPHA SUCCESS 9 S\n"
+    "STOP TESTS UFK001000-AAAAAA\n"
+    "--- FAKE\n"
+    "\n";
+
+TEST_F(SaveLog, CreatesTheDirectoryAndAppendsEightBitLinesOnEverySave) {
+  build_log();
+  EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
+  EXPECT_EQ(read_file(log_file("GOOD")), kSavedLog);
+  EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
+  EXPECT_EQ(read_file(log_file("GOOD")), std::string(kSavedLog) + kSavedLog);
+}
+
+TEST_F(SaveLog, RefusingVolumesGiveTheirCodeAndKeepWhatWasSaved) {
+  build_log();
+  for (const char* volume : {"LOCKED", "FAILING", "TINY"}) {
+    std::ofstream(log_file(volume), std::ios::binary) << "an earlier run\n";
+  }
+  fs::resize_file(log_file("TINY"), 1024 * 1024 - 100);  // the volume is all but full
+
+  EXPECT_EQ(save_to(1), static_cast<UINT64>(SaveLogCode::FileNotOpened));  // write-protected
+  EXPECT_EQ(save_to(2), static_cast<UINT64>(SaveLogCode::WriteFailed));
+  EXPECT_EQ(save_to(3), static_cast<UINT64>(SaveLogCode::WriteFailed));
+  EXPECT_EQ(read_file(log_file("LOCKED")), "an earlier run\n");
+  EXPECT_EQ(read_file(log_file("FAILING")), "an earlier run\n");
+  EXPECT_EQ(fs::file_size(log_file("TINY")), 1024u * 1024 - 100);
+
+  // A write-protected stick without \Log cannot get one either.
+  fs::remove_all(directory / "LOCKED" / "Log");
+  EXPECT_EQ(save_to(1), static_cast<UINT64>(SaveLogCode::FileNotOpened));
+}
+
+TEST_F(SaveLog, AHandleWithoutAFileSystemIsRefused) {
+  build_log();
+  EXPECT_EQ(log->SaveLog(machine->image_handle()), static_cast<UINT64>(SaveLogCode::NoFileSystem));
+}
+
+}  // namespace
