@@ -1,4 +1,4 @@
-# Builds a UEFI application (PE32+, subsystem EFI application) from C++ sources
+# Builds UEFI applications (PE32+, subsystem EFI application) from C++ sources
 # with clang++ targeting x86_64 Windows and lld-link, next to the host build.
 find_program(TARVIK_EFI_CXX NAMES clang++ clang++-14 REQUIRED)
 find_program(TARVIK_EFI_LINK NAMES lld-link lld-link-14 REQUIRED)
@@ -11,7 +11,9 @@ set(TARVIK_EFI_CXX_FLAGS
   # Nothing runs before the entry point: static objects must be constant-initialised.
   -Wglobal-constructors -Wexit-time-destructors)
 
-function(add_efi_application name)
+# Compiles SOURCES (paths relative to the source tree) into objects under
+# efi/ and stores their paths in OUT.
+function(add_efi_objects out)
   cmake_parse_arguments(EFI "" "" "SOURCES;WARNINGS" ${ARGN})
   set(objects)
   foreach(src ${EFI_SOURCES})
@@ -29,13 +31,25 @@ function(add_efi_application name)
       VERBATIM)
     list(APPEND objects ${obj})
   endforeach()
+  set(${out} ${objects} PARENT_SCOPE)
+endfunction()
+
+# Links NAME.efi from OBJECTS (made by add_efi_objects and built by the
+# target OBJECT_TARGET, so two images sharing objects never compile them
+# twice) and its own SOURCES.
+function(add_efi_application name)
+  cmake_parse_arguments(EFI "" "OBJECT_TARGET" "OBJECTS;SOURCES;WARNINGS" ${ARGN})
+  add_efi_objects(own SOURCES ${EFI_SOURCES} WARNINGS ${EFI_WARNINGS})
   set(out ${CMAKE_BINARY_DIR}/${name}.efi)
   add_custom_command(
     OUTPUT ${out}
     COMMAND ${TARVIK_EFI_LINK} /nologo /subsystem:efi_application /entry:_ModuleEntryPoint
-            /nodefaultlib /machine:x64 /out:${out} ${objects}
-    DEPENDS ${objects}
+            /nodefaultlib /machine:x64 /out:${out} ${EFI_OBJECTS} ${own}
+    DEPENDS ${EFI_OBJECTS} ${own}
     COMMENT "EFI: linking ${name}.efi"
     VERBATIM)
   add_custom_target(${name} ALL DEPENDS ${out})
+  if(EFI_OBJECT_TARGET)
+    add_dependencies(${name} ${EFI_OBJECT_TARGET})
+  endif()
 endfunction()
