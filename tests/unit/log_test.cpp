@@ -266,7 +266,7 @@ TEST_F(Log, TextsThatWouldOverrunALineAreCut) {
   run.algorithm_selection = {1};
   run.device_selection = {1};
   run.result_codes = {std::u16string(300, u'C')};
-  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1)};
+  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1), at(2025, 1, 1, 0, 0, 2)};
   run.durations = {seconds(0, 1)};
   run.messages = {{{u"ERROR " + std::u16string(400, u'x')}}};
   ASSERT_EQ(build(0, run), EFI_SUCCESS);
@@ -285,7 +285,7 @@ TEST_F(Log, LineCopiesTheSecondsSuffixAndFreeing) {
   run.algorithm_selection = {1};
   run.device_selection = {1};
   run.result_codes = {u"X"};
-  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1)};
+  run.times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1), at(2025, 1, 1, 0, 0, 2)};
   run.durations = {seconds(0, 1)};
   run.messages = {{{}}};
   ASSERT_EQ(build(0, run), EFI_SUCCESS);
@@ -349,7 +349,8 @@ TEST_F(Log, ARecoveryLogNeedsTheToolAndFramesItsLines) {
   EXPECT_EQ(log->BuildRecoverLog(2, result_lines, 1, &start, &end), EFI_ABORTED);
   EXPECT_EQ(log->GetLineCount(), 0u);
 
-  tarvik::BadSectorsToolProtocol tool{};
+  static tarvik::BadSectorsToolProtocol tool;  // outlives the test: teardown uninstalls it
+  tool = {};
   tool.Header.Revision = 1;
   tool.Header.ImageHandle = machine->image_handle();
   tool.Header.Guid = tarvik::BadSectorsToolProtocolGuid;
