@@ -32,7 +32,7 @@ struct ServiceDescriptor {
   VOID (*FillOperations)(Record&);
   // Optional work between allocating and filling the record (the registry
   // creates its table); its failure is printed with PrepareFailureFormat,
-  // which takes the service's name and the status.
+  // when given, which takes the service's name and the status.
   EFI_STATUS (*Prepare)() = nullptr;
   const CHAR16* PrepareFailureFormat = nullptr;
 };
@@ -67,7 +67,7 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
   if (Service.Prepare != nullptr) {
     Status = Service.Prepare();
     if (EFI_ERROR(Status)) {
-      Shared->Print(Service.PrepareFailureFormat, Service.Name, Status);
+      if (Service.PrepareFailureFormat != nullptr) Shared->Print(Service.PrepareFailureFormat, Service.Name, Status);
       BootServices->FreePool(Installed);
       return Status;
     }

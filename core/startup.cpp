@@ -2,6 +2,11 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "log/log_protocol.h"
+#include "registry/test_collection_protocol.h"
+#include "resultcode/error_code_protocol.h"
+#include "sysinfo/smbios_protocol.h"
+#include "text/language_protocol.h"
 #include "ui/run_diagnostics_ui.h"
 
 namespace tarvik {
@@ -9,6 +14,11 @@ namespace {
 
 constexpr CoreServiceStep ApplicationCoreServices[] = {
     {InstallDiagCommon, u"Failed to install common protocols...\n"},
+    {InstallErrorCode, u"Failed to install errorcode protocol...\n"},
+    {InstallSmBios, u"Failed to install SmBios protocols...\n"},
+    {InstallLanguage, u"Failed to install language protocols...\n"},
+    {InstallTestCollection, u"Failed to install TestCollection protocols...\n"},
+    {InstallLog, u"Failed to install Log protocols...\n"},
 };
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <string>
 
 #include "core/diag_common.h"
+#include "sysinfo/smbios_protocol.h"
+#include "text/language_protocol.h"
 #include "tests/support/test_machine.h"
 
 extern "C" EFIAPI EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
@@ -28,12 +30,32 @@ TEST(ApplicationRun, StartsShowsItsServicesAndEndsInAColdResetWithNothingLeft) {
   EXPECT_EQ(machine->watchdog_seconds(), 0u);
   const std::string screen = machine->console().screen_text();
   EXPECT_NE(screen.find("Tarvik Diagnostic"), std::string::npos) << screen;
-  EXPECT_NE(screen.find("DiagCommonProtocol (shared services)"), std::string::npos) << screen;
+  for (const char* service : {"DiagCommonProtocol", "ErrorCodeProtocol", "SmBiosProtocol", "LanguageProtocol",
+                              "TestCollectionProtocol", "LogProtocol"}) {
+    EXPECT_NE(screen.find(service), std::string::npos) << service << " is not installed\n" << screen;
+  }
   EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
   EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
   EFI_GUID common = tarvik::DiagCommonProtocolGuid;
   VOID* found = nullptr;
   EXPECT_EQ(machine->boot_services()->LocateProtocol(&common, nullptr, &found), EFI_NOT_FOUND);
+}
+
+TEST(ApplicationRun, ACoreServiceThatCannotBeInstalledStopsStartUpWithoutAReset) {
+  TestMachine machine;
+  machine->faults().fail_install_of_guid = true;
+  machine->faults().install_guid_to_fail = tarvik::LanguageProtocolGuid;
+  const hostfw::RunResult result = machine->run(_ModuleEntryPoint);
+  ASSERT_EQ(result.end, hostfw::RunResult::End::Returned) << result.reason;
+  EXPECT_EQ(result.status, EFI_OUT_OF_RESOURCES);
+  EXPECT_NE(machine.transcript().find("Falha ao instalar Language Protocol: Out of Resources\r\n"
+                                      "Failed to install language protocols...\r\n"),
+            std::string::npos)
+      << machine.transcript();
+  // The services before it stay installed.
+  EFI_GUID smbios = tarvik::SmBiosProtocolGuid;
+  VOID* found = nullptr;
+  EXPECT_EQ(machine->boot_services()->LocateProtocol(&smbios, nullptr, &found), EFI_SUCCESS);
 }
 
 TEST(ApplicationRun, ARunWaitingForKeysThatNeverComeIsStopped) {

@@ -1,0 +1,107 @@
+// SMBIOS information: finds the structure table through the firmware's
+// configuration table once, then hands out structures by type and instance
+// and their strings widened to UTF-16.
+#include "core/pool.h"
+#include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_table.h"
+
+namespace tarvik {
+namespace {
+
+constinit SmBiosProtocol* SmBiosRecord = nullptr;
+constinit EFI_HANDLE SmBiosImageHandle = nullptr;
+constinit DiagCommonProtocol* SmBiosCommon = nullptr;
+constinit SmbiosTable Table = {};
+
+// Fields of the SMBIOS 2.x entry point.
+constexpr UINTN TableLengthOffset = 0x16;
+constexpr UINTN TableAddressOffset = 0x18;
+constexpr UINTN StructureCountOffset = 0x1C;
+
+UINT32 ReadLittleEndian(const UINT8* Bytes, UINTN Count) {
+  UINT32 Value = 0;
+  for (UINTN I = Count; I > 0; --I) Value = (Value << 8) | Bytes[I - 1];
+  return Value;
+}
+
+// The last SMBIOS entry point of the configuration table wins.
+BOOLEAN FindTable(const EFI_SYSTEM_TABLE* SystemTable, SmbiosTable& Found) {
+  const EFI_GUID SmbiosGuid = SMBIOS_TABLE_GUID;
+  BOOLEAN Any = FALSE;
+  for (UINTN I = 0; I < SystemTable->NumberOfTableEntries; ++I) {
+    const EFI_CONFIGURATION_TABLE& Entry = SystemTable->ConfigurationTable[I];
+    if (!(Entry.VendorGuid == SmbiosGuid) || Entry.VendorTable == nullptr) continue;
+    const UINT8* EntryPoint = static_cast<const UINT8*>(Entry.VendorTable);
+    Found.Length = ReadLittleEndian(EntryPoint + TableLengthOffset, 2);
+    Found.Start = reinterpret_cast<const UINT8*>(
+        static_cast<UINTN>(ReadLittleEndian(EntryPoint + TableAddressOffset, 4)));
+    Found.Structures = static_cast<UINT16>(ReadLittleEndian(EntryPoint + StructureCountOffset, 2));
+    Any = TRUE;
+  }
+  return Any;
+}
+
+EFIAPI EFI_STATUS GetSmbiosStructure(UINT8 Type, VOID** Record, UINT32 Instance) {
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  *Record = const_cast<UINT8*>(FindSmbiosStructure(Table, Type, Instance));
+  return *Record != nullptr ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
+}
+
+EFIAPI EFI_STATUS GetSmbiosString(const VOID* Record, UINTN StringNumber, CHAR16** Text) {
+  if (Text == nullptr) return EFI_INVALID_PARAMETER;
+  const UINT8* Bytes = nullptr;
+  UINTN Length = 0;
+  if (!FindSmbiosString(Table, static_cast<const UINT8*>(Record), StringNumber, &Bytes, &Length)) {
+    *Text = nullptr;
+    return EFI_INVALID_PARAMETER;
+  }
+  PoolPtr<CHAR16> Wide;
+  EFI_STATUS Status = Wide.Allocate((Length + 1) * sizeof(CHAR16));
+  if (EFI_ERROR(Status)) return Status;
+  // Each byte becomes the character of the same value (Latin-1).
+  for (UINTN I = 0; I < Length; ++I) Wide.get()[I] = Bytes[I];
+  Wide.get()[Length] = 0;
+  *Text = Wide.release();
+  return EFI_SUCCESS;
+}
+
+EFIAPI EFI_STATUS UnloadSmBios(EFI_HANDLE) {
+  Table = {};
+  return ReleaseServiceRecord(gBS, SmBiosRecord);
+}
+
+VOID FillOperations(SmBiosProtocol& Record) {
+  Record.GetSmbiosStructure = GetSmbiosStructure;
+  Record.GetSmbiosString = GetSmbiosString;
+}
+
+// Runs before the record is filled and installed, so a machine without
+// SMBIOS tables leaves nothing installed; start-up reports the failure.
+constinit const EFI_SYSTEM_TABLE* InstallingOn = nullptr;
+EFI_STATUS FindTableBeforeInstalling() {
+  SmbiosTable Found;
+  if (InstallingOn == nullptr || !FindTable(InstallingOn, Found)) return EFI_ABORTED;
+  Table = Found;
+  return EFI_SUCCESS;
+}
+
+}  // namespace
+
+EFI_STATUS InstallSmBios(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
+  InstallingOn = SystemTable;
+  ServiceDescriptor<SmBiosProtocol> Service = {
+      .Guid = SmBiosProtocolGuid,
+      .Name = u"SmBios Protocol",
+      .ModuleRecord = &SmBiosRecord,
+      .ModuleImageHandle = &SmBiosImageHandle,
+      .ModuleCommon = &SmBiosCommon,
+      .Unload = UnloadSmBios,
+      .FillOperations = FillOperations,
+      .Prepare = FindTableBeforeInstalling,
+  };
+  const EFI_STATUS Status = InstallService(ImageHandle, SystemTable, Service);
+  InstallingOn = nullptr;
+  return Status;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/diag_common.h"
+#include "sysinfo/smbios_protocol.h"
+#include "text/language_protocol.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::TestMachine;
+using Bytes = std::vector<uint8_t>;
+
+// One SMBIOS structure: type, formatted area of `length` bytes (handle
+// zero), then the strings and the closing NUL.
+Bytes structure(uint8_t type, uint8_t length, std::vector<std::string> strings, Bytes formatted = {}) {
+  Bytes s(length, 0);
+  s[0] = type;
+  s[1] = length;
+  for (size_t i = 0; i < formatted.size() && 4 + i < length; ++i) s[4 + i] = formatted[i];
+  for (const std::string& text : strings) {
+    s.insert(s.end(), text.begin(), text.end());
+    s.push_back(0);
+  }
+  if (strings.empty()) s.push_back(0);
+  s.push_back(0);
+  return s;
+}
+
+// A structure table below 4 GiB whose last byte sits right before a page
+// that cannot be read, so a walk that reads past the table's length crashes.
+class GuardedTable {
+ public:
+  explicit GuardedTable(const Bytes& bytes) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    data_pages_ = (bytes.size() + page - 1) / page + 1;
+    size_ = (data_pages_ + 1) * page;
+    base_ = static_cast<uint8_t*>(
+        mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0));
+    EXPECT_NE(base_, MAP_FAILED);
+    mprotect(base_ + data_pages_ * page, page, PROT_NONE);
+    start_ = base_ + data_pages_ * page - bytes.size();
+    std::memcpy(start_, bytes.data(), bytes.size());
+  }
+  ~GuardedTable() { munmap(base_, size_); }
+  uint32_t address() const { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(start_)); }
+
+ private:
+  uint8_t* base_ = nullptr;
+  uint8_t* start_ = nullptr;
+  size_t size_ = 0;
+  size_t data_pages_ = 0;
+};
+
+class Smbios : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+  }
+  void TearDown() override {
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+    EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+  }
+
+  // Installs the service on a system table whose only configuration entry
+  // points at `table`, declared `length` bytes long with `count` structures.
+  EFI_STATUS install_on(const GuardedTable& table, uint16_t length, uint16_t count) {
+    std::memset(entry_point_, 0, sizeof(entry_point_));
+    std::memcpy(entry_point_, "_SM_", 4);
+    std::memcpy(entry_point_ + 0x16, &length, 2);
+    const uint32_t address = table.address();
+    std::memcpy(entry_point_ + 0x18, &address, 4);
+    std::memcpy(entry_point_ + 0x1C, &count, 2);
+    configuration_ = {SMBIOS_TABLE_GUID, entry_point_};
+    system_table_ = *machine->system_table();
+    system_table_.NumberOfTableEntries = 1;
+    system_table_.ConfigurationTable = &configuration_;
+    return install(&system_table_);
+  }
+
+  EFI_STATUS install(EFI_SYSTEM_TABLE* system_table) {
+    const EFI_STATUS status = tarvik::InstallSmBios(machine->image_handle(), system_table);
+    EFI_GUID guid = tarvik::SmBiosProtocolGuid;
+    VOID* found = nullptr;
+    service = EFI_ERROR(machine->boot_services()->LocateProtocol(&guid, nullptr, &found))
+                  ? nullptr
+                  : static_cast<tarvik::SmBiosProtocol*>(found);
+    return status;
+  }
+
+  const uint8_t* find(uint8_t type, uint32_t instance) {
+    VOID* record = reinterpret_cast<VOID*>(1);
+    const EFI_STATUS status = service->GetSmbiosStructure(type, &record, instance);
+    EXPECT_EQ(status == EFI_SUCCESS, record != nullptr);
+    if (status != EFI_SUCCESS) {
+      EXPECT_EQ(status, EFI_INVALID_PARAMETER);
+    }
+    return static_cast<const uint8_t*>(record);
+  }
+
+  std::u16string string_of(const uint8_t* record, UINTN number) {
+    CHAR16* text = nullptr;
+    EXPECT_EQ(service->GetSmbiosString(record, number, &text), EFI_SUCCESS);
+    std::u16string result = text == nullptr ? u"(null)" : std::u16string(text);
+    machine->boot_services()->FreePool(text);
+    return result;
+  }
+
+  TestMachine machine;
+  tarvik::SmBiosProtocol* service = nullptr;
+  uint8_t entry_point_[32] = {};
+  EFI_CONFIGURATION_TABLE configuration_ = {};
+  EFI_SYSTEM_TABLE system_table_ = {};
+};
+
+TEST_F(Smbios, TheMachinesTablesAreServedByTypeAndInstance) {
+  ASSERT_EQ(install(machine->system_table()), EFI_SUCCESS);
+  ASSERT_NE(service, nullptr);
+  const uint8_t* system = find(1, 0);
+  ASSERT_NE(system, nullptr);
+  EXPECT_EQ(string_of(system, system[7]), u"KVN7400-2418-0095");
+  EXPECT_EQ(find(1, 1), nullptr);
+
+  // Memory devices in table order, the empty slot included.
+  const auto& modules = machine->profile().memory_modules;
+  for (uint32_t i = 0; i < modules.size(); ++i) {
+    const uint8_t* device = find(17, i);
+    ASSERT_NE(device, nullptr) << i;
+    EXPECT_EQ(device[0x0C] | device[0x0D] << 8, modules[i].size_mib == 0 ? 0 : modules[i].size_mib) << i;
+  }
+  EXPECT_EQ(find(17, static_cast<uint32_t>(modules.size())), nullptr);
+  EXPECT_EQ(string_of(system, 0), u"");
+  EXPECT_EQ(string_of(system, 200), u"");
+
+  // The text resources read the current language through this service.
+  ASSERT_EQ(tarvik::InstallLanguage(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
+  EFI_GUID guid = tarvik::LanguageProtocolGuid;
+  VOID* language = nullptr;
+  ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &language), EFI_SUCCESS);
+  EXPECT_EQ(static_cast<tarvik::LanguageProtocol*>(language)->GetLanguage(), 0u);  // "en|US|iso8859-1"
+}
+
+TEST_F(Smbios, StringsAreWidenedByteByByteAndLongTablesWalkedToTheEnd) {
+  Bytes table = structure(1, 8, {});                                    // no strings
+  const Bytes named = structure(200, 6, {"Caf\xe9 \xff", "second"});
+  table.insert(table.end(), named.begin(), named.end());
+  for (int i = 0; i < 300; ++i) {
+    const Bytes filler = structure(5, 4, {"x"});
+    table.insert(table.end(), filler.begin(), filler.end());
+  }
+  const Bytes last = structure(9, 5, {"slot"});
+  table.insert(table.end(), last.begin(), last.end());
+  GuardedTable guarded(table);
+  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 303), EFI_SUCCESS);
+
+  ASSERT_NE(find(1, 0), nullptr);
+  const uint8_t* record = find(200, 0);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(string_of(record, 1), u"Caf\u00e9 \u00ff");
+  EXPECT_EQ(string_of(record, 2), u"second");
+  EXPECT_EQ(string_of(record, 3), u"");  // beyond the last string
+  EXPECT_NE(find(5, 299), nullptr);
+  const uint8_t* slot = find(9, 0);
+  ASSERT_NE(slot, nullptr);
+  EXPECT_EQ(string_of(slot, 1), u"slot");
+  EXPECT_EQ(find(5, 300), nullptr);
+}
+
+TEST_F(Smbios, BrokenTablesEndTheWalkWithoutReadingPastTheirLength) {
+  const Bytes good = structure(1, 8, {"serial"});
+  struct Case {
+    const char* what;
+    Bytes tail;
+    uint16_t extra_count;
+  };
+  const Case cases[] = {
+      {"a string set cut by the table's end", Bytes{4, 6, 0, 0, 0, 0, 'a', 'b'}, 1},
+      {"a formatted area cut by the table's end", Bytes{4, 30, 0, 0, 0}, 1},
+      {"a length below the header", Bytes{4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0}, 2},
+      {"more structures counted than the table holds", Bytes{}, 40},
+      {"a lone byte after the last structure", Bytes{4}, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Bytes table = good;
+    table.insert(table.end(), c.tail.begin(), c.tail.end());
+    GuardedTable guarded(table);
+    ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), static_cast<uint16_t>(1 + c.extra_count)),
+              EFI_SUCCESS);
+    const uint8_t* system = find(1, 0);
+    ASSERT_NE(system, nullptr);
+    EXPECT_EQ(string_of(system, 1), u"serial");
+    EXPECT_EQ(find(4, 0), nullptr);
+    EXPECT_EQ(find(4, 1), nullptr);
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+  }
+  // A string set that the table's end cuts off reads as no string.
+  Bytes cut = structure(2, 4, {"abcdef"});
+  cut.resize(cut.size() - 3);
+  GuardedTable guarded(cut);
+  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(cut.size()), 1), EFI_SUCCESS);
+  EXPECT_EQ(find(2, 0), nullptr);
+}
+
+TEST_F(Smbios, AMachineWithoutTablesCannotStartTheService) {
+  EFI_SYSTEM_TABLE without = *machine->system_table();
+  without.NumberOfTableEntries = 0;
+  EXPECT_EQ(install(&without), EFI_ABORTED);
+  EXPECT_EQ(service, nullptr);
+}
+
+}  // namespace
