@@ -10,8 +10,4 @@ namespace tarvik {
 // A null Source gives an empty text.
 EFI_STATUS CopyTextToPool(const CHAR16* Source, CHAR16** Copy);
 
-// Text receives a zero-filled buffer of BufferBytes bytes holding Format
-// formatted, cut to fit. Text is untouched on failure.
-EFIAPI EFI_STATUS FormatTextToPool(UINTN BufferBytes, CHAR16** Text, const CHAR16* Format, ...);
-
 }  // namespace tarvik

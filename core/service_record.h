@@ -31,9 +31,10 @@ struct ServiceDescriptor {
   EFI_IMAGE_UNLOAD Unload;            // the record's clean-up operation
   VOID (*FillOperations)(Record&);
   // Optional work between allocating and filling the record (the registry
-  // creates its table); its failure is printed with PrepareFailureFormat,
-  // when given, which takes the service's name and the status.
-  EFI_STATUS (*Prepare)() = nullptr;
+  // creates its table, SMBIOS finds its table); its failure is printed with
+  // PrepareFailureFormat, when given, which takes the service's name and the
+  // status.
+  EFI_STATUS (*Prepare)(EFI_SYSTEM_TABLE* SystemTable) = nullptr;
   const CHAR16* PrepareFailureFormat = nullptr;
 };
 
@@ -65,7 +66,7 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
   }
   Record* Installed = static_cast<Record*>(Raw);
   if (Service.Prepare != nullptr) {
-    Status = Service.Prepare();
+    Status = Service.Prepare(SystemTable);
     if (EFI_ERROR(Status)) {
       if (Service.PrepareFailureFormat != nullptr) Shared->Print(Service.PrepareFailureFormat, Service.Name, Status);
       BootServices->FreePool(Installed);

@@ -18,13 +18,14 @@ EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 Opera
   EFI_STATUS Status = AllocateLogLines(LineCount + 5);
   if (EFI_ERROR(Status)) return Status;
 
+  LogLineCursor Cursor;
   CHAR16 Stamp[TimeStampChars + 1];
   FormatTimeStamp(*StartTime, Stamp);
-  LogLineWriter(LogLine(0)).Append(u"+++ ").Append(Stamp).Append(u" RECOVER");
+  Cursor.Next().Append(u"+++ ").Append(Stamp).Append(u" RECOVER");
 
-  CHAR16* Name = nullptr;
-  LogLineWriter Operation(LogLine(1));
+  LogLineWriter Operation = Cursor.Next();
   Operation.Append(u"Operation: ");
+  CHAR16* Name = nullptr;
   if (!EFI_ERROR(Tool->GetAlgorithmName(Tool, OperationIndex, &Name))) {
     PoolPtr<CHAR16> OwnedName(Name);
     Operation.Append(Name);
@@ -32,17 +33,18 @@ EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 Opera
 
   // The tool's rows 0 and 1: the drive and its size.
   for (UINT64 Row = 0; Row < 2; ++Row) {
+    LogLineWriter Line = Cursor.Next();
     CHAR16* Label = nullptr;
     CHAR16* Value = nullptr;
     if (EFI_ERROR(Tool->GetRunInfoRow(Tool, Row, 0, &Label, &Value))) continue;
     PoolPtr<CHAR16> OwnedLabel(Label), OwnedValue(Value);
-    LogLineWriter(LogLine(2 + Row)).Append(Label).Append(u" ").Append(Value);
+    Line.Append(Label).Append(u" ").Append(Value);
   }
 
-  for (UINT64 I = 0; I < LineCount; ++I) LogLineWriter(LogLine(4 + I)).Append(Lines[I]);
+  for (UINT64 I = 0; I < LineCount; ++I) Cursor.Next().Append(Lines[I]);
 
   FormatTimeStamp(*EndTime, Stamp);
-  LogLineWriter(LogLine(LineCount + 4)).Append(u"--- ").Append(Stamp).Append(u" RECOVER");
+  Cursor.Next().Append(u"--- ").Append(Stamp).Append(u" RECOVER");
   return EFI_SUCCESS;
 }
 

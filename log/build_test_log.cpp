@@ -31,22 +31,6 @@ EFI_STATUS FindModule(UINT64 ModuleIndex, TestModuleProtocol** Module) {
   return static_cast<TestCollectionProtocol*>(Found)->GetTest(ModuleIndex, Module);
 }
 
-// Writes the lines in order; a writer past the last line writes nothing.
-class LineCursor {
- public:
-  LogLineWriter Next() { return LogLineWriter(LogLine(Next_++)); }
-  LogLineWriter NextStamped(const EFI_TIME& Time) {
-    CHAR16 Stamp[TimeStampChars + 1];
-    FormatTimeStamp(Time, Stamp);
-    LogLineWriter Writer = Next();
-    Writer.Append(Stamp).Append(u" ");
-    return Writer;
-  }
-
- private:
-  UINT64 Next_ = 0;
-};
-
 }  // namespace
 
 EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UINT8* AlgorithmSelection,
@@ -82,7 +66,7 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
   if (!EFI_ERROR(Module->GetModuleKey(Module, &Key))) ModuleKey.reset(Key);
   const CHAR16* ModuleKeyText = ModuleKey ? ModuleKey.get() : u"";
 
-  LineCursor Cursor;
+  LogLineCursor Cursor;
   CHAR16 RunStart[TimeStampChars + 1];
   FormatTimeStamp(RunTimes[0], RunStart);
   Cursor.Next().Append(u"+++ ").Append(RunStart).AppendFormatted(u" %s %ld", ModuleKeyText,

@@ -57,6 +57,16 @@ EFIAPI LogLineWriter& LogLineWriter::AppendFormatted(const CHAR16* Format, ...) 
   return *this;
 }
 
+LogLineWriter LogLineCursor::Next() { return LogLineWriter(LogLine(Next_++)); }
+
+LogLineWriter LogLineCursor::NextStamped(const EFI_TIME& Time) {
+  CHAR16 Stamp[TimeStampChars + 1];
+  FormatTimeStamp(Time, Stamp);
+  LogLineWriter Writer = Next();
+  Writer.Append(Stamp).Append(u" ");
+  return Writer;
+}
+
 VOID FormatTimeStamp(const EFI_TIME& Time, CHAR16 (&Text)[TimeStampChars + 1]) {
   UINTN At = 0;
   auto Digits = [&](UINT32 Value, UINTN Width) {

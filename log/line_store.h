@@ -29,6 +29,17 @@ class LogLineWriter {
   UINTN Length_ = 0;
 };
 
+// Hands out the writers of the log's lines in order, from line 0.
+class LogLineCursor {
+ public:
+  LogLineWriter Next();
+  // The next line, begun with the time stamp of Time and a space.
+  LogLineWriter NextStamped(const EFI_TIME& Time);
+
+ private:
+  UINT64 Next_ = 0;
+};
+
 // The time stamp of a log line, e.g. "20240315T101500UTC": each field at
 // its width, zero-padded, keeping the lowest digits of a value too large.
 inline constexpr UINTN TimeStampChars = 18;

@@ -91,7 +91,7 @@ EFI_STATUS InstallTestCollection(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* Syste
       .ModuleCommon = &CollectionCommon,
       .Unload = UnloadTestCollection,
       .FillOperations = FillOperations,
-      .Prepare = InitialiseTable,
+      .Prepare = [](EFI_SYSTEM_TABLE*) { return InitialiseTable(); },
       .PrepareFailureFormat = u"Falha ao iniciar estruturas internas de %s: %r\n",
   };
   return InstallService(ImageHandle, SystemTable, Service);

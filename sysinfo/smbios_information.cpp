@@ -77,10 +77,9 @@ VOID FillOperations(SmBiosProtocol& Record) {
 
 // Runs before the record is filled and installed, so a machine without
 // SMBIOS tables leaves nothing installed; start-up reports the failure.
-constinit const EFI_SYSTEM_TABLE* InstallingOn = nullptr;
-EFI_STATUS FindTableBeforeInstalling() {
+EFI_STATUS FindTableBeforeInstalling(EFI_SYSTEM_TABLE* SystemTable) {
   SmbiosTable Found;
-  if (InstallingOn == nullptr || !FindTable(InstallingOn, Found)) return EFI_ABORTED;
+  if (!FindTable(SystemTable, Found)) return EFI_ABORTED;
   Table = Found;
   return EFI_SUCCESS;
 }
@@ -88,7 +87,6 @@ EFI_STATUS FindTableBeforeInstalling() {
 }  // namespace
 
 EFI_STATUS InstallSmBios(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
-  InstallingOn = SystemTable;
   ServiceDescriptor<SmBiosProtocol> Service = {
       .Guid = SmBiosProtocolGuid,
       .Name = u"SmBios Protocol",
@@ -99,9 +97,7 @@ EFI_STATUS InstallSmBios(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) 
       .FillOperations = FillOperations,
       .Prepare = FindTableBeforeInstalling,
   };
-  const EFI_STATUS Status = InstallService(ImageHandle, SystemTable, Service);
-  InstallingOn = nullptr;
-  return Status;
+  return InstallService(ImageHandle, SystemTable, Service);
 }
 
 }  // namespace tarvik
