@@ -35,6 +35,9 @@ class BootTest(unittest.TestCase):
             q.wait_for(PROMPT)
             boot = q.elapsed()
             self.assertIn("Tarvik Diagnostic", q.output)
+            for service in ("DiagCommonProtocol", "ErrorCodeProtocol", "SmBiosProtocol", "LanguageProtocol",
+                            "TestCollectionProtocol", "LogProtocol"):
+                self.assertIn(service, q.output, f"{service} is not installed on this firmware")
             q.send_key("enter")
             status = q.wait_exit()
             print(f"prompt after {boot:.1f} s, QEMU ended {q.elapsed() - boot:.1f} s after the key",
