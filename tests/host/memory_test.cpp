@@ -10,109 +10,92 @@ namespace {
 
 using testing_support::TestMachine;
 
-struct Map {
-  std::vector<uint8_t> bytes;
-  UINTN descriptor_size = 0;
-  UINTN key = 0;
-  std::vector<EFI_MEMORY_DESCRIPTOR> descriptors() const {
-    std::vector<EFI_MEMORY_DESCRIPTOR> out;
-    for (size_t at = 0; at + descriptor_size <= bytes.size(); at += descriptor_size) {
-      EFI_MEMORY_DESCRIPTOR d;
-      std::memcpy(&d, bytes.data() + at, sizeof d);
-      out.push_back(d);
-    }
-    return out;
-  }
-};
-
-Map read_map(EFI_BOOT_SERVICES* bs) {
-  Map map;
-  UINTN size = 0;
+// The memory map, asked for first without a buffer as callers do; key is its map key.
+std::vector<EFI_MEMORY_DESCRIPTOR> read_map(EFI_BOOT_SERVICES* bs, UINTN* key = nullptr) {
+  UINTN size = 0, map_key = 0, descriptor_size = 0;
   UINT32 version = 0;
-  EXPECT_EQ(bs->GetMemoryMap(&size, nullptr, &map.key, &map.descriptor_size, &version), EFI_BUFFER_TOO_SMALL);
-  EXPECT_EQ(version, 1u);
-  EXPECT_GT(map.descriptor_size, sizeof(EFI_MEMORY_DESCRIPTOR)) << "callers must step by the descriptor size";
-  map.bytes.resize(size);
-  EXPECT_EQ(bs->GetMemoryMap(&size, reinterpret_cast<EFI_MEMORY_DESCRIPTOR*>(map.bytes.data()), &map.key,
-                             &map.descriptor_size, &version),
+  EXPECT_EQ(bs->GetMemoryMap(&size, nullptr, &map_key, &descriptor_size, &version), EFI_BUFFER_TOO_SMALL);
+  EXPECT_GT(descriptor_size, sizeof(EFI_MEMORY_DESCRIPTOR)) << "callers must step by the descriptor size";
+  std::vector<uint8_t> bytes(size);
+  EXPECT_EQ(bs->GetMemoryMap(&size, reinterpret_cast<EFI_MEMORY_DESCRIPTOR*>(bytes.data()), &map_key,
+                             &descriptor_size, &version),
             EFI_SUCCESS);
-  map.bytes.resize(size);
-  return map;
+  if (key != nullptr) *key = map_key;
+  std::vector<EFI_MEMORY_DESCRIPTOR> out(size / descriptor_size);
+  for (size_t i = 0; i < out.size(); ++i) std::memcpy(&out[i], bytes.data() + i * descriptor_size, sizeof out[i]);
+  return out;
 }
 
 TEST(Memory, TheMapCoversTheWholeMachineWithoutGapsOrOverlaps) {
   TestMachine machine;
-  const Map map = read_map(machine->boot_services());
-  const auto regions = map.descriptors();
+  const auto regions = read_map(machine->boot_services());
   ASSERT_FALSE(regions.empty());
-  uint64_t expected_start = regions.front().PhysicalStart;
-  uint64_t free_pages = 0;
+  uint64_t end = regions.front().PhysicalStart, free_pages = 0;
   for (const auto& d : regions) {
-    EXPECT_EQ(d.PhysicalStart, expected_start);
-    expected_start = d.PhysicalStart + d.NumberOfPages * EFI_PAGE_SIZE;
+    EXPECT_EQ(d.PhysicalStart, end);
+    end = d.PhysicalStart + d.NumberOfPages * EFI_PAGE_SIZE;
     if (d.Type == EfiConventionalMemory) free_pages += d.NumberOfPages;
   }
-  EXPECT_EQ(expected_start - regions.front().PhysicalStart, machine->profile().memory_mib * 1024 * 1024);
+  EXPECT_EQ(end - regions.front().PhysicalStart, machine->profile().memory_mib * 1024 * 1024);
   EXPECT_EQ(free_pages, machine->memory().conventional_pages());
   EXPECT_GT(free_pages, machine->profile().memory_mib * 256 * 9 / 10) << "most memory is free";
 }
 
-TEST(Memory, AllocateAddressClaimsExactlyThosePagesOrFails) {
+TEST(Memory, PagesAreClaimedAndFreedExactlyAndTheMapShowsIt) {
   TestMachine machine;
   EFI_BOOT_SERVICES* bs = machine->boot_services();
-  const auto regions = read_map(bs).descriptors();
-  const EFI_MEMORY_DESCRIPTOR* largest = nullptr;
+  UINTN key_before = 0;
+  const auto regions = read_map(bs, &key_before);
+  EFI_PHYSICAL_ADDRESS start = 0, largest = 0;
   for (const auto& d : regions)
-    if (d.Type == EfiConventionalMemory && (largest == nullptr || d.NumberOfPages > largest->NumberOfPages))
-      largest = &d;
-  ASSERT_NE(largest, nullptr);
+    if (d.Type == EfiConventionalMemory && d.NumberOfPages > largest) {
+      largest = d.NumberOfPages;
+      start = d.PhysicalStart;
+    }
   const uint64_t free_before = machine->memory().conventional_pages();
-
-  EFI_PHYSICAL_ADDRESS at = largest->PhysicalStart + 16 * EFI_PAGE_SIZE;
+  EFI_PHYSICAL_ADDRESS at = start + 16 * EFI_PAGE_SIZE;
   ASSERT_EQ(bs->AllocatePages(AllocateAddress, EfiLoaderData, 8, &at), EFI_SUCCESS);
-  EXPECT_EQ(at, largest->PhysicalStart + 16 * EFI_PAGE_SIZE);
+  EXPECT_EQ(at, start + 16 * EFI_PAGE_SIZE);
   std::memset(reinterpret_cast<void*>(at), 0xA5, 8 * EFI_PAGE_SIZE);  // the pages are real memory
   EXPECT_EQ(machine->memory().conventional_pages(), free_before - 8);
-
-  EFI_PHYSICAL_ADDRESS overlapping = at + 7 * EFI_PAGE_SIZE;
-  EXPECT_EQ(bs->AllocatePages(AllocateAddress, EfiLoaderData, 2, &overlapping), EFI_NOT_FOUND);
-  EFI_PHYSICAL_ADDRESS reserved = regions.front().PhysicalStart + 0xA0000;
-  EXPECT_EQ(bs->AllocatePages(AllocateAddress, EfiLoaderData, 1, &reserved), EFI_NOT_FOUND);
-  EFI_PHYSICAL_ADDRESS unaligned = at + 8 * EFI_PAGE_SIZE + 1;
-  EXPECT_EQ(bs->AllocatePages(AllocateAddress, EfiLoaderData, 1, &unaligned), EFI_INVALID_PARAMETER);
-  EFI_PHYSICAL_ADDRESS conventional = at + 8 * EFI_PAGE_SIZE;
-  EXPECT_EQ(bs->AllocatePages(AllocateAddress, EfiConventionalMemory, 1, &conventional), EFI_INVALID_PARAMETER);
-
-  // The map shows the claim, and freeing part of it gives back just that part.
+  UINTN key_after = 0;
   bool seen = false;
-  for (const auto& d : read_map(bs).descriptors())
+  for (const auto& d : read_map(bs, &key_after))
     seen |= d.Type == EfiLoaderData && d.PhysicalStart == at && d.NumberOfPages == 8;
   EXPECT_TRUE(seen);
+  EXPECT_NE(key_after, key_before);
+
+  const struct {
+    EFI_PHYSICAL_ADDRESS address;
+    EFI_MEMORY_TYPE type;
+    EFI_STATUS expected;
+  } refused[] = {
+      {at + 7 * EFI_PAGE_SIZE, EfiLoaderData, EFI_NOT_FOUND},                   // overlaps the claim
+      {regions.front().PhysicalStart + 0xA0000, EfiLoaderData, EFI_NOT_FOUND},  // reserved
+      {at + 8 * EFI_PAGE_SIZE + 1, EfiLoaderData, EFI_INVALID_PARAMETER},       // unaligned
+      {at + 8 * EFI_PAGE_SIZE, EfiConventionalMemory, EFI_INVALID_PARAMETER},   // not a type to allocate
+  };
+  for (auto r : refused) EXPECT_EQ(bs->AllocatePages(AllocateAddress, r.type, 2, &r.address), r.expected);
+
+  // Freeing part of a claim gives back just that part.
   EXPECT_EQ(bs->FreePages(at, 4), EFI_SUCCESS);
   EXPECT_EQ(machine->memory().outstanding_pages(), 4u);
   EXPECT_EQ(bs->FreePages(at, 4), EFI_NOT_FOUND) << "those pages are free already";
   EXPECT_EQ(bs->FreePages(at + 4 * EFI_PAGE_SIZE, 4), EFI_SUCCESS);
   EXPECT_EQ(machine->memory().conventional_pages(), free_before);
-  EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
-}
 
-TEST(Memory, AnyPagesComeFromTheTopAndTheMapKeyChanges) {
-  TestMachine machine;
-  EFI_BOOT_SERVICES* bs = machine->boot_services();
-  const UINTN key_before = read_map(bs).key;
-  EFI_PHYSICAL_ADDRESS low = 0, high = 0;
+  // Any pages come from the top; a maximum address is kept to.
+  EFI_PHYSICAL_ADDRESS high = 0, low = machine->memory().base() + 0x1000000;
   ASSERT_EQ(bs->AllocatePages(AllocateAnyPages, EfiBootServicesData, 3, &high), EFI_SUCCESS);
-  low = machine->memory().base() + 0x1000000;  // below 16 MiB into the machine
   ASSERT_EQ(bs->AllocatePages(AllocateMaxAddress, EfiBootServicesData, 1, &low), EFI_SUCCESS);
   EXPECT_LT(low, machine->memory().base() + 0x1000000);
   EXPECT_GT(high, low);
-  EXPECT_NE(read_map(bs).key, key_before);
   EFI_PHYSICAL_ADDRESS too_many = 0;
   EXPECT_EQ(bs->AllocatePages(AllocateAnyPages, EfiBootServicesData, machine->memory().size() / EFI_PAGE_SIZE,
                               &too_many),
             EFI_OUT_OF_RESOURCES);
-  bs->FreePages(high, 3);
-  bs->FreePages(low, 1);
+  EXPECT_EQ(bs->FreePages(high, 3) | bs->FreePages(low, 1), EFI_SUCCESS);
+  EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
 }
 
 TEST(Memory, PoolsAreCountedSoLeaksShow) {

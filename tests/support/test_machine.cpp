@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "core/diag_common.h"
 #include "hostfw/utf8.h"
 
 namespace testing_support {
@@ -26,6 +27,14 @@ TestMachine::TestMachine(const std::string& key_script, hostfw::Profile* profile
 }
 
 TestMachine::~TestMachine() {
+  // A run that ended without the application's teardown (a core service
+  // failed, or the run was stopped as stuck) leaves its services installed;
+  // remove them while the machine still exists, so no module keeps state
+  // that points into it.
+  if (tarvik::gDiagCommon != nullptr) {
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+  }
   machine_.reset();
   tarvik::gST = nullptr;
   tarvik::gBS = nullptr;
