@@ -49,12 +49,11 @@ EFIAPI EFI_STATUS GetSmbiosStructure(UINT8 Type, VOID** Record, UINT32 Instance)
 
 EFIAPI EFI_STATUS GetSmbiosString(const VOID* Record, UINTN StringNumber, CHAR16** Text) {
   if (Text == nullptr) return EFI_INVALID_PARAMETER;
+  *Text = nullptr;
   const UINT8* Bytes = nullptr;
   UINTN Length = 0;
-  if (!FindSmbiosString(Table, static_cast<const UINT8*>(Record), StringNumber, &Bytes, &Length)) {
-    *Text = nullptr;
+  if (!FindSmbiosString(Table, static_cast<const UINT8*>(Record), StringNumber, &Bytes, &Length))
     return EFI_INVALID_PARAMETER;
-  }
   PoolPtr<CHAR16> Wide;
   EFI_STATUS Status = Wide.Allocate((Length + 1) * sizeof(CHAR16));
   if (EFI_ERROR(Status)) return Status;

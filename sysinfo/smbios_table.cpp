@@ -40,12 +40,17 @@ const UINT8* FindSmbiosStructure(const SmbiosTable& Table, UINT8 Type, UINT32 In
 
 BOOLEAN FindSmbiosString(const SmbiosTable& Table, const UINT8* Record, UINTN Number, const UINT8** Text,
                          UINTN* Length) {
+  if (Table.Start == nullptr || Record == nullptr) return FALSE;
+  // Compared as addresses: Record comes from the caller and may point
+  // anywhere, before the table or past its end.
+  const UINTN Start = reinterpret_cast<UINTN>(Table.Start);
+  const UINTN Address = reinterpret_cast<UINTN>(Record);
+  if (Address < Start || Address - Start > Table.Length || Start + Table.Length - Address < HeaderBytes) return FALSE;
   const UINT8* End = TableEnd(Table);
-  if (Table.Start == nullptr || Record < Table.Start || static_cast<UINTN>(End - Record) < HeaderBytes) return FALSE;
   *Text = Record;
   *Length = 0;
   const UINT8 FormattedLength = Record[1];
-  if (Number == 0 || FormattedLength > static_cast<UINTN>(End - Record)) return TRUE;
+  if (Number == 0 || FormattedLength < HeaderBytes || FormattedLength > static_cast<UINTN>(End - Record)) return TRUE;
   const UINT8* String = Record + FormattedLength;
   for (UINTN Current = 1;; ++Current) {
     const UINT8* P = String;

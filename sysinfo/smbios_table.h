@@ -17,9 +17,10 @@ struct SmbiosTable {
 const UINT8* FindSmbiosStructure(const SmbiosTable& Table, UINT8 Type, UINT32 Instance);
 
 // String Number (from 1) of the structure at Record: its first byte and its
-// length, terminator excluded. Number 0, a number beyond the last string, or
-// a string set that runs past the table give an empty string. FALSE when
-// Record does not lie inside the table.
+// length, terminator excluded. Number 0, a number beyond the last string, a
+// formatted area shorter than the header, or a string set that runs past the
+// table give an empty string. FALSE when Record does not leave room for a
+// header inside the table.
 BOOLEAN FindSmbiosString(const SmbiosTable& Table, const UINT8* Record, UINTN Number, const UINT8** Text,
                          UINTN* Length);
 

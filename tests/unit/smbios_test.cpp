@@ -2,11 +2,15 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstring>
+#include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/diag_common.h"
+#include "core/protocol_registry.h"
 #include "sysinfo/smbios_protocol.h"
 #include "text/language_protocol.h"
 #include "tests/support/test_machine.h"
@@ -48,6 +52,7 @@ class GuardedTable {
     std::memcpy(start_, bytes.data(), bytes.size());
   }
   ~GuardedTable() { munmap(base_, size_); }
+  const uint8_t* start() const { return start_; }
   uint32_t address() const { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(start_)); }
 
  private:
@@ -68,20 +73,30 @@ class Smbios : public ::testing::Test {
     EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
   }
 
-  // Installs the service on a system table whose only configuration entry
-  // points at `table`, declared `length` bytes long with `count` structures.
-  EFI_STATUS install_on(const GuardedTable& table, uint16_t length, uint16_t count) {
-    std::memset(entry_point_, 0, sizeof(entry_point_));
-    std::memcpy(entry_point_, "_SM_", 4);
-    std::memcpy(entry_point_ + 0x16, &length, 2);
+  // A configuration-table entry whose SMBIOS entry point declares `table`
+  // `length` bytes long with `count` structures.
+  EFI_CONFIGURATION_TABLE smbios_entry(const GuardedTable& table, uint16_t length, uint16_t count) {
+    std::array<uint8_t, 32>& entry_point = entry_points_.emplace_back();
+    std::memcpy(entry_point.data(), "_SM_", 4);
+    std::memcpy(entry_point.data() + 0x16, &length, 2);
     const uint32_t address = table.address();
-    std::memcpy(entry_point_ + 0x18, &address, 4);
-    std::memcpy(entry_point_ + 0x1C, &count, 2);
-    configuration_ = {SMBIOS_TABLE_GUID, entry_point_};
+    std::memcpy(entry_point.data() + 0x18, &address, 4);
+    std::memcpy(entry_point.data() + 0x1C, &count, 2);
+    return {SMBIOS_TABLE_GUID, entry_point.data()};
+  }
+
+  // Installs the service on a copy of the machine's system table whose
+  // configuration table holds `entries` only.
+  EFI_STATUS install_with(std::vector<EFI_CONFIGURATION_TABLE> entries) {
+    configuration_ = std::move(entries);
     system_table_ = *machine->system_table();
-    system_table_.NumberOfTableEntries = 1;
-    system_table_.ConfigurationTable = &configuration_;
+    system_table_.NumberOfTableEntries = configuration_.size();
+    system_table_.ConfigurationTable = configuration_.data();
     return install(&system_table_);
+  }
+
+  EFI_STATUS install_on(const GuardedTable& table, uint16_t length, uint16_t count) {
+    return install_with({smbios_entry(table, length, count)});
   }
 
   EFI_STATUS install(EFI_SYSTEM_TABLE* system_table) {
@@ -114,8 +129,8 @@ class Smbios : public ::testing::Test {
 
   TestMachine machine;
   tarvik::SmBiosProtocol* service = nullptr;
-  uint8_t entry_point_[32] = {};
-  EFI_CONFIGURATION_TABLE configuration_ = {};
+  std::deque<std::array<uint8_t, 32>> entry_points_;  // stable addresses
+  std::vector<EFI_CONFIGURATION_TABLE> configuration_;
   EFI_SYSTEM_TABLE system_table_ = {};
 };
 
@@ -208,11 +223,53 @@ TEST_F(Smbios, BrokenTablesEndTheWalkWithoutReadingPastTheirLength) {
   EXPECT_EQ(find(2, 0), nullptr);
 }
 
-TEST_F(Smbios, AMachineWithoutTablesCannotStartTheService) {
-  EFI_SYSTEM_TABLE without = *machine->system_table();
-  without.NumberOfTableEntries = 0;
-  EXPECT_EQ(install(&without), EFI_ABORTED);
-  EXPECT_EQ(service, nullptr);
+TEST_F(Smbios, StringsAreReadOnlyFromRecordsInsideTheTable) {
+  Bytes table = structure(1, 8, {"serial"});
+  const size_t cut_at = table.size();
+  const Bytes cut = structure(2, 4, {"abcdef"});
+  table.insert(table.end(), cut.begin(), cut.end() - 3);  // its string set runs into the table's end
+  GuardedTable guarded(table);
+  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 2), EFI_SUCCESS);
+  const uint8_t* start = find(1, 0);
+  ASSERT_EQ(start, guarded.start());
+
+  // A record handed in by hand whose string set the table's end cuts off
+  // has no strings; the scan stops at the end.
+  EXPECT_EQ(string_of(start + cut_at, 1), u"");
+
+  // Before the table, too short for a header at its end, past its end.
+  const uint8_t* end = start + table.size();
+  for (const uint8_t* outside : {start - 1, end - 3, end, end + 16, static_cast<const uint8_t*>(nullptr)}) {
+    CHAR16* text = reinterpret_cast<CHAR16*>(1);
+    EXPECT_EQ(service->GetSmbiosString(outside, 1, &text), EFI_INVALID_PARAMETER) << static_cast<const void*>(outside);
+    EXPECT_EQ(text, nullptr);
+  }
+  EXPECT_EQ(service->GetSmbiosString(start, 1, nullptr), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(service->GetSmbiosStructure(1, nullptr, 0), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(Smbios, OnlyTheLastSmbiosEntryIsReadAndWithoutOneNothingIsInstalled) {
+  // Another vendor's entry is never followed.
+  const EFI_CONFIGURATION_TABLE other = {EFI_GUID{0x6AC1D2E5, 0x1F0B, 0x4C57, {1, 2, 3, 4, 5, 6, 7, 8}}, nullptr};
+  const size_t pools = machine->memory().outstanding_pools();
+  for (const auto& entries : {std::vector<EFI_CONFIGURATION_TABLE>{}, std::vector{other}}) {
+    EXPECT_EQ(install_with(entries), EFI_ABORTED);
+    EXPECT_EQ(service, nullptr);
+    EXPECT_EQ(tarvik::InstalledRecordCount(), 0u);
+    EXPECT_EQ(machine->memory().outstanding_pools(), pools);
+  }
+
+  const Bytes first = structure(2, 4, {"first"});
+  const Bytes last = structure(3, 4, {"last"});
+  GuardedTable first_table(first);
+  GuardedTable last_table(last);
+  ASSERT_EQ(install_with({smbios_entry(first_table, static_cast<uint16_t>(first.size()), 1), other,
+                          smbios_entry(last_table, static_cast<uint16_t>(last.size()), 1), other}),
+            EFI_SUCCESS);
+  EXPECT_EQ(find(2, 0), nullptr);
+  const uint8_t* record = find(3, 0);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(string_of(record, 1), u"last");
 }
 
 }  // namespace
