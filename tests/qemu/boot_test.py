@@ -7,7 +7,6 @@ and on a key tears down and cold-resets the machine, which ends QEMU
     boot_test.py --efi build/TarvikDiag.efi [unittest options]
 """
 
-import argparse
 import os
 import sys
 import tempfile
@@ -47,12 +46,7 @@ class BootTest(unittest.TestCase):
 
 def main():
     global EFI_FILE
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--efi", required=True, help="the application to boot (TarvikDiag.efi)")
-    args, rest = parser.parse_known_args()
-    EFI_FILE = os.path.abspath(args.efi)
-    if not os.path.isfile(EFI_FILE):
-        parser.error(f"no such file: {EFI_FILE}")
+    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

@@ -7,7 +7,6 @@ and Log.log, the second appends to it.
     log_file_test.py --efi build/TarvikLogWriter.efi [unittest options]
 """
 
-import argparse
 import os
 import subprocess
 import sys
@@ -81,12 +80,7 @@ class LogFileTest(unittest.TestCase):
 
 def main():
     global EFI_FILE
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--efi", required=True, help="the log writer test image (TarvikLogWriter.efi)")
-    args, rest = parser.parse_known_args()
-    EFI_FILE = os.path.abspath(args.efi)
-    if not os.path.isfile(EFI_FILE):
-        parser.error(f"no such file: {EFI_FILE}")
+    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the log writer test image (TarvikLogWriter.efi)")
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

@@ -313,3 +313,17 @@ class QemuSession:
             return self.proc.wait(timeout)
         except subprocess.TimeoutExpired:
             raise self._failure(f"QEMU did not exit within {timeout:.0f} s") from None
+
+
+def efi_argument(description, what):
+    """The --efi file a QEMU test script is given, as an absolute path; the
+    other arguments are left for unittest and returned with it."""
+    import argparse
+    parser = argparse.ArgumentParser(description=description,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--efi", required=True, help=what)
+    args, rest = parser.parse_known_args()
+    efi = os.path.abspath(args.efi)
+    if not os.path.isfile(efi):
+        parser.error(f"no such file: {efi}")
+    return efi, rest
