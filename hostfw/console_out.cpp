@@ -102,10 +102,8 @@ ConsoleOut::ConsoleOut(Machine& machine, const std::vector<ConsoleModeSize>& mod
   mode_.Mode = 0;
   mode_.Attribute = kDefaultAttribute;
   mode_.CursorVisible = TRUE;
-  columns_ = modes_[0].columns;
-  rows_ = modes_[0].rows;
-  cells_.assign(static_cast<size_t>(columns_) * rows_, Cell{u' ', kDefaultAttribute});
-  dirty_rows_.assign(rows_, true);
+  grid_.resize(modes_[0].columns, modes_[0].rows, Cell{u' ', kDefaultAttribute});
+  dirty_rows_.assign(grid_.rows, true);
 
   if (terminal_ != nullptr) {
     const TerminalSize size = terminal_->size();
@@ -130,36 +128,14 @@ bool ConsoleOut::can_show(char16_t ch) {
 
 // ---- Snapshot -------------------------------------------------------------------
 
-ConsoleOut::Cell ConsoleOut::cell(int column, int row) const {
-  if (column < 0 || row < 0 || column >= columns_ || row >= rows_) return Cell{0, 0};
-  return cells_[static_cast<size_t>(row) * columns_ + column];
-}
-
-std::string ConsoleOut::row_text(int row) const {
-  std::string text;
-  if (row < 0 || row >= rows_) return text;
-  for (int column = 0; column < columns_; ++column) append_utf8(text, cell(column, row).ch);
-  return text;
-}
-
-std::string ConsoleOut::screen_text() const {
-  std::string text;
-  for (int row = 0; row < rows_; ++row) {
-    std::string line = row_text(row);
-    line.erase(line.find_last_not_of(' ') + 1);
-    if (row > 0) text.push_back('\n');
-    text += line;
-  }
-  return text;
-}
-
-bool ConsoleOut::contains(std::string_view utf8) const {
-  for (int row = 0; row < rows_; ++row)
-    if (row_text(row).find(utf8) != std::string::npos) return true;
-  return false;
-}
-
 void ConsoleOut::dump(std::ostream& out) const { out << screen_text() << '\n'; }
+
+void ConsoleOut::save_snapshot(const std::string& name) {
+  snapshots_[name] = ScreenSnapshot{grid_, mode_.Mode, mode_.CursorColumn, mode_.CursorRow, mode_.CursorVisible != 0,
+                                    static_cast<uint8_t>(mode_.Attribute)};
+}
+
+const ScreenSnapshot& ConsoleOut::snapshot(const std::string& name) const { return snapshots_.at(name); }
 
 // ---- Operations -------------------------------------------------------------------
 
@@ -221,10 +197,8 @@ EFI_STATUS ConsoleOut::set_mode(UINTN mode) {
   if (mode >= modes_.size()) return EFI_UNSUPPORTED;
   Operation op(machine_.events(), this);
   mode_.Mode = static_cast<INT32>(mode);
-  columns_ = modes_[mode].columns;
-  rows_ = modes_[mode].rows;
-  cells_.assign(static_cast<size_t>(columns_) * rows_, Cell{});
-  dirty_rows_.assign(rows_, true);
+  grid_.resize(modes_[mode].columns, modes_[mode].rows, Cell{});
+  dirty_rows_.assign(grid_.rows, true);
   fill(static_cast<uint8_t>(mode_.Attribute));
   if (terminal_ != nullptr) invalidate_terminal();  // the old mode may have been larger
   return EFI_SUCCESS;
@@ -244,7 +218,7 @@ EFI_STATUS ConsoleOut::clear_screen() {
 }
 
 EFI_STATUS ConsoleOut::set_cursor_position(UINTN column, UINTN row) {
-  if (column >= static_cast<UINTN>(columns_) || row >= static_cast<UINTN>(rows_)) return EFI_UNSUPPORTED;
+  if (column >= static_cast<UINTN>(grid_.columns) || row >= static_cast<UINTN>(grid_.rows)) return EFI_UNSUPPORTED;
   Operation op(machine_.events(), this);
   mode_.CursorColumn = static_cast<INT32>(column);
   mode_.CursorRow = static_cast<INT32>(row);
@@ -260,7 +234,7 @@ EFI_STATUS ConsoleOut::enable_cursor(bool visible) {
 // ---- The screen -------------------------------------------------------------------
 
 void ConsoleOut::fill(uint8_t attribute) {
-  std::fill(cells_.begin(), cells_.end(), Cell{u' ', attribute});
+  std::fill(grid_.cells.begin(), grid_.cells.end(), Cell{u' ', attribute});
   std::fill(dirty_rows_.begin(), dirty_rows_.end(), true);
   mode_.CursorColumn = 0;
   mode_.CursorRow = 0;
@@ -270,10 +244,10 @@ void ConsoleOut::fill(uint8_t attribute) {
 // last column.
 void ConsoleOut::put(char16_t ch) {
   const int row = mode_.CursorRow;
-  cells_[static_cast<size_t>(row) * columns_ + mode_.CursorColumn] =
+  grid_.cells[static_cast<size_t>(row) * grid_.columns + mode_.CursorColumn] =
       Cell{ch, static_cast<uint8_t>(mode_.Attribute)};
   dirty_rows_[row] = true;
-  if (mode_.CursorColumn + 1 >= columns_) {
+  if (mode_.CursorColumn + 1 >= grid_.columns) {
     mode_.CursorColumn = 0;
     new_line();
   } else {
@@ -282,7 +256,7 @@ void ConsoleOut::put(char16_t ch) {
 }
 
 void ConsoleOut::new_line() {
-  if (mode_.CursorRow + 1 < rows_) {
+  if (mode_.CursorRow + 1 < grid_.rows) {
     ++mode_.CursorRow;
   } else {
     scroll_up();
@@ -290,8 +264,8 @@ void ConsoleOut::new_line() {
 }
 
 void ConsoleOut::scroll_up() {
-  std::move(cells_.begin() + columns_, cells_.end(), cells_.begin());
-  std::fill(cells_.end() - columns_, cells_.end(), Cell{u' ', static_cast<uint8_t>(mode_.Attribute)});
+  std::move(grid_.cells.begin() + grid_.columns, grid_.cells.end(), grid_.cells.begin());
+  std::fill(grid_.cells.end() - grid_.columns, grid_.cells.end(), Cell{u' ', static_cast<uint8_t>(mode_.Attribute)});
   std::fill(dirty_rows_.begin(), dirty_rows_.end(), true);
 }
 
@@ -311,8 +285,8 @@ void ConsoleOut::refresh_if_resized() {
 void ConsoleOut::invalidate_terminal() {
   if (terminal_ == nullptr) return;
   terminal_->write("\x1b[0m\x1b[2J");
-  shown_.assign(cells_.size(), kUnknownCell);
-  dirty_rows_.assign(rows_, true);
+  shown_.assign(grid_.cells.size(), kUnknownCell);
+  dirty_rows_.assign(grid_.rows, true);
   too_small_shown_ = false;
   term_column_ = term_row_ = -1;
   term_attribute_ = -1;
@@ -323,26 +297,26 @@ void ConsoleOut::invalidate_terminal() {
 // since the last drawing are sent.
 void ConsoleOut::render() {
   if (terminal_ == nullptr || !terminal_->active()) return;
-  if (terminal_columns_ < columns_ || terminal_rows_ < rows_) {
+  if (terminal_columns_ < grid_.columns || terminal_rows_ < grid_.rows) {
     if (!too_small_shown_) draw_too_small();
     terminal_->flush();
     return;
   }
   if (too_small_shown_) invalidate_terminal();
-  if (shown_.size() != cells_.size()) shown_.assign(cells_.size(), kUnknownCell);
+  if (shown_.size() != grid_.cells.size()) shown_.assign(grid_.cells.size(), kUnknownCell);
 
-  for (int row = 0; row < rows_; ++row) {
+  for (int row = 0; row < grid_.rows; ++row) {
     if (!dirty_rows_[row]) continue;
     dirty_rows_[row] = false;
-    for (int column = 0; column < columns_; ++column) {
-      const size_t i = static_cast<size_t>(row) * columns_ + column;
-      if (cells_[i] == shown_[i]) continue;
+    for (int column = 0; column < grid_.columns; ++column) {
+      const size_t i = static_cast<size_t>(row) * grid_.columns + column;
+      if (grid_.cells[i] == shown_[i]) continue;
       move_terminal_cursor(column, row);
-      set_terminal_attribute(cells_[i].attribute);
+      set_terminal_attribute(grid_.cells[i].attribute);
       std::string glyph;
-      append_utf8(glyph, cells_[i].ch);
+      append_utf8(glyph, grid_.cells[i].ch);
       terminal_->write(glyph);
-      shown_[i] = cells_[i];
+      shown_[i] = grid_.cells[i];
       // Without automatic wrap the host cursor stays in the last column.
       term_column_ = column + 1 < terminal_columns_ ? column + 1 : -1;
     }
@@ -362,8 +336,8 @@ void ConsoleOut::render() {
 // The screen does not fit: a plain message in the middle of the terminal
 // instead of a garbled screen, until the window is made large enough.
 void ConsoleOut::draw_too_small() {
-  const std::string message = "Terminal too small: Tarvik needs " + std::to_string(columns_) + "x" +
-                              std::to_string(rows_) + ", this terminal is " + std::to_string(terminal_columns_) +
+  const std::string message = "Terminal too small: Tarvik needs " + std::to_string(grid_.columns) + "x" +
+                              std::to_string(grid_.rows) + ", this terminal is " + std::to_string(terminal_columns_) +
                               "x" + std::to_string(terminal_rows_) + ". Enlarge the window.";
   const size_t width = static_cast<size_t>(std::max(terminal_columns_, 1));
   std::vector<std::string> lines;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 
 #include "efi/efi.h"
 #include "hostfw/profile.h"
+#include "hostfw/screen_grid.h"
 
 namespace hostfw {
 
@@ -23,11 +25,7 @@ class Terminal;
 
 class ConsoleOut {
  public:
-  struct Cell {
-    char16_t ch = u' ';
-    uint8_t attribute = 0x07;
-    bool operator==(const Cell&) const = default;
-  };
+  using Cell = ScreenCell;
 
   // modes: the console modes, mode 0 first (80x25 when the list is empty).
   // terminal may be null: the screen is then only kept in memory.
@@ -44,16 +42,15 @@ class ConsoleOut {
   static bool can_show(char16_t ch);
 
   // ---- Snapshot -------------------------------------------------------------
-  int columns() const { return columns_; }
-  int rows() const { return rows_; }
-  Cell cell(int column, int row) const;
-  uint8_t attribute_at(int column, int row) const { return cell(column, row).attribute; }
-  // One row as UTF-8, full width.
-  std::string row_text(int row) const;
-  // Every row with its trailing blanks removed, joined with '\n'.
-  std::string screen_text() const;
+  const ScreenGrid& grid() const { return grid_; }
+  int columns() const { return grid_.columns; }
+  int rows() const { return grid_.rows; }
+  Cell cell(int column, int row) const { return grid_.cell(column, row); }
+  uint8_t attribute_at(int column, int row) const { return grid_.attribute_at(column, row); }
+  std::string row_text(int row) const { return grid_.row_text(row); }
+  std::string screen_text() const { return grid_.screen_text(); }
   // Whether the UTF-8 text appears on one row of the screen as it is now.
-  bool contains(std::string_view utf8) const;
+  bool contains(std::string_view utf8) const { return grid_.contains(utf8); }
   int cursor_column() const { return mode_.CursorColumn; }
   int cursor_row() const { return mode_.CursorRow; }
   bool cursor_visible() const { return mode_.CursorVisible != 0; }
@@ -63,6 +60,12 @@ class ConsoleOut {
   const std::string& transcript() const { return transcript_; }
   // The screen text followed by a newline.
   void dump(std::ostream& out) const;
+
+  // Keeps the screen as it is now under a name (a key script's "snap" step);
+  // a later snapshot of the same name replaces it.
+  void save_snapshot(const std::string& name);
+  // The snapshot of that name; throws std::out_of_range when none was taken.
+  const ScreenSnapshot& snapshot(const std::string& name) const;
 
   // Draws everything again when the terminal changed size since the last
   // drawing (or shows why the screen cannot be drawn). Called by the
@@ -106,9 +109,8 @@ class ConsoleOut {
   Machine& machine_;
   std::vector<ConsoleModeSize> modes_;
   SIMPLE_TEXT_OUTPUT_MODE mode_{};
-  int columns_ = 0;
-  int rows_ = 0;
-  std::vector<Cell> cells_;
+  ScreenGrid grid_;
+  std::map<std::string, ScreenSnapshot> snapshots_;
   std::string transcript_;
 
   Terminal* terminal_;

@@ -200,6 +200,15 @@ void parse_step(const std::vector<Token>& tokens, KeyStep base, std::vector<KeyS
     return;
   }
 
+  if (command == "snap") {
+    if (args != 1 || !tokens[1].quoted || tokens[1].text.empty())
+      throw StepError("snap needs a name in double quotes");
+    base.kind = KeyStep::Kind::Snap;
+    base.text = tokens[1].text;
+    out.push_back(std::move(base));
+    return;
+  }
+
   if (command == "pause") {
     if (args != 1) throw StepError("pause needs a number of milliseconds");
     base.kind = KeyStep::Kind::Pause;
@@ -272,8 +281,7 @@ KeyScript::KeyScript(std::string_view text) {
   }
 }
 
-KeyScript::Progress KeyScript::advance(uint64_t now_ns, const std::function<bool(std::string_view)>& on_screen,
-                                       EFI_INPUT_KEY* key) {
+KeyScript::Progress KeyScript::advance(uint64_t now_ns, const Screen& screen, EFI_INPUT_KEY* key) {
   while (next_ < steps_.size()) {
     const KeyStep& step = steps_[next_];
     if (!step_started_) {
@@ -288,10 +296,13 @@ KeyScript::Progress KeyScript::advance(uint64_t now_ns, const std::function<bool
         step_started_ = false;
         return Progress::Key;
       case KeyStep::Kind::Wait:
-        if (!on_screen(step.text)) return elapsed >= step.duration_ns ? Progress::TimedOut : Progress::Waiting;
+        if (!screen.contains(step.text)) return elapsed >= step.duration_ns ? Progress::TimedOut : Progress::Waiting;
         break;
       case KeyStep::Kind::Pause:
         if (elapsed < step.duration_ns) return Progress::Waiting;
+        break;
+      case KeyStep::Kind::Snap:
+        screen.save_snapshot(step.text);
         break;
     }
     ++next_;

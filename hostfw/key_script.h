@@ -11,6 +11,8 @@
 //                      single character: key y, key "#", key ";"
 //   type "text"        every character of the text as a key
 //   pause MS           no key before MS milliseconds of machine time
+//   snap "name"        keeps the screen as it is once the application has
+//                      dealt with every key before (ConsoleOut::snapshot)
 //   # comment          up to the end of the line
 //
 // Texts are in double quotes, with \" and \\ for a quote and a backslash;
@@ -37,10 +39,10 @@
 namespace hostfw {
 
 struct KeyStep {
-  enum class Kind { Key, Wait, Pause };
+  enum class Kind { Key, Wait, Pause, Snap };
   Kind kind = Kind::Key;
   EFI_INPUT_KEY key{};       // Key
-  std::string text;          // Wait: the awaited text, UTF-8
+  std::string text;          // Wait: the awaited text, UTF-8; Snap: the name
   uint64_t duration_ns = 0;  // Wait: how long to wait; Pause: how long to hold keys back
   int line = 0;              // where the step was written
   std::string source;        // the step as written, for messages
@@ -66,9 +68,14 @@ class KeyScript {
     TimedOut,  // current() is a wait whose text never appeared
     Finished,
   };
+  // What the script needs of the screen.
+  struct Screen {
+    std::function<bool(std::string_view)> contains;
+    std::function<void(const std::string&)> save_snapshot;
+  };
   // Runs the script at machine time now_ns up to its next key. Call it again
   // only after the application has read the key it returned.
-  Progress advance(uint64_t now_ns, const std::function<bool(std::string_view)>& on_screen, EFI_INPUT_KEY* key);
+  Progress advance(uint64_t now_ns, const Screen& screen, EFI_INPUT_KEY* key);
   // Ends the script where it is.
   void stop() { next_ = steps_.size(); }
 

@@ -267,8 +267,10 @@ bool Keyboard::run_script() {
   // every key handed over so far.
   if (script_.finished() || !queue_.empty()) return false;
   EFI_INPUT_KEY key{};
-  const KeyScript::Progress progress = script_.advance(
-      machine_.clock().now_ns(), [this](std::string_view text) { return machine_.console().contains(text); }, &key);
+  const KeyScript::Screen screen{
+      [this](std::string_view text) { return machine_.console().contains(text); },
+      [this](const std::string& name) { machine_.console().save_snapshot(name); }};
+  const KeyScript::Progress progress = script_.advance(machine_.clock().now_ns(), screen, &key);
   if (progress == KeyScript::Progress::Key) {
     push(key);
     return false;

@@ -1,60 +1,105 @@
-// Until the screens exist, the interface shows which services are installed
-// and waits for a key before the machine restarts.
+// The interface's entry: finds the services the screens need, sets up the
+// console and the clock, runs the main screen until "Exit Application", and
+// hands the console back in a plain state.
 #include "ui/run_diagnostics_ui.h"
 
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
-#include "log/log_protocol.h"
 #include "registry/test_collection_protocol.h"
-#include "resultcode/error_code_protocol.h"
-#include "sysinfo/smbios_protocol.h"
 #include "text/language_protocol.h"
+#include "ui/console_mode.h"
+#include "ui/key_input.h"
+#include "ui/main_screen.h"
+#include "ui/screen_toolkit.h"
+#include "ui/ui_state.h"
 
 namespace tarvik {
 namespace {
 
-struct KnownService {
-  EFI_GUID Guid;
-  const CHAR16* Name;
-};
+constexpr UINT64 OneSecond = 10000000;  // in 100 ns units
 
-constexpr KnownService KnownServices[] = {
-    {DIAG_COMMON_PROTOCOL_GUID, u"DiagCommonProtocol (shared services)"},
-    {ERROR_CODE_PROTOCOL_GUID, u"ErrorCodeProtocol (result code)"},
-    {SMBIOS_PROTOCOL_GUID, u"SmBiosProtocol (system information)"},
-    {LANGUAGE_PROTOCOL_GUID, u"LanguageProtocol (text resources)"},
-    {TEST_COLLECTION_PROTOCOL_GUID, u"TestCollectionProtocol (test registry)"},
-    {LOG_PROTOCOL_GUID, u"LogProtocol (log)"},
-    {EFI_GUID{0x618FDFF7, 0xE23C, 0x462D, {0xBD, 0x03, 0x17, 0xA8, 0xE4, 0x02, 0xF6, 0x2B}},
-     u"MemoryTestProtocol (memory test)"},
-    {EFI_GUID{0x783E657F, 0x28DB, 0x4055, {0x98, 0xEB, 0xAE, 0x8B, 0x76, 0x1A, 0xC0, 0x77}},
-     u"StorageTestProtocol (storage test)"},
-    {BAD_SECTORS_TOOL_PROTOCOL_GUID, u"BadSectorsToolProtocol (bad sector tool)"},
-};
+template <typename T>
+BOOLEAN Locate(EFI_GUID Guid, T** Record) {
+  VOID* Found = nullptr;
+  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found)) || Found == nullptr) return FALSE;
+  *Record = static_cast<T*>(Found);
+  return TRUE;
+}
+
+EFIAPI VOID ClockTick(EFI_EVENT, VOID*) {
+  gRT->GetTime(&ClockTime, nullptr);
+  if (ClockEnabled == 1) DrawClock(0);
+}
+
+VOID ReleaseInterfaceState() {
+  if (ScreenSize != nullptr) gBS->FreePool(ScreenSize);
+  ScreenSize = nullptr;
+  if (InterfaceStrings != nullptr) {
+    for (UINT64 I = 0; I < InterfaceStringCount; ++I)
+      if (InterfaceStrings[I] != nullptr) gBS->FreePool(InterfaceStrings[I]);
+    gBS->FreePool(InterfaceStrings);
+  }
+  InterfaceStrings = nullptr;
+  InterfaceStringCount = 0;
+}
+
+// Where the interface starts (also when it runs a second time in one boot).
+VOID ResetInterfaceState() {
+  MainMenuSelection = 0;
+  ActivePanel = TestsPanel;
+  ExitRequested = 0;
+  ClockEnabled = 1;
+  CurrentTest = nullptr;
+}
 
 }  // namespace
 
-EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE* SystemTable) {
-  EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = SystemTable->ConOut;
-  Out->SetAttribute(Out, EFI_TEXT_ATTR(EFI_LIGHTGRAY, EFI_BLACK));
-  Out->ClearScreen(Out);
-  Print(u"Tarvik Diagnostic\n\nInstalled services:\n");
-  for (const KnownService& Service : KnownServices) {
-    EFI_GUID Guid = Service.Guid;
-    VOID* Record = nullptr;
-    if (!EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Record))) Print(u"  %s\n", Service.Name);
+EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
+  ResetInterfaceState();
+  VOID* Size = nullptr;
+  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, 2 * sizeof(UINT64), &Size))) return EFI_ABORTED;
+  ScreenSize = static_cast<UINT64*>(Size);
+  ScreenSize[0] = 0;
+  ScreenSize[1] = 0;
+  if (!Locate(DiagCommonProtocolGuid, &UiCommon) || !Locate(LanguageProtocolGuid, &UiLanguage) ||
+      !Locate(TestCollectionProtocolGuid, &UiTests)) {
+    ReleaseInterfaceState();
+    return EFI_ABORTED;
   }
-  Print(u"\nPress any key to restart the machine.\n");
+  TestCount = UiTests->GetTestCount();
+  if (EFI_ERROR(UiLanguage->GetStringTable(u"Interface", &InterfaceStringCount, &InterfaceStrings))) {
+    InterfaceStrings = nullptr;
+    InterfaceStringCount = 0;
+  }
+  BadSectorsToolProtocol* Tool = nullptr;
+  ToolCount = Locate(BadSectorsToolProtocolGuid, &Tool) ? 2 : 1;
 
-  EFI_SIMPLE_TEXT_INPUT_PROTOCOL* In = SystemTable->ConIn;
-  EFI_EVENT KeyEvent = In->WaitForKey;
-  UINTN Index = 0;
-  EFI_INPUT_KEY Key;
-  for (;;) {
-    if (EFI_ERROR(gBS->WaitForEvent(1, &KeyEvent, &Index))) break;
-    if (!EFI_ERROR(In->ReadKeyStroke(In, &Key))) break;
+  EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
+  ChooseConsoleMode();
+  Out->EnableCursor(Out, FALSE);
+  gRT->GetTime(&ClockTime, nullptr);
+  ClockTimerEvent = nullptr;
+  if (!EFI_ERROR(gBS->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, ClockTick, nullptr,
+                                  &ClockTimerEvent)))
+    gBS->SetTimer(ClockTimerEvent, TimerPeriodic, OneSecond);
+
+  DrawMainScreen();
+  DrawMainScreen();
+  while (ExitRequested == 0) {
+    const EFI_INPUT_KEY Key = ReadPolledKey();
+    DispatchMainScreenKey(Key);
   }
+
+  if (ClockTimerEvent != nullptr) gBS->CloseEvent(ClockTimerEvent);
+  ClockTimerEvent = nullptr;
+  ReleaseInterfaceState();
+  Out->Reset(Out, FALSE);
+  Out->ClearScreen(Out);
+  Out->SetMode(Out, static_cast<UINTN>(SavedConsoleMode));
+  Out->SetCursorPosition(Out, 0, 0);
+  Out->EnableCursor(Out, TRUE);
+  Out->SetAttribute(Out, ui_colour::Plain);
   return EFI_SUCCESS;
 }
 

@@ -1,0 +1,67 @@
+// The frame every screen is drawn in: title, subtitle, footer, version line
+// and clock, and the titles of the two half-screen panels.
+#include "core/diag_common.h"
+#include "core/globals.h"
+#include "ui/screen_toolkit.h"
+#include "ui/ui_state.h"
+
+namespace tarvik {
+namespace {
+
+constexpr CHAR16 VersionNumber[] = u" 00.1207";
+
+// The last column is left in the background colour on every row.
+VOID PrintBand(const CHAR16* Text, UINTN Row, UINTN Attribute) {
+  SetColour(Attribute);
+  PrintCentered(Text, Row, 1, ScreenColumns() - 1);
+}
+
+}  // namespace
+
+VOID DrawFooter(const CHAR16* Text) { PrintBand(Text, ScreenRows() - 2, ui_colour::Band); }
+
+VOID DrawScreenFrame(const CHAR16* Subtitle, const CHAR16* Footer) {
+  SetColour(ui_colour::Screen);
+  gST->ConOut->ClearScreen(gST->ConOut);
+  PrintBand(UiText(ui_text::Title), 0, ui_colour::Bar);
+  PrintBand(Subtitle, 1, ui_colour::Band);
+  DrawFooter(Footer);
+  CHAR16 Version[64];
+  SPrint(Version, sizeof(Version), u"%s%s", UiText(ui_text::Version), VersionNumber);
+  PrintBand(Version, ScreenRows() - 1, ui_colour::Bar);
+  DrawClock(1);
+}
+
+VOID DrawPanelTitles(const CHAR16* LeftTitle, const CHAR16* RightTitle) {
+  const UINTN Margin = ColumnsPercent(5);
+  const UINTN Width = ColumnsPercent(40);
+  const UINTN Half = ScreenColumns() / 2;
+  SetColour(ui_colour::Screen);
+  if (LeftTitle != nullptr) PrintCentered(LeftTitle, 3, Margin, Margin + Width);
+  if (RightTitle != nullptr) PrintCentered(RightTitle, 3, Half + Margin, Half + Margin + Width);
+}
+
+VOID DrawClock(UINT8 Force) {
+  SIMPLE_TEXT_OUTPUT_MODE* Mode = gST->ConOut->Mode;
+  const INT32 Attribute = Mode->Attribute;
+  const INT32 Column = Mode->CursorColumn;
+  const INT32 Row = Mode->CursorRow;
+  const UINTN Columns = ScreenColumns();
+  const UINTN LastRow = ScreenRows() - 1;
+  SetColour(ui_colour::Bar);
+  if (ClockTime.Minute == 0 || Force == 1) {
+    MoveCursor(Columns - 10, LastRow);
+    Print(u"%02d:", ClockTime.Hour);
+  }
+  if (ClockTime.Second == 0 || Force == 1) {
+    MoveCursor(Columns - 7, LastRow);
+    Print(u"%02d:", ClockTime.Minute);
+  }
+  MoveCursor(Columns - 4, LastRow);
+  Print(u"%02d", ClockTime.Second);
+  SetColour(static_cast<UINTN>(Attribute));
+  // Back to the remembered row, one column left of the remembered column.
+  MoveCursor(Column > 0 ? static_cast<UINTN>(Column - 1) : 0, static_cast<UINTN>(Row));
+}
+
+}  // namespace tarvik

@@ -1,0 +1,151 @@
+// Building the module tabs of System Information: each module's rows, with
+// long labels and values wrapped onto continuation lines.
+#include "core/globals.h"
+#include "core/pool.h"
+#include "core/pool_text.h"
+#include "core/wide_string.h"
+#include "registry/test_collection_protocol.h"
+#include "ui/screen_toolkit.h"
+#include "ui/system_info_screen.h"
+#include "ui/ui_state.h"
+
+namespace tarvik {
+namespace {
+
+constexpr UINTN RestBytes = 2048;
+constexpr UINTN RestChars = RestBytes / sizeof(CHAR16);
+
+// The value column's width.
+UINT64 ValueWidth() { return ScreenColumns() * 85 / 100 - ScreenColumns() / 2; }
+
+VOID ShowWaitBox() {
+  const CHAR16* Text = UiText(ui_text::GatheringInformation);
+  UINTN Lines = 1;
+  PrintWrapped(Text, &Lines, 0, 0, 0, 0);
+  UINTN Left, Top, Right, Bottom;
+  DrawMessageFrame(Lines, u"", &Left, &Top, &Right, &Bottom, 1);
+  SetColour(ui_colour::Screen);
+  PrintWrapped(Text, nullptr, 1, Top, Left, Right);
+}
+
+template <typename T>
+T* AllocateZeroed(UINT64 Count) {
+  VOID* Buffer = nullptr;
+  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, (Count > 0 ? Count : 1) * sizeof(T), &Buffer))) return nullptr;
+  gBS->SetMem(Buffer, (Count > 0 ? Count : 1) * sizeof(T), 0);
+  return static_cast<T*>(Buffer);
+}
+
+// Fills module tab Tab from Module: line 0 the test's name, then each row
+// and its continuation lines.
+VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
+  Module->GetModuleName(Module, &InfoTabNames[Tab]);
+  const UINT64 Width = ValueWidth();
+  const UINT64 Rows = Module->GetSystemInfoRowCount(Module);
+  UINT64 Extra = 0;
+  for (UINT64 Row = 0; Row < Rows; ++Row) {
+    CHAR16* Label = nullptr;
+    CHAR16* Value = nullptr;
+    Module->GetSystemInfoRow(Module, Row, &Label, &Value);
+    Extra += WrapCount(Label, Value, Width);
+    if (Label != nullptr) gBS->FreePool(Label);
+    if (Value != nullptr) gBS->FreePool(Value);
+  }
+  const UINT64 Lines = Rows + 1 + Extra;
+  InfoLabels[Tab] = AllocateZeroed<CHAR16*>(Lines);
+  InfoValues[Tab] = AllocateZeroed<CHAR16*>(Lines);
+  if (InfoLabels[Tab] == nullptr || InfoValues[Tab] == nullptr) return;
+  InfoLineCounts[Tab] = Lines;
+
+  Module->GetTestName(Module, &InfoLabels[Tab][0]);
+  CopyTextToPool(u"", &InfoValues[Tab][0]);
+  UINT64 Line = 1;
+  for (UINT64 Row = 0; Row < Rows && Line < Lines; ++Row) {
+    CHAR16** Labels = InfoLabels[Tab];
+    CHAR16** Values = InfoValues[Tab];
+    Module->GetSystemInfoRow(Module, Row, &Labels[Line], &Values[Line]);
+    UINT64 Continuations = WrapCount(Labels[Line], Values[Line], Width);
+    // A module answering differently the second time gets no more lines than counted.
+    if (Line + Continuations >= Lines) Continuations = Lines - 1 - Line;
+    for (UINT64 J = 0; J < Continuations; ++J) {
+      SplitAtSpace(Labels[Line + J], &Labels[Line + J + 1], Width);
+      SplitAtSpace(Values[Line + J], &Values[Line + J + 1], Width);
+    }
+    Line += Continuations + 1;
+  }
+}
+
+VOID FreeTexts(CHAR16** Texts, UINT64 Count) {
+  if (Texts == nullptr) return;
+  for (UINT64 I = 0; I < Count; ++I)
+    if (Texts[I] != nullptr) gBS->FreePool(Texts[I]);
+  gBS->FreePool(Texts);
+}
+
+}  // namespace
+
+UINT64 WrapCount(const CHAR16* Label, const CHAR16* Value, UINT64 Width) {
+  if (Width == 0) return 0;
+  const UINT64 Labels = (Label != nullptr ? StrLen(Label) : 0) / Width;
+  const UINT64 Values = (Value != nullptr ? StrLen(Value) : 0) / Width;
+  return Labels > Values ? Labels : Values;
+}
+
+VOID SplitAtSpace(CHAR16* Text, CHAR16** Rest, UINT64 Width) {
+  VOID* Buffer = nullptr;
+  *Rest = nullptr;
+  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, RestBytes, &Buffer))) return;
+  CHAR16* Tail = static_cast<CHAR16*>(Buffer);
+  Tail[0] = 0;
+  *Rest = Tail;
+  if (Text == nullptr || Width == 0 || StrLen(Text) < Width) return;
+  UINT64 Space = Width;
+  while (Space > 0 && Text[Space] != u' ') --Space;
+  // Without a space the text is cut at the width; with one it ends just after it.
+  const UINT64 End = Text[Space] == u' ' ? Space + 1 : Width;
+  UINTN Copied = 0;
+  for (const CHAR16* From = Text + End; *From != 0 && Copied + 1 < RestChars; ++From) Tail[Copied++] = *From;
+  Tail[Copied] = 0;
+  Text[End] = 0;
+}
+
+VOID GatherSystemInfo() {
+  ShowWaitBox();
+  const UINT64 ModuleTabs = InfoTabCount - 1;
+  InfoTabNames = AllocateZeroed<CHAR16*>(ModuleTabs);
+  InfoLabels = AllocateZeroed<CHAR16**>(ModuleTabs);
+  InfoValues = AllocateZeroed<CHAR16**>(ModuleTabs);
+  InfoLineCounts = AllocateZeroed<UINT64>(ModuleTabs);
+  if (InfoTabNames == nullptr || InfoLabels == nullptr || InfoValues == nullptr || InfoLineCounts == nullptr) {
+    ReleaseSystemInfo();
+    InfoTabCount = 1;
+    return;
+  }
+  UINT64 Tab = 0;
+  const UINT64 Tests = UiTests->GetTestCount();
+  for (UINT64 I = 0; I < Tests && Tab < ModuleTabs; ++I) {
+    TestModuleProtocol* Module = nullptr;
+    if (EFI_ERROR(UiTests->GetTest(I, &Module)) || Module == nullptr) continue;
+    if (Module->GetSystemInfoRowCount(Module) == 0) continue;
+    BuildModuleTab(Tab++, Module);
+  }
+}
+
+VOID ReleaseSystemInfo() {
+  const UINT64 ModuleTabs = InfoTabCount > 0 ? InfoTabCount - 1 : 0;
+  for (UINT64 Tab = 0; Tab < ModuleTabs; ++Tab) {
+    const UINT64 Lines = InfoLineCounts != nullptr ? InfoLineCounts[Tab] : 0;
+    if (InfoLabels != nullptr) FreeTexts(InfoLabels[Tab], Lines);
+    if (InfoValues != nullptr) FreeTexts(InfoValues[Tab], Lines);
+  }
+  FreeTexts(InfoTabNames, InfoTabNames != nullptr ? ModuleTabs : 0);
+  if (InfoLabels != nullptr) gBS->FreePool(InfoLabels);
+  if (InfoValues != nullptr) gBS->FreePool(InfoValues);
+  if (InfoLineCounts != nullptr) gBS->FreePool(InfoLineCounts);
+  InfoTabNames = nullptr;
+  InfoLabels = nullptr;
+  InfoValues = nullptr;
+  InfoLineCounts = nullptr;
+}
+
+}  // namespace tarvik

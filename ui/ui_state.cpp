@@ -1,0 +1,53 @@
+#include "ui/ui_state.h"
+
+#include "core/globals.h"
+#include "text/language_protocol.h"
+
+namespace tarvik {
+
+constinit UINT64* ScreenSize = nullptr;
+constinit CHAR16** InterfaceStrings = nullptr;
+constinit UINT64 InterfaceStringCount = 0;
+constinit EFI_TIME ClockTime = {};
+constinit volatile UINT8 ClockEnabled = 1;
+
+constinit DiagCommonProtocol* UiCommon = nullptr;
+constinit LanguageProtocol* UiLanguage = nullptr;
+constinit TestCollectionProtocol* UiTests = nullptr;
+
+const CHAR16* UiText(UINT64 Id) {
+  if (UiLanguage == nullptr || InterfaceStrings == nullptr || Id >= InterfaceStringCount) return u"";
+  const CHAR16* Text = UiLanguage->GetString(Id, InterfaceStrings);
+  return Text != nullptr ? Text : u"";
+}
+
+VOID SetColour(UINTN Attribute) { gST->ConOut->SetAttribute(gST->ConOut, Attribute); }
+
+VOID MoveCursor(UINTN Column, UINTN Row) { gST->ConOut->SetCursorPosition(gST->ConOut, Column, Row); }
+
+// The console does not change the text it is given.
+VOID PutText(const CHAR16* Text) {
+  if (Text != nullptr && Text[0] != 0) gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
+}
+
+VOID PutChar(CHAR16 Character) {
+  CHAR16 Text[2] = {Character, 0};
+  gST->ConOut->OutputString(gST->ConOut, Text);
+}
+
+VOID PutBlanks(UINTN Count) {
+  static constexpr CHAR16 Blanks[] = u"                                                                ";
+  constexpr UINTN Chunk = sizeof(Blanks) / sizeof(Blanks[0]) - 1;
+  while (Count > 0) {
+    const UINTN Now = Count < Chunk ? Count : Chunk;
+    PutText(Blanks + (Chunk - Now));
+    Count -= Now;
+  }
+}
+
+UINTN CursorColumn() {
+  const INT32 Column = gST->ConOut->Mode->CursorColumn;
+  return Column > 0 ? static_cast<UINTN>(Column) : 0;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,96 @@
+// What every screen shares: the console size, the "Interface" texts, the
+// clock, the services the screens call, and small console helpers. The main
+// screen sets this up when the interface starts and releases it at the end.
+#pragma once
+
+#include "efi/efi.h"
+
+namespace tarvik {
+
+struct DiagCommonProtocol;
+struct LanguageProtocol;
+struct TestCollectionProtocol;
+
+// Columns, then rows, of the console mode in use (a 16-byte pool buffer;
+// 0 x 0 until a mode is chosen, null outside the interface).
+extern UINT64* ScreenSize;
+extern CHAR16** InterfaceStrings;
+extern UINT64 InterfaceStringCount;
+// The time the clock shows, refreshed every second by the clock's timer.
+extern EFI_TIME ClockTime;
+// While 1 the clock and the busy spinner draw; timer notifications read it.
+extern volatile UINT8 ClockEnabled;
+
+extern DiagCommonProtocol* UiCommon;
+extern LanguageProtocol* UiLanguage;
+extern TestCollectionProtocol* UiTests;
+
+inline UINTN ScreenColumns() { return ScreenSize != nullptr ? ScreenSize[0] : 0; }
+inline UINTN ScreenRows() { return ScreenSize != nullptr ? ScreenSize[1] : 0; }
+// Percent of the screen width, rounded down.
+inline UINTN ColumnsPercent(UINTN Percent) { return ScreenColumns() * Percent / 100; }
+
+// An "Interface" text by number; empty when the table has no such entry.
+const CHAR16* UiText(UINT64 Id);
+
+// Numbers of the "Interface" texts the screens use.
+namespace ui_text {
+inline constexpr UINT64 Title = 0;
+inline constexpr UINT64 MainScreen = 1;
+inline constexpr UINT64 MainFooter = 2;
+inline constexpr UINT64 Tests = 3;
+inline constexpr UINT64 Tools = 4;
+inline constexpr UINT64 Version = 5;
+inline constexpr UINT64 ExitApplication = 6;
+inline constexpr UINT64 SystemInformation = 7;
+inline constexpr UINT64 RecoverBadSectorsTool = 8;
+inline constexpr UINT64 TestDevicesFooter = 16;
+inline constexpr UINT64 SelectDevices = 17;
+inline constexpr UINT64 SelectAlgorithms = 18;
+inline constexpr UINT64 Next = 19;
+inline constexpr UINT64 TestAlgorithmsFooter = 21;
+inline constexpr UINT64 ToolDevicesFooter = 22;
+inline constexpr UINT64 ToolAlgorithmsFooter = 23;
+inline constexpr UINT64 RunTest = 24;
+inline constexpr UINT64 SelectDeselectAll = 25;
+inline constexpr UINT64 SystemInfoFooter = 80;
+inline constexpr UINT64 Machine = 81;
+inline constexpr UINT64 MachineInformation = 82;
+inline constexpr UINT64 MachineManufacturer = 83;
+inline constexpr UINT64 ProductName = 84;
+inline constexpr UINT64 ProductVersion = 85;
+inline constexpr UINT64 MachineSerialNumber = 86;
+inline constexpr UINT64 BiosInformation = 87;
+inline constexpr UINT64 BiosVersion = 88;
+inline constexpr UINT64 BiosReleaseDate = 89;
+inline constexpr UINT64 BiosManufacturer = 90;
+inline constexpr UINT64 ProcessorInformation = 91;
+inline constexpr UINT64 ProcessorManufacturer = 92;
+inline constexpr UINT64 ProcessorVersion = 93;
+inline constexpr UINT64 GatheringInformation = 94;
+inline constexpr UINT64 Success = 128;
+inline constexpr UINT64 Error = 129;
+inline constexpr UINT64 PressEnter = 130;
+inline constexpr UINT64 PressYesNo = 131;
+}  // namespace ui_text
+
+// Console attributes of the screens.
+namespace ui_colour {
+inline constexpr UINTN Screen = 0x30;        // black on cyan: backgrounds, boxes, texts
+inline constexpr UINTN Bar = 0x0F;           // white on black: title, version, clock
+inline constexpr UINTN Band = 0x70;          // black on light gray: subtitle, footer, scroll thumb
+inline constexpr UINTN MessageBorder = 0x7F; // white on light gray
+inline constexpr UINTN Highlight = 0x1F;     // white on blue: selection, filled progress
+inline constexpr UINTN Plain = 0x07;         // light gray on black: empty progress, the console at exit
+inline constexpr UINTN Track = 0x00;         // black on black: scroll-bar track
+}  // namespace ui_colour
+
+// ---- Console helpers: statuses of console output are not checked ----------
+VOID SetColour(UINTN Attribute);
+VOID MoveCursor(UINTN Column, UINTN Row);
+VOID PutText(const CHAR16* Text);
+VOID PutChar(CHAR16 Character);
+VOID PutBlanks(UINTN Count);
+UINTN CursorColumn();
+
+}  // namespace tarvik
