@@ -9,17 +9,35 @@
 
 namespace testing_support {
 
-TestMachine::TestMachine(const std::string& key_script, hostfw::Profile* profile) {
+namespace {
+
+std::filesystem::path fresh_directory() {
   static std::atomic<int> counter{0};
-  directory_ = std::filesystem::temp_directory_path() /
-               ("tarvik-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-  std::filesystem::create_directories(directory_);
+  auto directory = std::filesystem::temp_directory_path() /
+                   ("tarvik-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
+  std::filesystem::create_directories(directory);
+  return directory;
+}
+
+}  // namespace
+
+TestMachine::TestMachine(const std::string& key_script, hostfw::Profile* profile) : directory_(fresh_directory()) {
+  build(key_script, profile != nullptr ? *profile : hostfw::default_profile(directory_.string()));
+}
+
+TestMachine::TestMachine(const std::string& key_script, const std::function<void(hostfw::Profile&)>& edit)
+    : directory_(fresh_directory()) {
+  hostfw::Profile profile = hostfw::default_profile(directory_.string());
+  edit(profile);
+  build(key_script, std::move(profile));
+}
+
+void TestMachine::build(const std::string& key_script, hostfw::Profile profile) {
   hostfw::Options options;
   options.virtual_clock = true;
   options.use_terminal = false;
   options.key_script = key_script;
-  hostfw::Profile chosen = profile != nullptr ? *profile : hostfw::default_profile(directory_.string());
-  machine_ = std::make_unique<hostfw::Machine>(std::move(chosen), options);
+  machine_ = std::make_unique<hostfw::Machine>(std::move(profile), options);
   tarvik::gST = machine_->system_table();
   tarvik::gBS = machine_->boot_services();
   tarvik::gRT = machine_->runtime_services();

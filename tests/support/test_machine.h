@@ -4,6 +4,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,8 @@ namespace testing_support {
 class TestMachine {
  public:
   explicit TestMachine(const std::string& key_script = "", hostfw::Profile* profile = nullptr);
+  // The default machine, changed by edit before it is built.
+  TestMachine(const std::string& key_script, const std::function<void(hostfw::Profile&)>& edit);
   ~TestMachine();
 
   hostfw::Machine& operator*() { return *machine_; }
@@ -26,6 +29,8 @@ class TestMachine {
   std::string transcript() const;
 
  private:
+  void build(const std::string& key_script, hostfw::Profile profile);
+
   std::filesystem::path directory_;
   std::unique_ptr<hostfw::Machine> machine_;
 };

@@ -1,0 +1,83 @@
+// Choosing devices and algorithms after Enter on a test: the screens a
+// technician ticks entries on, drawn from the module's names.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "hostfw/console_out.h"
+#include "tests/support/application_with_modules.h"
+
+namespace {
+
+using testing_support::ApplicationSetup;
+using testing_support::FakeAlgorithm;
+using testing_support::FakeDevice;
+using testing_support::FakeTestModule;
+using testing_support::run_to_reset;
+using testing_support::TestMachine;
+
+std::string line(const hostfw::ScreenGrid& grid, int row) {
+  std::string text = grid.text_at(30, row, 40);
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesAllTicked) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Enter; wait \"Select Algorithms\"; snap \"algorithms\"; key Space;"
+      "snap \"one unticked\"; key Esc; wait \"Main Screen\"; key Up; key Enter");
+  FakeTestModule module(machine->image_handle());
+  module.test_name = u"Quick Six Test";
+  module.devices = {FakeDevice(u"Only Device")};
+  for (char16_t n = u'1'; n <= u'6'; ++n) module.algorithms.push_back(FakeAlgorithm(u"Algorithm " + std::u16string(1, n), u"K"));
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+
+  const hostfw::ScreenGrid& grid = machine->console().snapshot("algorithms").grid;
+  EXPECT_NE(grid.row_text(1).find("Quick Six Test"), std::string::npos);
+  EXPECT_NE(grid.row_text(29).find("ESC = exit  Arrow Keys = change option  Space = select/deselect  ENTER = run test"),
+            std::string::npos);
+  EXPECT_EQ(line(grid, 3), std::string(11, ' ') + "Select Algorithms");  // centred in columns 30 to 69
+  // Box from column 29 to 70, rows 4 to 15: six entries, a blank, the all-line, a blank, the confirm line.
+  EXPECT_EQ(grid.text_at(29, 4, 1), "╔");
+  EXPECT_EQ(grid.text_at(70, 15, 1), "╝");
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(line(grid, 5 + i), "[X] Algorithm " + std::to_string(i + 1));
+  EXPECT_EQ(line(grid, 11), "");
+  EXPECT_EQ(line(grid, 12), "[X] Select/deselect all");
+  EXPECT_EQ(line(grid, 13), "");
+  EXPECT_EQ(line(grid, 14), "    Run Test >");
+  // The cursor line is highlighted to the box's edge.
+  EXPECT_EQ(grid.attribute_at(30, 5), 0x1F);
+  EXPECT_EQ(grid.attribute_at(69, 5), 0x1F);
+  EXPECT_EQ(grid.attribute_at(30, 6), 0x30);
+
+  const hostfw::ScreenGrid& after = machine->console().snapshot("one unticked").grid;
+  EXPECT_EQ(line(after, 5), "[ ] Algorithm 1");
+  EXPECT_EQ(line(after, 12), "[-] Select/deselect all");
+  EXPECT_TRUE(module.runs.empty());
+}
+
+TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothReturnsToTheMainScreen) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Enter; wait \"Select Devices\"; snap \"devices\"; key Down 4; snap \"next\";"
+      "key Enter; wait \"Select Algorithms\"; key Enter; wait \"Main Screen\"; snap \"back\"; key Up; key Enter");
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B"), FakeDevice(u"Disk C")};
+  module.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK")};
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+
+  const hostfw::ScreenGrid& devices = machine->console().snapshot("devices").grid;
+  EXPECT_EQ(line(devices, 5), "[X] Disk A");
+  EXPECT_EQ(line(devices, 7), "[X] Disk C");
+  EXPECT_EQ(line(devices, 11), "    Next >");
+  EXPECT_NE(devices.row_text(29).find("ENTER = next"), std::string::npos);
+  // Down from the first entry four times: B, C, the all-line, the confirm line.
+  EXPECT_EQ(machine->console().snapshot("next").grid.attribute_at(30, 11), 0x1F);
+  // The main screen comes back with the test still selected.
+  EXPECT_EQ(machine->console().snapshot("back").grid.attribute_at(5, 5), 0x1F);
+}
+
+}  // namespace

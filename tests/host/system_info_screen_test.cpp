@@ -1,0 +1,134 @@
+// System Information as a technician sees it: the Machine tab from the
+// machine's SMBIOS tables, one tab per module that reports rows, the tab bar,
+// wrapping of long values and scrolling of a long tab.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "hostfw/console_out.h"
+#include "tests/support/application_with_modules.h"
+
+namespace {
+
+using testing_support::ApplicationSetup;
+using testing_support::FakeTestModule;
+using testing_support::run_to_reset;
+using testing_support::TestMachine;
+
+std::u16string numbered(const char16_t* prefix, int n) {
+  return prefix + std::u16string(1, u'0' + n / 10) + std::u16string(1, u'0' + n % 10);
+}
+
+// Opens System Information from the main screen, then leaves the application.
+constexpr char kOpen[] = "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\";";
+constexpr char kLeave[] = "key Esc; wait \"Main Screen\"; key Left; key Up; key Enter";
+
+std::string trimmed(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+TEST(SystemInformation, TheMachineTabShowsTheSmbiosStringsOfTheMachine) {
+  TestMachine machine(std::string(kOpen) + "snap \"machine\";" + kLeave);
+  run_to_reset(machine, ApplicationSetup{});
+  const hostfw::ScreenGrid& grid = machine->console().snapshot("machine").grid;
+  EXPECT_NE(grid.row_text(1).find("System Information"), std::string::npos);
+  // With no module tabs the bar is "<- ", " Machine ", " ->", centred.
+  EXPECT_EQ(grid.text_at(42, 3, 15), "<-  Machine  ->");
+  EXPECT_EQ(grid.attribute_at(46, 3), 0x1F);
+
+  struct Field {
+    int row;
+    const char* label;
+    const char* value;
+  };
+  for (const Field& f : {Field{7, "Machine Manufacturer:", "Korvan Systems"},
+                         Field{8, "Product Name:", "Korvan Pro 7400"}, Field{9, "Product Version:", "Rev A2"},
+                         Field{10, "Machine Serial Number:", "KVN7400-2418-0095"},
+                         Field{15, "BIOS Version:", "TFW 2.14.1"}, Field{16, "BIOS Release Date:", "03/18/2025"},
+                         Field{17, "BIOS Manufacturer:", "Tarvik Firmware Works"},
+                         Field{22, "Processor Manufacturer:", "Velora Micro"},
+                         // 42 characters in a 35-column value: wrapped at the last space.
+                         Field{23, "Processor Version:", "Velora V7 6800 8-Core Processor @"},
+                         Field{24, "", "3.40GHz"}}) {
+    EXPECT_EQ(trimmed(grid.text_at(15, f.row, 35)), f.label) << f.row;
+    EXPECT_EQ(trimmed(grid.text_at(50, f.row, 35)), f.value) << f.row;
+  }
+  for (int row : {5, 13, 20}) EXPECT_NE(trimmed(grid.row_text(row)), "") << row;
+  EXPECT_EQ(grid.text_at(13, 6, 1), "╔");
+  EXPECT_EQ(grid.text_at(85, 11, 1), "╝");
+  EXPECT_EQ(grid.text_at(13, 25, 1), "╚");  // the wrapped version needs the taller box
+}
+
+TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges) {
+  TestMachine machine(std::string(kOpen) +
+                      "snap \"machine\"; key Tab; snap \"memory\"; key Tab; snap \"storage\"; key PgDn;"
+                      "snap \"paged\"; key Down; snap \"down\"; key Tab; snap \"wrapped\"; key Left;"
+                      "snap \"left\";" + kLeave);
+  FakeTestModule memory(machine->image_handle());
+  memory.test_name = u"Quick Memory Test";
+  memory.module_name = u"Memory";
+  const std::u16string long_value =
+      u"Seventy characters of value text, broken at spaces into three lines ok";
+  ASSERT_EQ(long_value.size(), 70u);
+  memory.system_info = {{u"Total memory", u"512 MB"}, {u"Modules", long_value}, {u"Slots", u"4"}};
+  FakeTestModule silent(machine->image_handle());  // no rows: no tab
+  silent.test_name = u"Silent Test";
+  FakeTestModule storage(machine->image_handle());
+  storage.test_name = u"Quick Storage Device Test";
+  storage.module_name = u"Storage";
+  for (int i = 1; i <= 59; ++i) storage.system_info.push_back({numbered(u"Row ", i), numbered(u"Value ", i)});
+  ApplicationSetup setup;
+  setup.modules = {&memory, &silent, &storage};
+  run_to_reset(machine, setup);
+  const hostfw::ConsoleOut& console = machine->console();
+
+  // "<- " + " Machine " + " Memory " + " Storage " + " ->": 32 columns, from (100 - 32) / 2.
+  const hostfw::ScreenGrid& bar = console.snapshot("memory").grid;
+  EXPECT_EQ(bar.text_at(34, 3, 32), "<-  Machine  Memory  Storage  ->");
+  EXPECT_EQ(bar.attribute_at(38, 3), 0x30);
+  EXPECT_EQ(bar.attribute_at(47, 3), 0x1F);  // " Memory " is the active tab
+
+  // Line 0 is the test's name; the 70-character value takes two continuation lines.
+  const hostfw::ScreenGrid& mem = console.snapshot("memory").grid;
+  EXPECT_EQ(trimmed(mem.text_at(15, 6, 35)), "Quick Memory Test");
+  EXPECT_EQ(trimmed(mem.text_at(15, 7, 35)), "Total memory");
+  EXPECT_EQ(trimmed(mem.text_at(50, 7, 34)), "512 MB");
+  EXPECT_EQ(trimmed(mem.text_at(50, 8, 34)), "Seventy characters of value text,");
+  EXPECT_EQ(trimmed(mem.text_at(50, 9, 34)), "broken at spaces into three lines");
+  EXPECT_EQ(trimmed(mem.text_at(50, 10, 34)), "ok");
+  EXPECT_EQ(trimmed(mem.text_at(15, 11, 35)), "Slots");
+  EXPECT_EQ(mem.text_at(98, 5, 1), " ");  // five lines fit: no scroll bar
+
+  // 60 lines, 21 shown (rows 6 to 26), with a scroll bar in column 98.
+  const hostfw::ScreenGrid& top = console.snapshot("storage").grid;
+  EXPECT_EQ(trimmed(top.text_at(15, 6, 35)), "Quick Storage Device Test");
+  EXPECT_EQ(trimmed(top.text_at(15, 26, 35)), "Row 20");
+  EXPECT_EQ(top.text_at(13, 27, 1), "╚");
+  EXPECT_EQ(top.text_at(98, 5, 1), "▲");
+  EXPECT_EQ(top.text_at(98, 27, 1), "▼");
+  EXPECT_EQ(top.attribute_at(98, 6), 0x70);
+  EXPECT_EQ(top.attribute_at(98, 7), 0x00);
+  // Page Down moves 20 lines, Down one more.
+  EXPECT_EQ(trimmed(console.snapshot("paged").grid.text_at(15, 6, 35)), "Row 20");
+  EXPECT_EQ(trimmed(console.snapshot("paged").grid.text_at(50, 26, 34)), "Value 40");
+  EXPECT_EQ(trimmed(console.snapshot("down").grid.text_at(15, 6, 35)), "Row 21");
+
+  // Tab on the last tab returns to Machine; Left from Machine selects the last tab, scrolled to the top.
+  EXPECT_NE(console.snapshot("wrapped").grid.row_text(7).find("Korvan Systems"), std::string::npos);
+  const hostfw::ScreenGrid& left = console.snapshot("left").grid;
+  EXPECT_EQ(left.attribute_at(56, 3), 0x1F);
+  EXPECT_EQ(trimmed(left.text_at(15, 6, 35)), "Quick Storage Device Test");
+}
+
+TEST(SystemInformation, AMissingProcessorStructureEndsTheMachineTabThereAndTheScreenStaysUsable) {
+  TestMachine machine(std::string(kOpen) + "snap \"machine\";" + kLeave,
+                      [](hostfw::Profile& profile) { profile.processors.clear(); });
+  run_to_reset(machine, ApplicationSetup{});
+  const hostfw::ScreenGrid& grid = machine->console().snapshot("machine").grid;
+  EXPECT_TRUE(grid.contains("Tarvik Firmware Works"));
+  EXPECT_TRUE(grid.contains("Processor Information"));
+  EXPECT_FALSE(grid.contains("Processor Manufacturer:"));
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+#include "tests/support/application_with_modules.h"
+
+#include <gtest/gtest.h>
+
+#include "badsector/bad_sectors_tool_protocol.h"
+#include "core/globals.h"
+#include "core/startup.h"
+#include "ui/run_diagnostics_ui.h"
+
+namespace testing_support {
+namespace {
+
+const ApplicationSetup* g_setup = nullptr;
+tarvik::BadSectorsToolProtocol g_tool{};
+EFI_HANDLE g_tool_handle = nullptr;
+
+EFI_STATUS RegisterModules(EFI_HANDLE, EFI_SYSTEM_TABLE* system_table) {
+  for (FakeTestModule* module : g_setup->modules) located_test_collection()->AddTest(module->record());
+  if (g_setup->bad_sectors_tool) {
+    EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+    g_tool_handle = nullptr;
+    tarvik::gBS->InstallProtocolInterface(&g_tool_handle, &guid, EFI_NATIVE_INTERFACE, &g_tool);
+  }
+  system_table->ConOut->SetMode(system_table->ConOut, static_cast<UINTN>(g_setup->console_mode_at_start));
+  return EFI_SUCCESS;
+}
+
+EFIAPI EFI_STATUS Entry(EFI_HANDLE image, EFI_SYSTEM_TABLE* system_table) {
+  static const tarvik::ServiceInstaller installers[] = {RegisterModules};
+  const tarvik::StartupPlan plan = {
+      .CoreServices = tarvik::ApplicationPlan.CoreServices,
+      .CoreServiceCount = tarvik::ApplicationPlan.CoreServiceCount,
+      .TestModules = installers,
+      .TestModuleCount = 1,
+      .RunUserInterface = tarvik::RunDiagnosticsUi,
+  };
+  return tarvik::RunApplication(image, system_table, plan);
+}
+
+}  // namespace
+
+hostfw::RunResult run_application(TestMachine& machine, const ApplicationSetup& setup) {
+  g_setup = &setup;
+  hostfw::RunResult result = machine->run(Entry);
+  g_setup = nullptr;
+  return result;
+}
+
+void run_to_reset(TestMachine& machine, const ApplicationSetup& setup) {
+  const hostfw::RunResult result = run_application(machine, setup);
+  ASSERT_EQ(result.end, hostfw::RunResult::End::Reset) << result.reason;
+  EXPECT_EQ(result.reset_type, EfiResetCold);
+  EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+}
+
+}  // namespace testing_support

@@ -1,0 +1,25 @@
+// The whole application (its core services, its interface, its teardown and
+// reset) with test-double modules registered in place of the real ones.
+#pragma once
+
+#include <vector>
+
+#include "hostfw/machine.h"
+#include "tests/support/fake_test_module.h"
+#include "tests/support/test_machine.h"
+
+namespace testing_support {
+
+struct ApplicationSetup {
+  std::vector<FakeTestModule*> modules;  // registered in this order
+  bool bad_sectors_tool = false;         // publish a stand-in tool record
+  int console_mode_at_start = 0;         // the mode the firmware left the console in
+};
+
+// Runs the application on machine until it resets (or cannot go on).
+hostfw::RunResult run_application(TestMachine& machine, const ApplicationSetup& setup);
+
+// Runs it and checks that it ended in a cold reset with no pool left allocated.
+void run_to_reset(TestMachine& machine, const ApplicationSetup& setup);
+
+}  // namespace testing_support
