@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Boots TarvikDiag.efi from a USB disk image under QEMU + OVMF and checks the
-whole life of the application on real firmware: it starts, shows its screen,
-and on a key tears down and cold-resets the machine, which ends QEMU
+"""Boots TarvikDiag.efi from a USB disk image under QEMU + OVMF and uses it as
+a technician would on real firmware: the main screen comes up at 100x31,
+System Information shows the SMBIOS strings QEMU was given, and "Exit
+Application" tears down and cold-resets the machine, which ends QEMU
 (-no-reboot) with status 0.
 
     boot_test.py --efi build/TarvikDiag.efi [unittest options]
@@ -17,7 +18,7 @@ import qemu_session  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
 EFI_FILE = None
-PROMPT = "Press any key to restart the machine."
+SCREEN_TIMEOUT = 60  # seconds for a screen to come up once its key is sent
 
 
 class BootTest(unittest.TestCase):
@@ -29,17 +30,51 @@ class BootTest(unittest.TestCase):
     def tearDown(self):
         self.tmp.cleanup()
 
-    def test_boots_shows_screen_and_resets_on_key(self):
-        with QemuSession(self.image) as q:
-            q.wait_for(PROMPT)
+    def field(self, screen, row, column, width=35):
+        return "".join(screen.cells[row][column:column + width]).rstrip()
+
+    def test_main_screen_system_information_and_exit(self):
+        smbios = qemu_session.smbios_values()
+        with QemuSession(self.image, screen_size=(100, 31)) as q:
+            q.wait_for("Use Arrow keys to change between options")
             boot = q.elapsed()
-            self.assertIn("Tarvik Diagnostic", q.output)
-            for service in ("DiagCommonProtocol", "ErrorCodeProtocol", "SmBiosProtocol", "LanguageProtocol",
-                            "TestCollectionProtocol", "LogProtocol"):
-                self.assertIn(service, q.output, f"{service} is not installed on this firmware")
-            q.send_key("enter")
+            # The main screen is drawn twice; the Tools panel comes last.
+            q.wait_for("System Information", SCREEN_TIMEOUT)
+            q.wait_for("System Information", SCREEN_TIMEOUT)
+            screen = q.screen
+            self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", q.screen.text())
+            self.assertEqual(screen.line(1).strip(), "Main Screen")
+            self.assertIn(" Exit Application ", screen.line(5))
+            self.assertIn(" System Information ", screen.line(5))
+
+            q.send_key("right", "enter")
+            q.wait_for("Processor Version:", SCREEN_TIMEOUT)
+            q.wait_for(smbios["PROCESSOR_VERSION"].split()[-1], SCREEN_TIMEOUT)
+            # Labels from column 15, values from column 50 (100 columns).
+            version = smbios["PROCESSOR_VERSION"]
+            cut = version.rfind(" ", 0, 36)
+            expected = {
+                7: ("Machine Manufacturer:", smbios["SYSTEM_MANUFACTURER"]),
+                8: ("Product Name:", smbios["SYSTEM_PRODUCT"]),
+                9: ("Product Version:", smbios["SYSTEM_VERSION"]),
+                10: ("Machine Serial Number:", smbios["SYSTEM_SERIAL"]),
+                15: ("BIOS Version:", smbios["BIOS_VERSION"]),
+                16: ("BIOS Release Date:", smbios["BIOS_DATE"]),
+                17: ("BIOS Manufacturer:", smbios["BIOS_VENDOR"]),
+                22: ("Processor Manufacturer:", smbios["PROCESSOR_MANUFACTURER"]),
+                23: ("Processor Version:", version[:cut]),
+                24: ("", version[cut + 1:]),
+            }
+            for row, (label, value) in expected.items():
+                self.assertEqual(self.field(screen, row, 15), label, q.screen.text())
+                self.assertEqual(self.field(screen, row, 50), value, q.screen.text())
+            self.assertIn("System Information", screen.line(1))
+
+            q.send_key("esc")
+            q.wait_for("Main Screen", SCREEN_TIMEOUT)
+            q.send_key("left", "up", "enter")
             status = q.wait_exit()
-            print(f"prompt after {boot:.1f} s, QEMU ended {q.elapsed() - boot:.1f} s after the key",
+            print(f"main screen after {boot:.1f} s, QEMU ended {q.elapsed() - boot:.1f} s later",
                   file=sys.stderr)
             self.assertEqual(status, 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
 
