@@ -116,6 +116,7 @@ TEST(KeyScriptTest, MalformedScriptsNameTheLineAndTheReason) {
       {"type abc", "type needs one text in double quotes"},
       {"type \"a\tb\"", "control characters"},
       {"key Up\nkey Up; key Up; pause soon", "line 2: the pause must be a whole number"},
+      {"snap main", "snap needs a name in double quotes"},
   };
   for (const auto& c : cases) {
     try {
