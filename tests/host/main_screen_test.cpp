@@ -9,6 +9,7 @@
 
 #include "hostfw/console_out.h"
 #include "tests/support/application_with_modules.h"
+#include "ui/run_diagnostics_ui.h"
 
 namespace {
 
@@ -223,6 +224,17 @@ TEST(MainScreen, ExitHandsTheConsoleBackClearedInItsOwnModeWithTheCursorShown) {
   EXPECT_TRUE(console.cursor_visible());
   EXPECT_EQ(console.cursor_column(), 0);
   EXPECT_EQ(console.cursor_row(), 0);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(MainScreen, WithoutItsServicesTheInterfaceDrawsNothingAndReturnsAborted) {
+  TestMachine machine;
+  EXPECT_EQ(tarvik::RunDiagnosticsUi(machine->image_handle(), machine->system_table()), EFI_ABORTED);
+  EXPECT_EQ(machine.transcript(), "");
+  EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
 }
 
 }  // namespace
