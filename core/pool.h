@@ -5,7 +5,8 @@
 
 namespace tarvik {
 
-// Owns one pool buffer (EfiBootServicesData) and frees it on destruction.
+// Owns one pool buffer (EfiBootServicesData unless told otherwise) and frees
+// it on destruction.
 // release() hands the buffer to a caller that frees it itself, e.g. a text
 // returned through an out-parameter.
 template <typename T = VOID>
@@ -23,10 +24,10 @@ class PoolPtr {
   }
 
   // Allocates Bytes bytes, replacing (and freeing) any buffer held before.
-  EFI_STATUS Allocate(UINTN Bytes) {
+  EFI_STATUS Allocate(UINTN Bytes, EFI_MEMORY_TYPE Type = EfiBootServicesData) {
     reset();
     VOID* Raw = nullptr;
-    EFI_STATUS Status = gBS->AllocatePool(EfiBootServicesData, Bytes, &Raw);
+    EFI_STATUS Status = gBS->AllocatePool(Type, Bytes, &Raw);
     if (EFI_ERROR(Status)) return Status;
     Buffer_ = static_cast<T*>(Raw);
     return EFI_SUCCESS;
@@ -57,9 +58,10 @@ class PoolPtr {
 // first guess and ends as the size the firmware filled in. Slack covers
 // growth between the two calls (an allocation can add a memory-map entry).
 template <typename T, typename QueryFn>
-EFI_STATUS QueryWithGrowingBuffer(PoolPtr<T>& Buffer, UINTN& Size, QueryFn Query, UINTN Slack = 0) {
+EFI_STATUS QueryWithGrowingBuffer(PoolPtr<T>& Buffer, UINTN& Size, QueryFn Query, UINTN Slack = 0,
+                                  EFI_MEMORY_TYPE Type = EfiBootServicesData) {
   for (int Attempt = 0; Attempt < 8; ++Attempt) {
-    EFI_STATUS Status = Buffer.Allocate(Size == 0 ? 1 : Size);
+    EFI_STATUS Status = Buffer.Allocate(Size == 0 ? 1 : Size, Type);
     if (EFI_ERROR(Status)) return Status;
     UINTN Needed = Size;
     Status = Query(Buffer.get(), &Needed);

@@ -3,6 +3,7 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "log/log_protocol.h"
+#include "memtest/memory_test_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"
 #include "sysinfo/smbios_protocol.h"
@@ -21,13 +22,16 @@ constexpr CoreServiceStep ApplicationCoreServices[] = {
     {InstallLog, u"Failed to install Log protocols...\n"},
 };
 
+// Registered in this order: the memory test first.
+constexpr ServiceInstaller ApplicationTestModules[] = {InstallMemoryTest};
+
 }  // namespace
 
 constinit const StartupPlan ApplicationPlan = {
     .CoreServices = ApplicationCoreServices,
     .CoreServiceCount = sizeof(ApplicationCoreServices) / sizeof(ApplicationCoreServices[0]),
-    .TestModules = nullptr,
-    .TestModuleCount = 0,
+    .TestModules = ApplicationTestModules,
+    .TestModuleCount = sizeof(ApplicationTestModules) / sizeof(ApplicationTestModules[0]),
     .RunUserInterface = RunDiagnosticsUi,
 };
 

@@ -15,19 +15,29 @@ constexpr uint8_t kDefaultAttribute = EFI_TEXT_ATTR(EFI_LIGHTGRAY, EFI_BLACK);
 constexpr ConsoleOut::Cell kUnknownCell{0xFFFF, 0xFF};
 
 
+// Under the virtual clock every console operation takes this long, as
+// drawing takes time on a real console. It is how timer notifications (the
+// run screen's key poll above all) reach a long loop that calls nothing but
+// its progress drawing, the same way on every run.
+constexpr uint64_t kVirtualOperationNs = 20 * 1000;
+
 // Firmware consoles hold TPL_NOTIFY while they work, so timer notifications
 // never run inside them. The screen is brought to the terminal (when there
-// is one to draw on) before the priority drops again.
+// is one to draw on) before the priority drops again; timers that fell due
+// meanwhile run when it drops.
 class Operation {
  public:
-  Operation(Events& events, ConsoleOut* draw_on_exit) : guard_(events, TPL_NOTIFY), console_(draw_on_exit) {}
+  Operation(Events& events, ConsoleOut* draw_on_exit)
+      : events_(events), guard_(events, TPL_NOTIFY), console_(draw_on_exit) {}
   ~Operation() {
     if (console_ != nullptr) console_->refresh_if_resized();
+    events_.let_virtual_time_pass(kVirtualOperationNs);
   }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 
  private:
+  Events& events_;
   TplGuard guard_;  // released after the screen is drawn
   ConsoleOut* console_;
 };

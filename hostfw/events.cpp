@@ -136,6 +136,10 @@ void Events::stall(uint64_t microseconds) {
   for (uint64_t now = clock_.now_ns(); now < until; now = clock_.now_ns()) clock_.sleep_for(until - now);
 }
 
+void Events::let_virtual_time_pass(uint64_t ns) {
+  if (clock_.is_virtual()) advance_virtual_to(clock_.now_ns() + ns);
+}
+
 void Events::advance_virtual_to(uint64_t t_ns) {
   for (;;) {
     const uint64_t next = next_deadline();

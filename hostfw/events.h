@@ -60,6 +60,8 @@ class Events {
   void stall(uint64_t microseconds);
   // Lets time pass up to t_ns on the virtual clock, firing timers in order.
   void advance_virtual_to(uint64_t t_ns);
+  // Under the virtual clock, lets ns pass; the real clock moves by itself.
+  void let_virtual_time_pass(uint64_t ns);
 
   // ---- Timer processing ------------------------------------------------------
   // Signals every timer that is due and queues its notification.

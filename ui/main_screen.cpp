@@ -6,7 +6,7 @@
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
-#include "ui/test_flow.h"
+#include "ui/test_run_screen.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {

@@ -1,0 +1,114 @@
+#include "ui/test_run_record.h"
+
+#include "core/globals.h"
+#include "ui/test_run_screen.h"
+
+namespace tarvik {
+
+constinit UINT8** TestStates = nullptr;
+constinit UINT8* DeviceSelection = nullptr;
+constinit UINT8* AlgorithmSelection = nullptr;
+constinit UINT64 SelectedDeviceCount = 1;
+constinit UINT64 SelectedAlgorithmCount = 1;
+constinit CHAR16**** TestMessages = nullptr;
+constinit UINT64** TestMessageCounts = nullptr;
+constinit CHAR16** DeviceResultCodes = nullptr;
+constinit EFI_TIME* RunTimes = nullptr;
+constinit EFI_TIME* RunDurations = nullptr;
+constinit CHAR16** SummaryLines = nullptr;
+constinit UINT64 SummaryLineCount = 0;
+constinit UINT64 RunDeviceCount = 0;
+constinit UINT64 RunAlgorithmCount = 0;
+
+namespace {
+
+template <typename T>
+T* AllocateZeroed(UINT64 Count) {
+  const UINTN Bytes = (Count > 0 ? Count : 1) * sizeof(T);
+  VOID* Buffer = nullptr;
+  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Bytes, &Buffer))) return nullptr;
+  gBS->SetMem(Buffer, Bytes, 0);
+  return static_cast<T*>(Buffer);
+}
+
+template <typename T>
+VOID Release(T*& Buffer) {
+  if (Buffer != nullptr) gBS->FreePool(Buffer);
+  Buffer = nullptr;
+}
+
+// A pair's lines: one block of MessagesPerPair buffers and the array that
+// points into it.
+CHAR16** AllocateMessageCell() {
+  CHAR16** Lines = AllocateZeroed<CHAR16*>(MessagesPerPair);
+  CHAR16* Block = AllocateZeroed<CHAR16>(MessagesPerPair * MessageLineBytes / sizeof(CHAR16));
+  if (Lines == nullptr || Block == nullptr) {
+    Release(Lines);
+    Release(Block);
+    return nullptr;
+  }
+  for (UINT64 I = 0; I < MessagesPerPair; ++I) Lines[I] = Block + I * (MessageLineBytes / sizeof(CHAR16));
+  return Lines;
+}
+
+VOID ReleaseMessageCell(CHAR16**& Lines) {
+  if (Lines == nullptr) return;
+  gBS->FreePool(Lines[0]);
+  Release(Lines);
+}
+
+}  // namespace
+
+EFI_STATUS SetUpRun(UINT64 Devices, UINT64 Algorithms) {
+  RunDeviceCount = Devices;
+  RunAlgorithmCount = Algorithms;
+  DeviceSelection = AllocateZeroed<UINT8>(Devices);
+  AlgorithmSelection = AllocateZeroed<UINT8>(Algorithms);
+  TestStates = AllocateZeroed<UINT8*>(Devices);
+  TestMessages = AllocateZeroed<CHAR16***>(Devices);
+  TestMessageCounts = AllocateZeroed<UINT64*>(Devices);
+  DeviceResultCodes = AllocateZeroed<CHAR16*>(Devices);
+  if (DeviceSelection == nullptr || AlgorithmSelection == nullptr || TestStates == nullptr ||
+      TestMessages == nullptr || TestMessageCounts == nullptr || DeviceResultCodes == nullptr)
+    return EFI_OUT_OF_RESOURCES;
+  for (UINT64 D = 0; D < Devices; ++D) {
+    TestStates[D] = AllocateZeroed<UINT8>(Algorithms);
+    TestMessageCounts[D] = AllocateZeroed<UINT64>(Algorithms);
+    TestMessages[D] = AllocateZeroed<CHAR16**>(Algorithms);
+    if (TestStates[D] == nullptr || TestMessageCounts[D] == nullptr || TestMessages[D] == nullptr)
+      return EFI_OUT_OF_RESOURCES;
+    for (UINT64 A = 0; A < Algorithms; ++A)
+      if ((TestMessages[D][A] = AllocateMessageCell()) == nullptr) return EFI_OUT_OF_RESOURCES;
+  }
+  return EFI_SUCCESS;
+}
+
+VOID CleanUpRun(UINT8 Level) {
+  Release(AlgorithmSelection);
+  Release(DeviceSelection);
+  for (UINT64 D = 0; D < RunDeviceCount; ++D) {
+    if (TestStates != nullptr) Release(TestStates[D]);
+    if (TestMessageCounts != nullptr) Release(TestMessageCounts[D]);
+    if (TestMessages != nullptr && TestMessages[D] != nullptr) {
+      for (UINT64 A = 0; A < RunAlgorithmCount; ++A) ReleaseMessageCell(TestMessages[D][A]);
+      Release(TestMessages[D]);
+    }
+  }
+  Release(TestStates);
+  Release(TestMessages);
+  Release(TestMessageCounts);
+  if (Level >= 1) {
+    for (UINT64 D = 0; DeviceResultCodes != nullptr && D < RunDeviceCount; ++D) Release(DeviceResultCodes[D]);
+    Release(SpinnerRow);
+    Release(RunTimes);
+    Release(RunDurations);
+  }
+  Release(DeviceResultCodes);
+  if (Level >= 2 && SummaryLines != nullptr) {
+    for (UINT64 I = 0; I < SummaryLineCount; ++I) Release(SummaryLines[I]);
+    Release(SummaryLines);
+  }
+  SummaryLineCount = 0;
+}
+
+}  // namespace tarvik
