@@ -47,6 +47,9 @@ struct Options {
 // Test hooks that make firmware services fail on purpose.
 struct Faults {
   uint64_t fail_allocate_pool_call = 0;  // 1-based call number to fail, 0 = never
+  // 1-based number of the AllocatePages call at a given address to refuse
+  // (EFI_NOT_FOUND, as for a region already taken), 0 = never.
+  uint64_t fail_allocate_at_address_call = 0;
   bool fail_install_of_guid = false;
   EFI_GUID install_guid_to_fail = {};
 };

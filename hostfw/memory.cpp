@@ -111,6 +111,8 @@ EFI_STATUS Memory::allocate_pages(EFI_ALLOCATE_TYPE type, EFI_MEMORY_TYPE memory
   uint64_t start = 0;
   if (type == AllocateAddress) {
     start = *memory;
+    if (faults_.fail_allocate_at_address_call != 0 && ++address_allocations_ == faults_.fail_allocate_at_address_call)
+      return EFI_NOT_FOUND;
     if (start % kPage != 0) return EFI_INVALID_PARAMETER;
     if (pages > size_ / kPage || !range_is(start, pages, EfiConventionalMemory)) return EFI_NOT_FOUND;
   } else {

@@ -67,6 +67,7 @@ class Memory {
   std::map<uint64_t, uint64_t> page_allocations_;     // start -> pages
   std::unordered_map<void*, size_t> pools_;
   uint64_t pool_allocations_ = 0;
+  uint64_t address_allocations_ = 0;
   uint64_t bad_frees_ = 0;
   uint64_t map_key_ = 1;
 };

@@ -58,10 +58,11 @@ TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesA
   EXPECT_TRUE(module.runs.empty());
 }
 
-TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothReturnsToTheMainScreen) {
+TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothRunsEveryChosenPair) {
   TestMachine machine(
       "wait \"Main Screen\"; key Enter; wait \"Select Devices\"; snap \"devices\"; key Down 4; snap \"next\";"
-      "key Enter; wait \"Select Algorithms\"; key Enter; wait \"Main Screen\"; snap \"back\"; key Up; key Enter");
+      "key Enter; wait \"Select Algorithms\"; key Enter; wait \"F3 = view log\"; key Esc; wait \"Main Screen\";"
+      "snap \"back\"; key Up; key Enter");
   FakeTestModule module(machine->image_handle());
   module.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B"), FakeDevice(u"Disk C")};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK")};
@@ -76,6 +77,7 @@ TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothReturnsToTheMainScreen) {
   EXPECT_NE(devices.row_text(29).find("ENTER = next"), std::string::npos);
   // Down from the first entry four times: B, C, the all-line, the confirm line.
   EXPECT_EQ(machine->console().snapshot("next").grid.attribute_at(30, 11), 0x1F);
+  EXPECT_EQ(module.runs.size(), 6u);
   // The main screen comes back with the test still selected.
   EXPECT_EQ(machine->console().snapshot("back").grid.attribute_at(5, 5), 0x1F);
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/globals.h"
 #include "core/startup.h"
@@ -26,12 +28,17 @@ EFI_STATUS RegisterModules(EFI_HANDLE, EFI_SYSTEM_TABLE* system_table) {
 }
 
 EFIAPI EFI_STATUS Entry(EFI_HANDLE image, EFI_SYSTEM_TABLE* system_table) {
-  static const tarvik::ServiceInstaller installers[] = {RegisterModules};
+  static std::vector<tarvik::ServiceInstaller> installers;
+  installers.clear();
+  if (g_setup->real_modules)
+    installers.assign(tarvik::ApplicationPlan.TestModules,
+                      tarvik::ApplicationPlan.TestModules + tarvik::ApplicationPlan.TestModuleCount);
+  installers.push_back(RegisterModules);
   const tarvik::StartupPlan plan = {
       .CoreServices = tarvik::ApplicationPlan.CoreServices,
       .CoreServiceCount = tarvik::ApplicationPlan.CoreServiceCount,
-      .TestModules = installers,
-      .TestModuleCount = 1,
+      .TestModules = installers.data(),
+      .TestModuleCount = installers.size(),
       .RunUserInterface = tarvik::RunDiagnosticsUi,
   };
   return tarvik::RunApplication(image, system_table, plan);

@@ -12,6 +12,7 @@ namespace testing_support {
 
 struct ApplicationSetup {
   std::vector<FakeTestModule*> modules;  // registered in this order
+  bool real_modules = false;             // the application's own modules first
   bool bad_sectors_tool = false;         // publish a stand-in tool record
   int console_mode_at_start = 0;         // the mode the firmware left the console in
 };

@@ -67,8 +67,13 @@ UINT64 FakeTestModule::RunTest(TestModuleProtocol* self, UINT64 algorithm, UINT8
   FakeTestModule& m = of(self);
   if (algorithm >= m.algorithms.size()) return EFI_INVALID_PARAMETER;
   m.runs.emplace_back(algorithm, device);
-  for (UINT64 percent : {0u, 50u, 100u}) {
+  const FakeAlgorithm& run = m.algorithms[algorithm];
+  for (UINT64 percent : run.progress) {
     if (progress != nullptr) progress(self, percent, 0);
+  }
+  for (UINT64 ms = 10; ms <= run.busy_ms && !m.stop_requested; ms += 10) {
+    tarvik::gBS->Stall(10000);
+    if (progress != nullptr) progress(self, ms * 100 / run.busy_ms, 0);
   }
   for (const std::u16string& text : m.algorithms[algorithm].messages) {
     if (message != nullptr) message(self, text.c_str(), static_cast<UINT8>(tarvik::TestMessageKind::LogLine), 0);

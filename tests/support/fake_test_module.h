@@ -17,6 +17,10 @@ struct FakeAlgorithm {
   std::u16string key;
   UINT64 result = tarvik::TEST_RESULT_PASSED;  // what RunTest answers
   std::vector<std::u16string> messages;        // handed to the message callback as log lines
+  std::vector<UINT64> progress = {0, 50, 100};  // reported in this order
+  // Machine time the run takes, in 10 ms stalls with a report of elapsed
+  // time after each; a stop request ends it early (as a polling test does).
+  UINT64 busy_ms = 0;
 };
 
 struct FakeDevice {

@@ -1,0 +1,241 @@
+// A test run as a technician sees it: the queue and progress while pairs
+// run, ESC, an error from the module, the outcome with result codes, the log
+// screen and saving the log. Test doubles stand in for the modules, except
+// where the memory test itself runs on a small simulated machine.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "hostfw/console_out.h"
+#include "hostfw/volumes.h"
+#include "tests/support/application_with_modules.h"
+
+namespace {
+
+using testing_support::ApplicationSetup;
+using testing_support::FakeAlgorithm;
+using testing_support::FakeDevice;
+using testing_support::FakeTestModule;
+using testing_support::run_to_reset;
+using testing_support::TestMachine;
+
+constexpr char kChooseAll[] = "wait \"Main Screen\"; key Enter; wait \"Select Devices\"; key Enter;"
+                              "wait \"Select Algorithms\"; key Enter;";
+constexpr char kLeave[] = "wait \"Main Screen\"; key Up; key Enter";
+
+std::string trimmed(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+// The right panel's line on a row, from its text column (55 at 100 columns).
+std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
+
+FakeTestModule& two_disks_three_algorithms(FakeTestModule& m) {
+  m.test_name = u"Quick Disk Test";
+  m.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B")};
+  m.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK", tarvik::TEST_RESULT_FAILED),
+                  FakeAlgorithm(u"Smart", u"SMART", tarvik::TEST_RESULT_NOT_SUPPORTED)};
+  m.algorithms[0].busy_ms = 50;
+  return m;
+}
+
+TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
+  TestMachine machine(std::string(kChooseAll) + "wait \"IN PROGRESS\"; snap \"running\"; wait \"F3 = view log\";"
+                      "snap \"outcome\"; key Esc;" + kLeave);
+  FakeTestModule module(machine->image_handle());
+  ApplicationSetup setup;
+  setup.modules = {&two_disks_three_algorithms(module)};
+  run_to_reset(machine, setup);
+
+  // (3 + 4) x 2 + 4 = 18 lines fit in 22: no scrolling, short footers.
+  const hostfw::ScreenGrid& running = machine->console().snapshot("running").grid;
+  EXPECT_EQ(trimmed(running.row_text(29)), std::string(42, ' ') + "ESC = stop test");
+  EXPECT_EQ(result_line(running, 5), "Test started at: 2026-11-22 09:30:00.");
+  EXPECT_EQ(result_line(running, 7), "Disk A");
+  EXPECT_EQ(result_line(running, 8), "Read  IN PROGRESS");  // states from column 55 + 5 + 1
+  EXPECT_EQ(running.attribute_at(61, 8), 0x31);
+  EXPECT_EQ(result_line(running, 9), "Seek  ON QUEUE");
+  EXPECT_EQ(result_line(running, 12), "Result Code: -");
+  EXPECT_EQ(result_line(running, 14), "Disk B");
+  EXPECT_EQ(trimmed(running.text_at(5, 5, 40)), "Algorithm:          Read");
+
+  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
+  EXPECT_NE(outcome.row_text(29).find("ESC = exit  F3 = view log"), std::string::npos);
+  EXPECT_EQ(result_line(outcome, 8), "Read  PASSED");
+  EXPECT_EQ(outcome.attribute_at(61, 8), 0x02);
+  EXPECT_EQ(result_line(outcome, 9), "Seek  FAILED");
+  EXPECT_EQ(outcome.attribute_at(61, 9), 0x34);
+  EXPECT_EQ(result_line(outcome, 10), "Smart NOT SUPPORTED");
+  for (int row : {12, 19}) EXPECT_EQ(result_line(outcome, row).substr(0, 17), "Result Code: UFK0") << row;
+  EXPECT_EQ(result_line(outcome, 21), "Test finished at: 2026-11-22 09:30:00.");
+  EXPECT_EQ(result_line(outcome, 22), "Total time of test: 00:00:00.");
+  EXPECT_EQ(module.runs.size(), 6u);
+}
+
+TEST(RunScreen, EscDuringTheFirstAlgorithmCancelsItAndLeavesTheRestOnQueue) {
+  TestMachine machine(std::string(kChooseAll) + "wait \"IN PROGRESS\"; key Esc; wait \"F3 = view log\";"
+                      "snap \"outcome\"; key Esc;" + kLeave);
+  FakeTestModule module(machine->image_handle());
+  two_disks_three_algorithms(module).algorithms[0].busy_ms = 5000;
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
+  EXPECT_TRUE(module.stop_requested);
+  EXPECT_EQ(module.runs.size(), 1u);
+  EXPECT_EQ(result_line(outcome, 8), "Read  CANCELED");
+  EXPECT_EQ(result_line(outcome, 9), "Seek  ON QUEUE");
+  EXPECT_EQ(result_line(outcome, 17), "Smart ON QUEUE");
+  // Both chosen devices still got their result code.
+  EXPECT_EQ(result_line(outcome, 12).substr(0, 13), "Result Code: ");
+  EXPECT_NE(result_line(outcome, 19), "Result Code: -");
+}
+
+TEST(RunScreen, ProgressIsDrawnOnlyWhenItGrows) {
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"F3 = view log\"; key Esc;" + std::string(kLeave));
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Only")};
+  module.algorithms = {FakeAlgorithm(u"Walk", u"WALK", tarvik::TEST_RESULT_CANCELED)};
+  module.algorithms[0].progress = {0, 0, 10, 5, 20};
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+  const std::string& drawn = machine.transcript();
+  EXPECT_NE(drawn.find(" 10%"), std::string::npos);
+  EXPECT_NE(drawn.find(" 20%"), std::string::npos);
+  EXPECT_EQ(drawn.find(" 05%"), std::string::npos);
+}
+
+// The first run answers what the test double scripts; every later one 1004.
+struct SecondRunFailsInTheFirmware {
+  static inline FakeTestModule* module = nullptr;
+  static inline tarvik::TEST_RUN_TEST scripted = nullptr;
+  static EFIAPI UINT64 Run(tarvik::TestModuleProtocol* self, UINT64 a, UINT8 d, tarvik::TEST_PROGRESS_CALLBACK p,
+                           tarvik::TEST_MESSAGE_CALLBACK m) {
+    return module->runs.empty() ? scripted(self, a, d, p, m) : tarvik::TEST_RESULT_PLATFORM_ERROR;
+  }
+};
+
+TEST(RunScreen, AnErrorFromTheModuleShowsItsTextAndReturnsToTheMainScreen) {
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Fake failure 1\"; snap \"error\"; key Enter;"
+                      "wait \"Main Screen\"; key Enter; wait \"Error in UEFI execution of test.\"; key Enter;" +
+                      std::string(kLeave));
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Only")};
+  module.algorithms = {FakeAlgorithm(u"Walk", u"WALK", 11)};
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  SecondRunFailsInTheFirmware::module = &module;
+  SecondRunFailsInTheFirmware::scripted = module.record()->RunTest;
+  module.record()->RunTest = SecondRunFailsInTheFirmware::Run;
+  run_to_reset(machine, setup);
+  const hostfw::ScreenGrid& error = machine->console().snapshot("error").grid;
+  EXPECT_TRUE(error.contains("Error"));
+  EXPECT_TRUE(error.contains("Press ENTER to continue."));
+  EXPECT_FALSE(error.contains("F3 = view log"));
+}
+
+// ---- The memory test itself, its log and the saved file ----------------------
+
+std::function<void(hostfw::Profile&)> small_machine(const std::function<void(hostfw::Profile&)>& more = {}) {
+  return [more](hostfw::Profile& p) {
+    p.memory_mib = 64;
+    if (more) more(p);
+  };
+}
+
+std::string file_text(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+TEST(MemoryRun, ThePassedRunsLogReadsAsTheTechnicianExpectsAndIsSavedToTheChosenVolume) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Enter; wait 600 \"F3 = view log\"; key F3; wait \"F2 = save log\"; snap \"log\";"
+      "key End; snap \"log end\"; key F2; wait \"Save Log\"; snap \"dialog\"; key Up; snap \"cancel\"; key Down;"
+      "key Down; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;" + std::string(kLeave),
+      small_machine());
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
+  const hostfw::ConsoleOut& console = machine->console();
+  const hostfw::ScreenGrid& log = console.snapshot("log").grid;
+  EXPECT_EQ(trimmed(log.row_text(3)), " Tarvik Diagnostic Log");
+  EXPECT_EQ(trimmed(log.row_text(4)), " Memory - 2026/11/22 09:30:00");
+  EXPECT_EQ(trimmed(log.row_text(6)).substr(0, 41), " Memory Modules - Result Code: UME001000-");
+  EXPECT_EQ(trimmed(log.row_text(7)), " Total Physical Memory: 32 GB");
+  EXPECT_EQ(trimmed(log.row_text(8)), " Resource: Bank");
+  EXPECT_EQ(trimmed(log.row_text(9)), "     Index: 0");
+  EXPECT_EQ(trimmed(log.row_text(10)), "     Memory Manufacturer: Mnemos");
+  // After End the log's last lines fill the bottom of the view.
+  const hostfw::ScreenGrid& end = console.snapshot("log end").grid;
+  EXPECT_EQ(trimmed(end.row_text(23)), " Start Tests");
+  EXPECT_EQ(trimmed(end.row_text(24)).substr(0, 42), " 2026/11/22 09:30:00 Message Tested Size: ");
+  EXPECT_EQ(trimmed(end.row_text(25)), " 2026/11/22 09:30:00 Start Advanced Integrity Test");
+  EXPECT_EQ(trimmed(end.row_text(26)), " 2026/11/22 09:30:00 Stop Advanced Integrity Test PASSED 0s");
+  EXPECT_EQ(end.attribute_at(52, 26), 0x02);
+  EXPECT_EQ(trimmed(end.row_text(27)), " Stop Tests");
+
+  // The default machine has two volumes, TARVIK and DATA; Cancel a blank row below.
+  const hostfw::ScreenGrid& dialog = console.snapshot("dialog").grid;
+  EXPECT_NE(dialog.row_text(13).find("Device TARVIK (1 GB)"), std::string::npos);
+  EXPECT_NE(dialog.row_text(14).find("Device DATA (2 GB)"), std::string::npos);
+  EXPECT_NE(dialog.row_text(16).find("Cancel"), std::string::npos);
+  EXPECT_EQ(console.snapshot("cancel").grid.attribute_at(27, 16), 0x1F);
+
+  const std::string saved = file_text(machine.directory() / "volumes" / "DATA" / "Log" / "Log.log");
+  EXPECT_EQ(saved.substr(0, 23), "+++ 20261122T093000UTC ");
+  EXPECT_NE(saved.find("\n20261122T093000UTC STOP ADVANCED_INTEGRITY SUCCESS 0 S\nSTOP TESTS UME001000-"),
+            std::string::npos)
+      << saved;
+  EXPECT_FALSE(std::filesystem::exists(machine.directory() / "volumes" / "TARVIK" / "Log"));
+}
+
+TEST(MemoryRun, EscMidRunEndsItCanceledAndTheLogSaysAborted) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Enter; wait \"Progress of Current Algorithm\"; key Esc; wait 600 \"F3 = view log\";"
+      "snap \"outcome\";"
+      "key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; key Enter; wait \"Log saved successfully!\";"
+      "key Enter; key Esc;" + std::string(kLeave),
+      small_machine());
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
+  EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Advanced Integrity Test CANCELED");
+  const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
+  EXPECT_NE(saved.find(" STOP ADVANCED_INTEGRITY ABORTED"), std::string::npos) << saved;
+}
+
+TEST(MemoryRun, TheSaveDialogTellsWhenThereIsNoVolumeOrTheVolumeFails) {
+  struct Case {
+    const char* what;
+    std::function<void(hostfw::Profile&)> volumes;
+    const char* message;
+    const char* listed;
+  };
+  const Case cases[] = {
+      {"no volume", [](hostfw::Profile& p) { p.volumes.clear(); },
+       "device and try again.", nullptr},  // the end of the wrapped message
+      {"a failing volume",
+       [](hostfw::Profile& p) {
+         p.volumes.resize(1);
+         p.volumes[0].label = "DATA";
+         p.volumes[0].size_mib = 15258;  // 16,000,000,000 bytes, as a USB stick sells them
+         p.volumes[0].fail_writes = true;
+       },
+       "Log could not be saved!", "Device DATA (15 GB)"},
+  };
+  for (const Case& c : cases) {
+    const std::string then = c.listed ? "wait \"Save Log\"; snap \"dialog\"; key Enter;" : "";
+    TestMachine machine("wait \"Main Screen\"; key Enter; wait 600 \"F3 = view log\"; key F3; wait \"F2 = save log\";"
+                        "key F2;" + then + "wait \"" + c.message + "\"; key Enter; key Esc;" + kLeave,
+                        small_machine(c.volumes));
+    run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
+    if (c.listed) {
+      EXPECT_TRUE(machine->console().snapshot("dialog").grid.contains(c.listed)) << c.what;
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,200 @@
+// The march passes over memory that can hold faults: what they find, where,
+// in which order they touch the words, how they report progress and stop.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "memtest/advanced_integrity.h"
+#include "memtest/march_passes.h"
+
+namespace {
+
+using tarvik::Mismatch;
+using tarvik::PairRun;
+
+// A memory stand-in: words with stuck bits and coupling faults (writing an
+// aggressor word flips a bit of its victim), and a trace of every access.
+struct FaultyWords {
+  std::vector<UINT64> words;
+  std::map<size_t, UINT64> stuck_at_one, stuck_at_zero;
+  struct Coupling {
+    size_t victim;
+    UINT64 bit;
+  };
+  std::map<size_t, Coupling> couplings;  // by aggressor
+  std::string trace;
+  bool tracing = false;
+
+  explicit FaultyWords(size_t count) : words(count, 0x1234) {}
+  size_t index(volatile UINT64* word) const { return static_cast<size_t>(word - words.data()); }
+  UINT64 Read(volatile UINT64* word) {
+    const size_t i = index(word);
+    if (tracing) trace += "R" + std::to_string(i) + " ";
+    UINT64 v = words[i];
+    if (stuck_at_one.count(i)) v |= stuck_at_one[i];
+    if (stuck_at_zero.count(i)) v &= ~stuck_at_zero[i];
+    return v;
+  }
+  void Write(volatile UINT64* word, UINT64 value) {
+    const size_t i = index(word);
+    if (tracing) trace += "W" + std::to_string(i) + " ";
+    words[i] = value;
+    if (couplings.count(i)) words[couplings[i].victim] ^= couplings[i].bit;
+  }
+};
+
+struct Reports {
+  static inline std::vector<UINT64>* sink = nullptr;
+  static inline UINT64 stop_at_report = 0;  // clears the flag at this report (1-based), 0 = never
+  static inline volatile UINT8* flag = nullptr;
+  static EFIAPI EFI_STATUS Record(VOID*, UINT64 percent, UINT64) {
+    sink->push_back(percent);
+    if (stop_at_report != 0 && sink->size() == stop_at_report) *flag = 0;
+    return EFI_SUCCESS;
+  }
+};
+
+struct Outcome {
+  UINT64 result;
+  Mismatch found;
+  std::vector<UINT64> progress;
+};
+
+Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 stop_at_report = 0) {
+  const UINT64 n = word_count / 2;
+  const PairRun run{0, n, memory.words.data(), memory.words.data() + n};
+  volatile UINT8 keep_running = 1;
+  Outcome out{0, {0, 0}, {}};
+  Reports::sink = &out.progress;
+  Reports::stop_at_report = stop_at_report;
+  Reports::flag = &keep_running;
+  tarvik::MarchProgress progress{nullptr, Reports::Record, 0, 0, 0};
+  out.result = tarvik::MarchPasses<FaultyWords>(memory, &run, n ? 1 : 0, n, &keep_running, progress).Run(&out.found);
+  return out;
+}
+
+TEST(MarchPasses, SoundMemoryPassesEndingAt100AndHoldingTheLastPattern) {
+  FaultyWords memory(41);  // odd: the last word is never touched
+  memory.stuck_at_one[40] = 1;
+  const Outcome out = run_passes(memory, 41);
+  EXPECT_EQ(out.result, tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(out.progress.back(), 100u);
+  // Last pass uses set 2, whose Z is 0x55...; the untested word keeps its value.
+  EXPECT_EQ(memory.words[0], 0x5555555555555555ull);
+  EXPECT_EQ(memory.words[39], 0x5555555555555555ull);
+  EXPECT_EQ(memory.words[40], 0x1234u);
+}
+
+TEST(MarchPasses, FaultsInEitherHalfAreReportedWithTheExpectedAndTheReadValue) {
+  struct Case {
+    const char* what;
+    void (*plant)(FaultyWords&);
+    UINT64 expected, read;
+  };
+  const Case cases[] = {
+      // First pass, set 1: phase 1 writes X = 0, phase 2 verifies it.
+      {"bit 0 stuck at one, lower half", [](FaultyWords& m) { m.stuck_at_one[3] = 1; }, 0, 1},
+      {"bit 63 stuck at one, upper half (read through k + N)",
+       [](FaultyWords& m) { m.stuck_at_one[13] = 1ull << 63; }, 0, 1ull << 63},
+      // Y = 0x55.. is written in phase 2 and verified at once.
+      {"bit 0 stuck at zero, upper half", [](FaultyWords& m) { m.stuck_at_zero[17] = 1; }, 0x5555555555555555ull,
+       0x5555555555555554ull},
+      // Writing word 2 flips bit 4 of word 15, the upper word of the later pair 5. Phases
+      // 1 to 5 write word 2 twice per pair (the flips cancel); phase 6 of the first pass
+      // writes it once, and pair 5 then reads Z with the bit flipped.
+      {"coupling from the lower into the upper half", [](FaultyWords& m) { m.couplings[2] = {15, 0x10}; },
+       0xAAAAAAAAAAAAAAAAull, 0xAAAAAAAAAAAAAABAull},
+  };
+  for (const Case& c : cases) {
+    FaultyWords memory(20);
+    c.plant(memory);
+    const Outcome out = run_passes(memory, 20);
+    EXPECT_EQ(out.result, tarvik::TEST_RESULT_FAILED) << c.what;
+    EXPECT_EQ(out.found.ExpectedValue, c.expected) << c.what;
+    EXPECT_EQ(out.found.BadValue, c.read) << c.what;
+  }
+}
+
+TEST(MarchPasses, EachPhaseTouchesThePairsInTheDocumentedOrder) {
+  FaultyWords memory(4);  // pairs (0, 2) and (1, 3)
+  memory.tracing = true;
+  run_passes(memory, 4);
+  const std::string write = "W0 W2 ";
+  const auto pair = [](int k) {
+    const std::string lo = std::to_string(k), hi = std::to_string(k + 2);
+    const std::string verify = "R" + lo + " R" + hi + " ", write = "W" + lo + " W" + hi + " ";
+    return verify + write + verify + write;
+  };
+  const auto verify = [](int k) { return "R" + std::to_string(k) + " R" + std::to_string(k + 2) + " "; };
+  const auto written = [](int k) { return "W" + std::to_string(k) + " W" + std::to_string(k + 2) + " "; };
+  // Pass 1 (set 1): write; three ascending read-write phases... then phase 6 also restores X.
+  const std::string pass1 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
+                            pair(1) + pair(0) + verify(0) + written(0) + verify(0) + verify(1) + written(1) +
+                            verify(1);
+  const std::string pass2 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
+                            pair(1) + pair(0) + verify(0) + verify(1);
+  EXPECT_EQ(memory.trace, pass1 + pass2 + pass2);
+}
+
+TEST(MarchPasses, AStopDuringPhaseTwoEndsWithinOnePairAndStillReportsEveryPhaseEnd) {
+  FaultyWords memory(200);
+  memory.tracing = true;
+  // Reports of phase 1: 10 tenths and its end (11); the first tenth of phase 2 is report 12.
+  const Outcome out = run_passes(memory, 200, 12);
+  EXPECT_EQ(out.result, tarvik::TEST_RESULT_PASSED);  // the run turns it into "canceled"
+  // Phase 1 wrote 100 pairs; the stop came with the report at phase 2's
+  // first pair, which runs (8 accesses); the check before the next one ends it.
+  size_t accesses = 0;
+  for (char c : memory.trace) accesses += c == 'R' || c == 'W';
+  EXPECT_EQ(accesses, 200u + 8u);
+  // Phases 2 to 6 of the first pass each report their end: 2/18 .. 6/18.
+  const std::vector<UINT64> tail(out.progress.end() - 5, out.progress.end());
+  EXPECT_EQ(tail, (std::vector<UINT64>{11, 16, 22, 27, 33}));
+}
+
+TEST(MarchPasses, ProgressReportsEveryTenthOfAPhaseWithoutTheLastPairOfADescendingOne) {
+  FaultyWords memory(200);
+  const Outcome out = run_passes(memory, 200);
+  // N = 100, Q = 10: ten reports and the phase end, for each of the 18 phases,
+  // except that descending phases skip k = 0 (nine and the end).
+  EXPECT_EQ(out.progress.size(), 18u * 11 - 6);
+  EXPECT_EQ(out.progress.front(), 0u);  // (1 + 0) * 100 / 180
+  EXPECT_EQ(out.progress[10], 5u);      // end of phase 1: 1 * 100 / 18
+}
+
+TEST(PairRuns, PairsThatCrossBlockBoundariesMapToTheirWords) {
+  // Blocks of 3, 5 and 4 words: 12 words, N = 6; word k lies in block i at
+  // base + (k - words before i) * 8.
+  static UINT64 a[3], b[5], c[4];
+  tarvik::BlockTable table{};
+  const UINT64 sizes[] = {3, 5, 4};
+  UINT64* bases[] = {a, b, c};
+  for (int i = 0; i < 3; ++i) {
+    table.BlockWords[i] = sizes[i];
+    table.BlockBase[i] = reinterpret_cast<UINT64>(bases[i]);
+    table.TotalWords += sizes[i];
+  }
+  table.BlockCount = 3;
+  table.HalfWords = table.TotalWords / 2;
+  const auto address = [&](UINT64 k) {
+    for (int i = 0; i < 3; k -= sizes[i], ++i)
+      if (k < sizes[i]) return bases[i] + k;
+    return static_cast<UINT64*>(nullptr);
+  };
+  std::vector<PairRun> runs(tarvik::MaxPairRuns);
+  const UINT64 count = tarvik::BuildPairRuns(table, runs.data());
+  UINT64 k = 0;
+  for (UINT64 r = 0; r < count; ++r) {
+    EXPECT_EQ(runs[r].Start, k);
+    for (UINT64 i = 0; i < runs[r].Count; ++i, ++k) {
+      EXPECT_EQ(runs[r].Low + i, address(k)) << k;
+      EXPECT_EQ(runs[r].High + i, address(k + 6)) << k;
+    }
+  }
+  EXPECT_EQ(k, 6u);
+  EXPECT_EQ(count, 3u);  // [0,3) [3,5) [5,6): cut where either word changes block
+}
+
+}  // namespace
