@@ -44,8 +44,9 @@ class BootTest(unittest.TestCase):
             screen = q.screen
             self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", q.screen.text())
             self.assertEqual(screen.line(1).strip(), "Main Screen")
-            self.assertIn(" Exit Application ", screen.line(5))
+            self.assertIn(" Quick Memory Test ", screen.line(5))
             self.assertIn(" System Information ", screen.line(5))
+            self.assertIn(" Exit Application ", screen.line(6))
 
             q.send_key("right", "enter")
             q.wait_for("Processor Version:", SCREEN_TIMEOUT)

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Runs the memory test end to end on OVMF under QEMU (256 MiB): Enter on
+"Quick Memory Test" on the main screen, the run ends PASSED with its result
+code, F3 shows the log, F2 saves it on the FAT boot volume, and the file read
+back with mtools holds exactly the log's lines. QEMU's clock starts at
+2024-03-15 10:15:00, so the date in the result code is known; the seconds
+of the time stamps and the tested size depend on the run.
+
+    memory_run_test.py --efi build/TarvikDiag.efi [unittest options]
+"""
+
+import os
+import re
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import qemu_session  # noqa: E402
+from log_file_test import read_from_volume  # noqa: E402
+from qemu_session import QemuSession  # noqa: E402
+
+EFI_FILE = None
+RUN_TIMEOUT = 600  # the march test over ~200 MB under TCG on a loaded machine
+SCREEN_TIMEOUT = 60
+
+# The serial number tools/qemu.sh gives the machine and the date of the run
+# make the result code; QEMU's memory device has no serial number and reports
+# its size in megabytes (0 whole gigabytes).
+STAMP = r"20240315T1015\d\dUTC"
+EXPECTED_LOG = [
+    rf"\+\+\+ {STAMP} MEMORY 17104977\d\d000",
+    "UID: -",
+    "DISPLAYNAME: MAIN_MEMORY",
+    "PHYSICAL_MEMORY: 0 GB",
+    ">>> RESOURCE BANK  ",
+    "INDEX: 0",
+    "MANUFACTURER: QEMU",
+    "SPEED: 0",
+    "SIZE: 0 GB",
+    "PART_NUMBER: -",
+    "SERIAL_NUMBER: -",
+    "<<< RESOURCE  ",
+    "START TESTS",
+    rf"{STAMP} MESSAGE TESTED_SIZE: \d+ MB",
+    rf"{STAMP} START ADVANCED_INTEGRITY",
+    rf"{STAMP} STOP ADVANCED_INTEGRITY SUCCESS \d+ S",
+    "STOP TESTS UME001000-YKHXVI",
+    "--- MEMORY",
+]
+
+
+class MemoryRunTest(unittest.TestCase):
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory(prefix="tarvik-qemu-")
+        self.image = os.path.join(self.tmp.name, "tarvik-usb.img")
+        qemu_session.make_image(self.image, EFI_FILE)
+
+    def tearDown(self):
+        self.tmp.cleanup()
+
+    def test_memory_test_passes_and_its_log_is_saved_on_the_boot_volume(self):
+        self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], "TVK-QEMU-0001",
+                         "the expected result code was worked out for this serial number")
+        with QemuSession(self.image, memory=256, screen_size=(100, 31),
+                         qemu_args=["-rtc", "base=2024-03-15T10:15:00"]) as q:
+            q.wait_for("System Information")
+            q.wait_for("System Information")
+            self.assertIn(" Quick Memory Test ", q.screen.line(5))
+            q.send_key("enter")  # one device, one algorithm: no selection screens
+            q.wait_for("F3 = view log", RUN_TIMEOUT)
+            run = q.elapsed()
+            screen = q.screen.text()
+            self.assertIn("Advanced Integrity Test PASSED", screen)
+            self.assertIn("Result Code: UME001000-YKHXVI", screen)
+
+            q.send_key("f3")
+            q.wait_for("F2 = save log", SCREEN_TIMEOUT)
+            q.send_key("f2")
+            q.wait_for("Cancel", SCREEN_TIMEOUT)
+            q.send_key("enter")  # the first volume: the boot volume
+            q.wait_for("Log saved successfully!", SCREEN_TIMEOUT)
+            q.send_key("enter", "esc")
+            q.wait_for("Main Screen", SCREEN_TIMEOUT)
+            q.send_key("up", "enter")  # "Exit Application"
+            self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
+            print(f"the memory test ended {run:.1f} s after boot", file=sys.stderr)
+
+        saved = read_from_volume(self.image, "/Log/Log.log")
+        self.assertIsNotNone(saved, "no \\Log\\Log.log on the boot volume")
+        lines = saved.decode("ascii").split("\n")
+        self.assertEqual(lines[-1], "", "the file ends with a line feed")
+        self.assertEqual(len(lines) - 1, len(EXPECTED_LOG), saved.decode("ascii"))
+        for line, pattern in zip(lines, EXPECTED_LOG):
+            self.assertRegex(line, "^" + (pattern if "\\" in pattern else re.escape(pattern)) + "$")
+
+
+def main():
+    global EFI_FILE
+    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
+    unittest.main(argv=[sys.argv[0], "-v", *rest])
+
+
+if __name__ == "__main__":
+    main()
