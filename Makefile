@@ -6,6 +6,7 @@
 #   make build   build build/tarvik and build/TarvikDiag.efi
 #   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
 #   make image   the USB disk image build/tarvik-usb.img
+#   make bench   build and run the benchmarks (figures in docs/performance.md)
 #   make clean   remove build/ and build-asan/
 #
 # Every target first installs missing Debian packages (tools/install-deps.sh).
@@ -20,7 +21,7 @@ IMAGE := $(BUILD)/tarvik-usb.img
 QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
 EFI := $(BUILD)/TarvikDiag.efi
 
-.PHONY: all deps build run test test-main test-asan qemu image clean
+.PHONY: all deps build run test test-main test-asan qemu image bench clean
 
 all: build
 
@@ -48,6 +49,9 @@ test-asan:
 	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF
 	cmake --build $(ASAN_BUILD) $(JOBS)
 	$(CTEST) --test-dir $(ASAN_BUILD)
+
+bench: build
+	$(BUILD)/memtest_benchmark 256
 
 image: build
 	bash tools/make-image.sh $(IMAGE) $(EFI)

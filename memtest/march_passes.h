@@ -83,7 +83,7 @@ class MarchPasses {
   bool Verify(volatile UINT64* Low, volatile UINT64* High, UINT64 Value, Mismatch* Found) {
     const UINT64 A = Words_.Read(Low);
     const UINT64 B = Words_.Read(High);
-    if (A == Value && B == Value) [[likely]]
+    if (((A ^ Value) | (B ^ Value)) == 0) [[likely]]
       return true;
     Found->BadValue = A != Value ? A : B;
     Found->ExpectedValue = Value;
@@ -94,87 +94,114 @@ class MarchPasses {
     Words_.Write(High, Value);
   }
 
+  // What one phase does to each pair.
+  enum class PairWork {
+    Write,          // write A
+    VerifyAndMove,  // verify A; write B; verify B; write B
+    VerifyLast,     // verify A
+    VerifyRestore,  // verify A; write B; verify B (the set that ends on X)
+  };
+
   bool RunPass(const PatternSet& P, bool RestoresX, Mismatch* Found) {
     const UINT64 X = P.X, Y = P.Y, Z = P.Z;
-    if (!Ascending([&](volatile UINT64* L, volatile UINT64* H) { Write(L, H, X); return true; })) return false;
-    const auto Step = [&](UINT64 Old, UINT64 New) {
-      return [this, Old, New, Found](volatile UINT64* L, volatile UINT64* H) {
-        if (!Verify(L, H, Old, Found)) return false;
-        Write(L, H, New);
-        if (!Verify(L, H, New, Found)) return false;
-        Write(L, H, New);
-        return true;
-      };
-    };
-    if (!Ascending(Step(X, Y))) return false;
-    if (!Ascending(Step(Y, Z))) return false;
-    if (!Descending(Step(Z, Y))) return false;
-    if (!Descending(Step(Y, Z))) return false;
-    return Ascending([&](volatile UINT64* L, volatile UINT64* H) {
-      if (!Verify(L, H, Z, Found)) return false;
-      if (!RestoresX) return true;
-      Write(L, H, X);
-      return Verify(L, H, X, Found);
-    });
+    if (!Phase<PairWork::Write, true>(X, X, Found)) return false;
+    if (!Phase<PairWork::VerifyAndMove, true>(X, Y, Found)) return false;
+    if (!Phase<PairWork::VerifyAndMove, true>(Y, Z, Found)) return false;
+    if (!Phase<PairWork::VerifyAndMove, false>(Z, Y, Found)) return false;
+    if (!Phase<PairWork::VerifyAndMove, false>(Y, Z, Found)) return false;
+    return RestoresX ? Phase<PairWork::VerifyRestore, true>(Z, X, Found)
+                     : Phase<PairWork::VerifyLast, true>(Z, Z, Found);
   }
 
-  // Progress within a phase: every tenth of the pairs.
-  UINT64 Tenth() const { return HalfWords_ / 10 > 0 ? HalfWords_ / 10 : 1; }
-  void ReportTenth(UINT64 Tenths) {
-    Progress_.Report((Tenths + 10 * Progress_.StepsDone) * 100 / (10 * Progress_.TotalSteps));
+  // One pair's accesses, word k before word k + N, each read before the write
+  // that follows it. A and B arrive in registers: the loops keep nothing in
+  // memory that a volatile word store could be taken to change.
+  template <PairWork Work>
+  bool Pair(volatile UINT64* L, volatile UINT64* H, UINT64 A, UINT64 B, Mismatch* Found) {
+    if constexpr (Work == PairWork::Write) {
+      Write(L, H, A);
+      return true;
+    } else {
+      if (!Verify(L, H, A, Found)) [[unlikely]]
+        return false;
+      if constexpr (Work == PairWork::VerifyLast) return true;
+      Write(L, H, B);
+      if (!Verify(L, H, B, Found)) [[unlikely]]
+        return false;
+      if constexpr (Work == PairWork::VerifyAndMove) Write(L, H, B);
+      return true;
+    }
   }
-  void EndPhase() {
+
+  // Ascending phases (Up) test the stop flag before each pair; descending
+  // ones before their first pair and after each pair. Every tenth of the
+  // pairs reports progress, except the last pair of a descending phase
+  // (k = 0). The pairs between two reports run as one stretch, so the
+  // progress test costs nothing per pair.
+  template <PairWork Work, bool Up>
+  bool Phase(UINT64 A, UINT64 B, Mismatch* Found) {
+    const UINT64 Q = HalfWords_ / 10 > 0 ? HalfWords_ / 10 : 1;
+    const volatile UINT8* const Flag = KeepRunning_;
+    UINT64 NextReport = Up ? 0 : (HalfWords_ > 0 ? (HalfWords_ - 1) / Q * Q : 0);
+    bool Reporting = Up || NextReport != 0;
+    UINT64 Tenths = 0;
+    const auto Report = [&]() {
+      Progress_.Report((++Tenths + 10 * Progress_.StepsDone) * 100 / (10 * Progress_.TotalSteps));
+      if (Up) {
+        NextReport += Q;
+      } else {
+        Reporting = NextReport > Q;
+        NextReport = Reporting ? NextReport - Q : 0;
+      }
+    };
+    if (!Up && *Flag == 0) goto Stopped;
+    for (UINT64 Step = 0; Step < RunCount_; ++Step) {
+      const PairRun& Run = Runs_[Up ? Step : RunCount_ - 1 - Step];
+      const UINT64 Start = Run.Start, Count = Run.Count;
+      volatile UINT64* const Low = Run.Low;
+      volatile UINT64* const High = Run.High;
+      if (Up) {
+        for (UINT64 I = 0; I < Count;) {
+          // The report falls on pair At of this run, or after it.
+          const UINT64 At = NextReport < Start + Count ? NextReport - Start : Count;
+          for (; I < At; ++I) {
+            if (*Flag == 0) [[unlikely]]
+              goto Stopped;
+            if (!Pair<Work>(Low + I, High + I, A, B, Found)) [[unlikely]]
+              return false;
+          }
+          if (I == Count) break;
+          if (*Flag == 0) [[unlikely]]
+            goto Stopped;
+          Report();
+          if (!Pair<Work>(Low + I, High + I, A, B, Found)) [[unlikely]]
+            return false;
+          ++I;
+        }
+      } else {
+        for (UINT64 I = Count; I > 0;) {
+          // Pairs I - 1 down to After + 1 run before the report at pair After.
+          const bool Here = Reporting && NextReport >= Start && NextReport < Start + I;
+          const UINT64 After = Here ? NextReport - Start : 0;
+          for (; I > After + (Here ? 1 : 0); --I) {
+            if (!Pair<Work>(Low + I - 1, High + I - 1, A, B, Found)) [[unlikely]]
+              return false;
+            if (*Flag == 0) [[unlikely]]
+              goto Stopped;
+          }
+          if (!Here) break;
+          Report();
+          if (!Pair<Work>(Low + I - 1, High + I - 1, A, B, Found)) [[unlikely]]
+            return false;
+          --I;
+          if (*Flag == 0) [[unlikely]]
+            goto Stopped;
+        }
+      }
+    }
+  Stopped:
     ++Progress_.StepsDone;
     Progress_.Report(Progress_.StepsDone * 100 / Progress_.TotalSteps);
-  }
-
-  // Pairs from k = 0 up; the stop flag is tested before each pair.
-  template <typename PairOp>
-  bool Ascending(PairOp Op) {
-    const UINT64 Q = Tenth();
-    UINT64 NextReport = 0;
-    UINT64 Tenths = 0;
-    for (UINT64 R = 0; R < RunCount_; ++R) {
-      const PairRun& Run = Runs_[R];
-      for (UINT64 I = 0; I < Run.Count; ++I) {
-        if (*KeepRunning_ == 0) [[unlikely]]
-          goto Stopped;
-        if (Run.Start + I == NextReport) [[unlikely]] {
-          ReportTenth(++Tenths);
-          NextReport += Q;
-        }
-        if (!Op(Run.Low + I, Run.High + I)) [[unlikely]]
-          return false;
-      }
-    }
-  Stopped:
-    EndPhase();
-    return true;
-  }
-
-  // Pairs from k = N - 1 down; the stop flag is tested before the first pair
-  // and after each pair. The last pair, k = 0, reports no progress.
-  template <typename PairOp>
-  bool Descending(PairOp Op) {
-    const UINT64 Q = Tenth();
-    UINT64 NextReport = HalfWords_ > 0 ? (HalfWords_ - 1) / Q * Q : 0;
-    UINT64 Tenths = 0;
-    if (*KeepRunning_ == 0) goto Stopped;
-    for (UINT64 R = RunCount_; R-- > 0;) {
-      const PairRun& Run = Runs_[R];
-      for (UINT64 I = Run.Count; I-- > 0;) {
-        if (Run.Start + I == NextReport && NextReport != 0) [[unlikely]] {
-          ReportTenth(++Tenths);
-          NextReport -= Q;
-        }
-        if (!Op(Run.Low + I, Run.High + I)) [[unlikely]]
-          return false;
-        if (*KeepRunning_ == 0) [[unlikely]]
-          goto Stopped;
-      }
-    }
-  Stopped:
-    EndPhase();
     return true;
   }
 
