@@ -8,6 +8,9 @@ set(TARVIK_EFI_CXX_FLAGS
   -ffreestanding -fno-exceptions -fno-rtti -fno-stack-protector
   -mno-red-zone -mno-stack-arg-probe -nostdlibinc
   -O2 -g0
+  # Physical memory starts at address 0: the memory test may claim and test
+  # the page there, so a pointer to it must stay a plain access.
+  -fno-delete-null-pointer-checks
   # Nothing runs before the entry point: static objects must be constant-initialised.
   -Wglobal-constructors -Wexit-time-destructors)
 
