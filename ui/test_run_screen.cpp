@@ -63,6 +63,9 @@ constexpr StateLook StateLooks[] = {{96, 0x31}, {97, 0x31}, {98, 0x02}, {99, 0x3
 
 EFI_EVENT KeyPollEvent = nullptr;
 EFI_EVENT SpinnerEvent = nullptr;
+// While a module's message box waits for its answer, its keys are the box's:
+// the key poll leaves them alone.
+volatile UINT8 ModuleBoxOpen = 0;
 
 // A module text for drawing, freed when it goes out of scope.
 PoolPtr<CHAR16> DeviceName(UINT64 Device) {
@@ -80,6 +83,7 @@ PoolPtr<CHAR16> AlgorithmName(UINT64 Algorithm) {
 const CHAR16* OrEmpty(const PoolPtr<CHAR16>& Text) { return Text ? Text.get() : u""; }
 
 EFIAPI VOID RunKeyPoll(EFI_EVENT, VOID*) {
+  if (ModuleBoxOpen == 1) return;
   EFI_INPUT_KEY Key = {0, 0};
   if (EFI_ERROR(gST->ConIn->ReadKeyStroke(gST->ConIn, &Key))) return;
   if (Key.ScanCode == ScanEscape && CurrentTest->StopTest(CurrentTest) == EFI_SUCCESS) TestRunning = 0;
@@ -244,9 +248,11 @@ EFIAPI EFI_STATUS TestMessageCallback(VOID*, const CHAR16* Text, UINT8 Kind, UIN
     case TestMessageKind::Question: {
       const UINT8 WasEnabled = ClockEnabled;
       ClockEnabled = 0;
+      ModuleBoxOpen = 1;
       const EFI_STATUS Answer = ShowMessageBox(
           Text, static_cast<UINT8>(Kind == static_cast<UINT8>(TestMessageKind::Notice) ? MessageBoxType::Notice
                                                                                          : MessageBoxType::Question));
+      ModuleBoxOpen = 0;
       if (WasEnabled == 1) ClockEnabled = 1;
       return Answer;
     }

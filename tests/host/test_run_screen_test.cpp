@@ -138,6 +138,29 @@ TEST(RunScreen, AnErrorFromTheModuleShowsItsTextAndReturnsToTheMainScreen) {
   EXPECT_FALSE(error.contains("F3 = view log"));
 }
 
+// A module that asks the technician a question in the middle of its run.
+struct AsksFirst {
+  static EFIAPI UINT64 Run(tarvik::TestModuleProtocol* self, UINT64, UINT8, tarvik::TEST_PROGRESS_CALLBACK,
+                           tarvik::TEST_MESSAGE_CALLBACK message) {
+    const EFI_STATUS answer = message(self, u"Is the drive cool enough to go on?",
+                                      static_cast<UINT8>(tarvik::TestMessageKind::Question), 0);
+    return answer == EFI_SUCCESS ? tarvik::TEST_RESULT_PASSED : tarvik::TEST_RESULT_FAILED;
+  }
+};
+
+TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll) {
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Press Y for Yes and N for No.\"; pause 50; key y;"
+                      "wait \"F3 = view log\"; snap \"outcome\"; key Esc;" + std::string(kLeave));
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Only")};
+  module.algorithms = {FakeAlgorithm(u"Walk", u"WALK")};
+  module.record()->RunTest = AsksFirst::Run;
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+  EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Walk PASSED");
+}
+
 // ---- The memory test itself, its log and the saved file ----------------------
 
 std::function<void(hostfw::Profile&)> small_machine(const std::function<void(hostfw::Profile&)>& more = {}) {
