@@ -52,6 +52,17 @@ class PoolPtr {
   T* Buffer_ = nullptr;
 };
 
+// A zero-filled pool array of Count elements (room for one when Count is 0),
+// owned by the caller; null when the pool is exhausted.
+template <typename T>
+T* AllocateZeroedArray(UINT64 Count) {
+  const UINTN Bytes = (Count > 0 ? Count : 1) * sizeof(T);
+  VOID* Buffer = nullptr;
+  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Bytes, &Buffer))) return nullptr;
+  gBS->SetMem(Buffer, Bytes, 0);
+  return static_cast<T*>(Buffer);
+}
+
 // Calls Query(Buffer, &Size) with a growing pool buffer until it stops
 // answering EFI_BUFFER_TOO_SMALL, the firmware's way of telling the size it
 // needs (GetMemoryMap, GetInfo, LocateHandle). Size starts as the caller's

@@ -1,6 +1,8 @@
 #include "memtest/memory_modules.h"
 
 #include "core/globals.h"
+#include "core/locate.h"
+#include "core/pool.h"
 #include "sysinfo/smbios_protocol.h"
 
 namespace tarvik {
@@ -32,14 +34,6 @@ CHAR16* String(SmBiosProtocol* SmBios, const UINT8* Record, UINTN Offset) {
   return Text;
 }
 
-template <typename T>
-T* Allocate(UINT64 Count) {
-  VOID* Buffer = nullptr;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, (Count > 0 ? Count : 1) * sizeof(T), &Buffer))) return nullptr;
-  gBS->SetMem(Buffer, (Count > 0 ? Count : 1) * sizeof(T), 0);
-  return static_cast<T*>(Buffer);
-}
-
 VOID FreeIfSet(VOID* Buffer) {
   if (Buffer != nullptr) gBS->FreePool(Buffer);
 }
@@ -54,10 +48,8 @@ UINT64 TotalModuleGigabytes() {
 
 VOID CollectMemoryModules() {
   InstalledModules = MemoryModules{};
-  EFI_GUID Guid = SmBiosProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found)) || Found == nullptr) return;
-  SmBiosProtocol* SmBios = static_cast<SmBiosProtocol*>(Found);
+  SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
+  if (SmBios == nullptr) return;
 
   UINT64 Populated = 0;
   VOID* Record = nullptr;
@@ -66,12 +58,12 @@ VOID CollectMemoryModules() {
   if (Populated == 0) return;
 
   MemoryModules& M = InstalledModules;
-  M.SizeMb = Allocate<UINT64>(Populated);
-  M.SpeedMhz = Allocate<UINT64>(Populated);
-  M.Type = Allocate<UINT64>(Populated);
-  M.Manufacturer = Allocate<CHAR16*>(Populated);
-  M.SerialNumber = Allocate<CHAR16*>(Populated);
-  M.PartNumber = Allocate<CHAR16*>(Populated);
+  M.SizeMb = AllocateZeroedArray<UINT64>(Populated);
+  M.SpeedMhz = AllocateZeroedArray<UINT64>(Populated);
+  M.Type = AllocateZeroedArray<UINT64>(Populated);
+  M.Manufacturer = AllocateZeroedArray<CHAR16*>(Populated);
+  M.SerialNumber = AllocateZeroedArray<CHAR16*>(Populated);
+  M.PartNumber = AllocateZeroedArray<CHAR16*>(Populated);
   if (M.SizeMb == nullptr || M.SpeedMhz == nullptr || M.Type == nullptr || M.Manufacturer == nullptr ||
       M.SerialNumber == nullptr || M.PartNumber == nullptr) {
     ReleaseMemoryModules();

@@ -1,6 +1,7 @@
 // The memory module's record: its slots, its installation and its clean-up.
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool_text.h"
 #include "memtest/advanced_integrity.h"
 #include "memtest/memory_modules.h"
@@ -156,19 +157,12 @@ EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
   return Status;
 }
 
-template <typename T>
-T* Locate(EFI_GUID Guid) {
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) return nullptr;
-  return static_cast<T*>(Found);
-}
-
 }  // namespace
 
 EFI_STATUS InstallMemoryTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  DiagCommonProtocol* Common = Locate<DiagCommonProtocol>(DiagCommonProtocolGuid);
+  DiagCommonProtocol* Common = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
   if (Common == nullptr) return EFI_ABORTED;
-  Registry = Locate<TestCollectionProtocol>(TestCollectionProtocolGuid);
+  Registry = LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid);
   if (Registry == nullptr) {
     Common->Print(u"Test collection protocol not exists\n");
     return EFI_ABORTED;
@@ -179,7 +173,7 @@ EFI_STATUS InstallMemoryTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
   FillRecord(*MemoryTestRecord, ImageHandle);
   MemoryImageHandle = ImageHandle;
 
-  LanguageProtocol* Language = Locate<LanguageProtocol>(LanguageProtocolGuid);
+  LanguageProtocol* Language = LocateService<LanguageProtocol>(LanguageProtocolGuid);
   if (Language != nullptr && EFI_ERROR(Language->GetStringTable(u"Memory", &MemoryStringCount, &MemoryStrings))) {
     MemoryStrings = nullptr;
     MemoryStringCount = 0;

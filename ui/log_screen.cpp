@@ -3,6 +3,7 @@
 #include "core/diag_common.h"
 #include "core/file_handle.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "log/log_protocol.h"
 #include "ui/key_input.h"
@@ -36,12 +37,7 @@ constexpr UINTN FileSystemInfoBytes = 1104;
 
 enum class LogKind : UINT8 { Test = 0, Recovery = 1 };
 
-LogProtocol* LocateLog() {
-  EFI_GUID Guid = LogProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) return nullptr;
-  return static_cast<LogProtocol*>(Found);
-}
+LogProtocol* LocateLog() { return LocateService<LogProtocol>(LogProtocolGuid); }
 
 VOID DrawView(LogKind Kind, UINT64 TestIndex) {
   if (Kind == LogKind::Test) {

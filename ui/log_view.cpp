@@ -2,6 +2,7 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "core/pool_text.h"
 #include "core/wide_string.h"
@@ -48,12 +49,7 @@ struct ViewCursor {
   UINTN Row = 3;
 };
 
-LogProtocol* Log() {
-  EFI_GUID Guid = LogProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) return nullptr;
-  return static_cast<LogProtocol*>(Found);
-}
+LogProtocol* Log() { return LocateService<LogProtocol>(LogProtocolGuid); }
 
 UINTN EndColumn() { return ScreenColumns() - 2; }
 

@@ -2,6 +2,7 @@
 // describe them (structure types 1, 0 and 4).
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "core/wide_string.h"
 #include "sysinfo/smbios_protocol.h"
@@ -112,10 +113,8 @@ UINT8 DrawMachineTab() {
   const UINTN Columns = ScreenColumns();
   InfoLineCount = 0;
   ClearArea(At.Left - 2, Columns, 4, ScreenRows() - 2);
-  EFI_GUID Guid = SmBiosProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found)) || Found == nullptr) return 1;
-  SmBiosProtocol* SmBios = static_cast<SmBiosProtocol*>(Found);
+  SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
+  if (SmBios == nullptr) return 1;
   SetColour(ui_colour::Screen);
 
   VOID* Machine = Section(SmBios, ui_text::MachineInformation, 5, 1);

@@ -6,6 +6,7 @@
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "registry/test_collection_protocol.h"
 #include "text/language_protocol.h"
 #include "ui/console_mode.h"
@@ -18,14 +19,6 @@ namespace tarvik {
 namespace {
 
 constexpr UINT64 OneSecond = 10000000;  // in 100 ns units
-
-template <typename T>
-BOOLEAN Locate(EFI_GUID Guid, T** Record) {
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found)) || Found == nullptr) return FALSE;
-  *Record = static_cast<T*>(Found);
-  return TRUE;
-}
 
 EFIAPI VOID ClockTick(EFI_EVENT, VOID*) {
   gRT->GetTime(&ClockTime, nullptr);
@@ -62,8 +55,10 @@ EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
   ScreenSize = static_cast<UINT64*>(Size);
   ScreenSize[0] = 0;
   ScreenSize[1] = 0;
-  if (!Locate(DiagCommonProtocolGuid, &UiCommon) || !Locate(LanguageProtocolGuid, &UiLanguage) ||
-      !Locate(TestCollectionProtocolGuid, &UiTests)) {
+  UiCommon = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
+  UiLanguage = UiCommon != nullptr ? LocateService<LanguageProtocol>(LanguageProtocolGuid) : nullptr;
+  UiTests = UiLanguage != nullptr ? LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid) : nullptr;
+  if (UiTests == nullptr) {
     ReleaseInterfaceState();
     return EFI_ABORTED;
   }
@@ -72,8 +67,7 @@ EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     InterfaceStrings = nullptr;
     InterfaceStringCount = 0;
   }
-  BadSectorsToolProtocol* Tool = nullptr;
-  ToolCount = Locate(BadSectorsToolProtocolGuid, &Tool) ? 2 : 1;
+  ToolCount = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid) != nullptr ? 2 : 1;
 
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
   ChooseConsoleMode();

@@ -3,6 +3,7 @@
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "registry/test_module_protocol.h"
 #include "ui/key_input.h"
@@ -43,10 +44,8 @@ CHAR16* FetchName(VOID* Module, SelectionKind Kind, UINT64 Index) {
       break;
     case SelectionKind::ToolDevices:
     case SelectionKind::ToolAlgorithms: {
-      EFI_GUID Guid = BadSectorsToolProtocolGuid;
-      VOID* Found = nullptr;
-      if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) break;
-      auto* Tool = static_cast<BadSectorsToolProtocol*>(Found);
+      auto* Tool = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid);
+      if (Tool == nullptr) break;
       if (Kind == SelectionKind::ToolDevices) {
         Tool->GetDeviceName(nullptr, Index, &Name);
       } else {

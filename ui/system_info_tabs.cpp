@@ -28,14 +28,6 @@ VOID ShowWaitBox() {
   PrintWrapped(Text, nullptr, 1, Top, Left, Right);
 }
 
-template <typename T>
-T* AllocateZeroed(UINT64 Count) {
-  VOID* Buffer = nullptr;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, (Count > 0 ? Count : 1) * sizeof(T), &Buffer))) return nullptr;
-  gBS->SetMem(Buffer, (Count > 0 ? Count : 1) * sizeof(T), 0);
-  return static_cast<T*>(Buffer);
-}
-
 // Fills module tab Tab from Module: line 0 the test's name, then each row
 // and its continuation lines.
 VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
@@ -52,8 +44,8 @@ VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
     if (Value != nullptr) gBS->FreePool(Value);
   }
   const UINT64 Lines = Rows + 1 + Extra;
-  InfoLabels[Tab] = AllocateZeroed<CHAR16*>(Lines);
-  InfoValues[Tab] = AllocateZeroed<CHAR16*>(Lines);
+  InfoLabels[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
+  InfoValues[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
   if (InfoLabels[Tab] == nullptr || InfoValues[Tab] == nullptr) return;
   InfoLineCounts[Tab] = Lines;
 
@@ -112,10 +104,10 @@ VOID SplitAtSpace(CHAR16* Text, CHAR16** Rest, UINT64 Width) {
 VOID GatherSystemInfo() {
   ShowWaitBox();
   const UINT64 ModuleTabs = InfoTabCount - 1;
-  InfoTabNames = AllocateZeroed<CHAR16*>(ModuleTabs);
-  InfoLabels = AllocateZeroed<CHAR16**>(ModuleTabs);
-  InfoValues = AllocateZeroed<CHAR16**>(ModuleTabs);
-  InfoLineCounts = AllocateZeroed<UINT64>(ModuleTabs);
+  InfoTabNames = AllocateZeroedArray<CHAR16*>(ModuleTabs);
+  InfoLabels = AllocateZeroedArray<CHAR16**>(ModuleTabs);
+  InfoValues = AllocateZeroedArray<CHAR16**>(ModuleTabs);
+  InfoLineCounts = AllocateZeroedArray<UINT64>(ModuleTabs);
   if (InfoTabNames == nullptr || InfoLabels == nullptr || InfoValues == nullptr || InfoLineCounts == nullptr) {
     ReleaseSystemInfo();
     InfoTabCount = 1;

@@ -1,6 +1,7 @@
 #include "ui/test_run_record.h"
 
 #include "core/globals.h"
+#include "core/pool.h"
 #include "ui/test_run_screen.h"
 
 namespace tarvik {
@@ -23,15 +24,6 @@ constinit UINT64 RunAlgorithmCount = 0;
 namespace {
 
 template <typename T>
-T* AllocateZeroed(UINT64 Count) {
-  const UINTN Bytes = (Count > 0 ? Count : 1) * sizeof(T);
-  VOID* Buffer = nullptr;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Bytes, &Buffer))) return nullptr;
-  gBS->SetMem(Buffer, Bytes, 0);
-  return static_cast<T*>(Buffer);
-}
-
-template <typename T>
 VOID Release(T*& Buffer) {
   if (Buffer != nullptr) gBS->FreePool(Buffer);
   Buffer = nullptr;
@@ -40,8 +32,8 @@ VOID Release(T*& Buffer) {
 // A pair's lines: one block of MessagesPerPair buffers and the array that
 // points into it.
 CHAR16** AllocateMessageCell() {
-  CHAR16** Lines = AllocateZeroed<CHAR16*>(MessagesPerPair);
-  CHAR16* Block = AllocateZeroed<CHAR16>(MessagesPerPair * MessageLineBytes / sizeof(CHAR16));
+  CHAR16** Lines = AllocateZeroedArray<CHAR16*>(MessagesPerPair);
+  CHAR16* Block = AllocateZeroedArray<CHAR16>(MessagesPerPair * MessageLineBytes / sizeof(CHAR16));
   if (Lines == nullptr || Block == nullptr) {
     Release(Lines);
     Release(Block);
@@ -62,19 +54,19 @@ VOID ReleaseMessageCell(CHAR16**& Lines) {
 EFI_STATUS SetUpRun(UINT64 Devices, UINT64 Algorithms) {
   RunDeviceCount = Devices;
   RunAlgorithmCount = Algorithms;
-  DeviceSelection = AllocateZeroed<UINT8>(Devices);
-  AlgorithmSelection = AllocateZeroed<UINT8>(Algorithms);
-  TestStates = AllocateZeroed<UINT8*>(Devices);
-  TestMessages = AllocateZeroed<CHAR16***>(Devices);
-  TestMessageCounts = AllocateZeroed<UINT64*>(Devices);
-  DeviceResultCodes = AllocateZeroed<CHAR16*>(Devices);
+  DeviceSelection = AllocateZeroedArray<UINT8>(Devices);
+  AlgorithmSelection = AllocateZeroedArray<UINT8>(Algorithms);
+  TestStates = AllocateZeroedArray<UINT8*>(Devices);
+  TestMessages = AllocateZeroedArray<CHAR16***>(Devices);
+  TestMessageCounts = AllocateZeroedArray<UINT64*>(Devices);
+  DeviceResultCodes = AllocateZeroedArray<CHAR16*>(Devices);
   if (DeviceSelection == nullptr || AlgorithmSelection == nullptr || TestStates == nullptr ||
       TestMessages == nullptr || TestMessageCounts == nullptr || DeviceResultCodes == nullptr)
     return EFI_OUT_OF_RESOURCES;
   for (UINT64 D = 0; D < Devices; ++D) {
-    TestStates[D] = AllocateZeroed<UINT8>(Algorithms);
-    TestMessageCounts[D] = AllocateZeroed<UINT64>(Algorithms);
-    TestMessages[D] = AllocateZeroed<CHAR16**>(Algorithms);
+    TestStates[D] = AllocateZeroedArray<UINT8>(Algorithms);
+    TestMessageCounts[D] = AllocateZeroedArray<UINT64>(Algorithms);
+    TestMessages[D] = AllocateZeroedArray<CHAR16**>(Algorithms);
     if (TestStates[D] == nullptr || TestMessageCounts[D] == nullptr || TestMessages[D] == nullptr)
       return EFI_OUT_OF_RESOURCES;
     for (UINT64 A = 0; A < Algorithms; ++A)

@@ -2,6 +2,7 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "core/wide_string.h"
 #include "log/log_protocol.h"
@@ -367,10 +368,8 @@ VOID DrawTestResults(ResultsMode Mode, const EFI_TIME* FinishTime, UINT64 Device
 }
 
 EFI_STATUS RequestDeviceResultCode(UINT64 Device, CHAR16** CodeSlot) {
-  EFI_GUID CodeGuid = ErrorCodeProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&CodeGuid, nullptr, &Found)) || Found == nullptr) return EFI_ABORTED;
-  ErrorCodeProtocol* Codes = static_cast<ErrorCodeProtocol*>(Found);
+  ErrorCodeProtocol* Codes = LocateService<ErrorCodeProtocol>(ErrorCodeProtocolGuid);
+  if (Codes == nullptr) return EFI_ABORTED;
   CHAR16* Prefix = nullptr;
   CurrentTest->GetModuleCode(CurrentTest, &Prefix);
   const PoolPtr<CHAR16> OwnedPrefix(Prefix);
@@ -385,12 +384,11 @@ EFI_STATUS RequestDeviceResultCode(UINT64 Device, CHAR16** CodeSlot) {
 
   // Without SMBIOS the code is made with an empty serial number.
   CHAR16* Serial = nullptr;
-  EFI_GUID SmBiosGuid = SmBiosProtocolGuid;
+  SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
   VOID* Record = nullptr;
-  if (!EFI_ERROR(gBS->LocateProtocol(&SmBiosGuid, nullptr, &Found)) &&
-      !EFI_ERROR(static_cast<SmBiosProtocol*>(Found)->GetSmbiosStructure(1, &Record, 0))) {
+  if (SmBios != nullptr && !EFI_ERROR(SmBios->GetSmbiosStructure(1, &Record, 0))) {
     const UINT8* System = static_cast<const UINT8*>(Record);
-    static_cast<SmBiosProtocol*>(Found)->GetSmbiosString(Record, System[1] > 7 ? System[7] : 0, &Serial);
+    SmBios->GetSmbiosString(Record, System[1] > 7 ? System[7] : 0, &Serial);
   }
   const PoolPtr<CHAR16> OwnedSerial(Serial);
   return Codes->GenerateResultCode(OrEmpty(OwnedPrefix), Executed, Failed, OwnedSerial ? Serial : u"", RunTimes,
