@@ -1,6 +1,7 @@
 // The log of a bad-sector tool run: header, operation, the tool's device
 // and size rows, the result lines as the tool screen collected them, footer.
 #include "badsector/bad_sectors_tool_protocol.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "log/line_store.h"
 #include "log/log_operations.h"
@@ -9,11 +10,9 @@ namespace tarvik {
 
 EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 OperationIndex, const EFI_TIME* StartTime,
                                   const EFI_TIME* EndTime) {
-  EFI_GUID Guid = BadSectorsToolProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&Guid, nullptr, &Found))) return EFI_ABORTED;
+  BadSectorsToolProtocol* Tool = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid);
+  if (Tool == nullptr) return EFI_ABORTED;
   if (StartTime == nullptr || EndTime == nullptr || (LineCount > 0 && Lines == nullptr)) return EFI_INVALID_PARAMETER;
-  BadSectorsToolProtocol* Tool = static_cast<BadSectorsToolProtocol*>(Found);
 
   EFI_STATUS Status = AllocateLogLines(LineCount + 5);
   if (EFI_ERROR(Status)) return Status;

@@ -1,6 +1,7 @@
 // Turns what a test run collected into log lines: a header, then per tested
 // device its resource rows, its summary and algorithm lines and its result
 // code, then a footer.
+#include "core/locate.h"
 #include "core/pool.h"
 #include "log/line_store.h"
 #include "log/log_operations.h"
@@ -24,11 +25,9 @@ UINT32 WholeSeconds(const EFI_TIME& Duration) {
 }
 
 EFI_STATUS FindModule(UINT64 ModuleIndex, TestModuleProtocol** Module) {
-  EFI_GUID Guid = TestCollectionProtocolGuid;
-  VOID* Found = nullptr;
-  EFI_STATUS Status = gBS->LocateProtocol(&Guid, nullptr, &Found);
-  if (EFI_ERROR(Status)) return Status;
-  return static_cast<TestCollectionProtocol*>(Found)->GetTest(ModuleIndex, Module);
+  TestCollectionProtocol* Registry = LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid);
+  if (Registry == nullptr) return EFI_NOT_FOUND;
+  return Registry->GetTest(ModuleIndex, Module);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Text resources: hands out whole string tables as new copies, and keeps the
 // firmware's language (from the SMBIOS language structure) as an index.
+#include "core/locate.h"
 #include "core/pool.h"
 #include "core/pool_text.h"
 #include "sysinfo/smbios_protocol.h"
@@ -78,10 +79,8 @@ EFIAPI CHAR16* GetString(UINT64 Identifier, CHAR16** Table) { return Table[Ident
 
 // Sets the language from the firmware's current language in SMBIOS.
 EFI_STATUS DetectLanguage() {
-  EFI_GUID SmBiosGuid = SmBiosProtocolGuid;
-  VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->LocateProtocol(&SmBiosGuid, nullptr, &Found))) return EFI_ABORTED;
-  SmBiosProtocol* SmBios = static_cast<SmBiosProtocol*>(Found);
+  SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
+  if (SmBios == nullptr) return EFI_ABORTED;
 
   VOID* Structure = nullptr;
   if (EFI_ERROR(SmBios->GetSmbiosStructure(BiosLanguageType, &Structure, 0)) || Structure == nullptr)
