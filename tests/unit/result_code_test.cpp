@@ -19,13 +19,7 @@ Flags flags(std::initializer_list<int> set) {
   return f;
 }
 
-EFI_TIME date(UINT16 year, UINT8 month, UINT8 day) {
-  EFI_TIME t{};
-  t.Year = year;
-  t.Month = month;
-  t.Day = day;
-  return t;
-}
+EFI_TIME date(UINT16 year, UINT8 month, UINT8 day) { return EFI_TIME{year, month, day, 0, 0, 0, 0, 0, 0, 0, 0}; }
 
 class ResultCode : public ::testing::Test {
  protected:

@@ -118,20 +118,6 @@ TEST_F(Startup, AFailingCoreServiceStopsWithItsMessagesAndNoReset) {
   tarvik::UninstallDiagCommon();
 }
 
-TEST_F(Startup, AnInstallerThatCannotAllocateSaysSo) {
-  // Allocations so far belong to the machine; the shared services take the
-  // next one, service 1 the one after, the registry's table the third.
-  machine->faults().fail_allocate_pool_call = machine->memory().pool_allocations() + 2;
-  const hostfw::RunResult result = machine->run(EntryWithPlan);
-  EXPECT_EQ(result.end, hostfw::RunResult::End::Returned);
-  EXPECT_EQ(result.status, EFI_OUT_OF_RESOURCES);
-  EXPECT_EQ(machine.transcript(),
-            "Falha ao alocar memoria para Error Code Protocol: Out of Resources\r\n"
-            "Failed to install errorcode protocol...\r\n");
-  tarvik::UninstallDiagCommon();
-  EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
-}
-
 TEST_F(Startup, AServiceWithoutTheSharedServicesCannotInstall) {
   EXPECT_EQ(FakeService<1>::Install(machine->image_handle(), machine->system_table()), EFI_NOT_FOUND);
   EXPECT_EQ(machine.transcript(), "Falha ao carregar Diag Common Protocol.\n\r");
