@@ -10,26 +10,16 @@ Application" tears down and cold-resets the machine, which ends QEMU
 
 import os
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
-EFI_FILE = None
 SCREEN_TIMEOUT = 60  # seconds for a screen to come up once its key is sent
 
 
-class BootTest(unittest.TestCase):
-    def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory(prefix="tarvik-qemu-")
-        self.image = os.path.join(self.tmp.name, "tarvik-usb.img")
-        qemu_session.make_image(self.image, EFI_FILE)
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
+class BootTest(qemu_session.ImageTestCase):
     def field(self, screen, row, column, width=35):
         return "".join(screen.cells[row][column:column + width]).rstrip()
 
@@ -81,8 +71,7 @@ class BootTest(unittest.TestCase):
 
 
 def main():
-    global EFI_FILE
-    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
+    BootTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

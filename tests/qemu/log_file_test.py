@@ -8,17 +8,13 @@ and Log.log, the second appends to it.
 """
 
 import os
-import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
-EFI_FILE = None
-PARTITION_OFFSET = 2048 * 512  # where tools/make-image.sh puts the volume
 
 # The result code follows from the serial number tools/qemu.sh gives the
 # machine and the run's date, 15 March 2024.
@@ -45,22 +41,7 @@ EXPECTED_LOG = (
 ).encode("ascii")
 
 
-def read_from_volume(image, path):
-    env = dict(os.environ, MTOOLS_SKIP_CHECK="1")
-    done = subprocess.run(["mtype", "-i", f"{image}@@{PARTITION_OFFSET}", f"::{path}"],
-                          capture_output=True, env=env)
-    return done.stdout if done.returncode == 0 else None
-
-
-class LogFileTest(unittest.TestCase):
-    def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory(prefix="tarvik-qemu-")
-        self.image = os.path.join(self.tmp.name, "tarvik-usb.img")
-        qemu_session.make_image(self.image, EFI_FILE)
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
+class LogFileTest(qemu_session.ImageTestCase):
     def boot(self):
         with QemuSession(self.image, memory=128) as q:
             q.wait_for("LOG WRITER:")
@@ -71,16 +52,15 @@ class LogFileTest(unittest.TestCase):
     def test_saves_then_appends_the_log_on_the_boot_volume(self):
         self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], SERIAL,
                          "the expected result code was worked out for this serial number")
-        self.assertIsNone(read_from_volume(self.image, "/Log/Log.log"))
+        self.assertIsNone(qemu_session.read_from_volume(self.image, "/Log/Log.log"))
         self.boot()
-        self.assertEqual(read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG)
+        self.assertEqual(qemu_session.read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG)
         self.boot()
-        self.assertEqual(read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG * 2)
+        self.assertEqual(qemu_session.read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG * 2)
 
 
 def main():
-    global EFI_FILE
-    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the log writer test image (TarvikLogWriter.efi)")
+    LogFileTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the log writer test image (TarvikLogWriter.efi)")
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

@@ -12,15 +12,12 @@ of the time stamps and the tested size depend on the run.
 import os
 import re
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
-from log_file_test import read_from_volume  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
-EFI_FILE = None
 RUN_TIMEOUT = 600  # the march test over ~200 MB under TCG on a loaded machine
 SCREEN_TIMEOUT = 60
 
@@ -50,15 +47,7 @@ EXPECTED_LOG = [
 ]
 
 
-class MemoryRunTest(unittest.TestCase):
-    def setUp(self):
-        self.tmp = tempfile.TemporaryDirectory(prefix="tarvik-qemu-")
-        self.image = os.path.join(self.tmp.name, "tarvik-usb.img")
-        qemu_session.make_image(self.image, EFI_FILE)
-
-    def tearDown(self):
-        self.tmp.cleanup()
-
+class MemoryRunTest(qemu_session.ImageTestCase):
     def test_memory_test_passes_and_its_log_is_saved_on_the_boot_volume(self):
         self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], "TVK-QEMU-0001",
                          "the expected result code was worked out for this serial number")
@@ -86,7 +75,7 @@ class MemoryRunTest(unittest.TestCase):
             self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
             print(f"the memory test ended {run:.1f} s after boot", file=sys.stderr)
 
-        saved = read_from_volume(self.image, "/Log/Log.log")
+        saved = qemu_session.read_from_volume(self.image, "/Log/Log.log")
         self.assertIsNotNone(saved, "no \\Log\\Log.log on the boot volume")
         lines = saved.decode("ascii").split("\n")
         self.assertEqual(lines[-1], "", "the file ends with a line feed")
@@ -96,8 +85,7 @@ class MemoryRunTest(unittest.TestCase):
 
 
 def main():
-    global EFI_FILE
-    EFI_FILE, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
+    MemoryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

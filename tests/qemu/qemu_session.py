@@ -22,8 +22,10 @@ undoes:
 import os
 import re
 import subprocess
+import tempfile
 import threading
 import time
+import unittest
 
 REPO_ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 TOOLS = os.path.join(REPO_ROOT, "tools")
@@ -67,6 +69,17 @@ def decode(data):
 
 def make_image(out, efi, *extra):
     subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi, *extra], check=True)
+
+
+PARTITION_OFFSET = 2048 * 512  # where tools/make-image.sh puts the volume
+
+
+def read_from_volume(image, path):
+    """A file of the image's FAT volume, read with mtools; None when absent."""
+    env = dict(os.environ, MTOOLS_SKIP_CHECK="1")
+    done = subprocess.run(["mtype", "-i", f"{image}@@{PARTITION_OFFSET}", f"::{path}"],
+                          capture_output=True, env=env)
+    return done.stdout if done.returncode == 0 else None
 
 
 def smbios_values():
@@ -313,6 +326,20 @@ class QemuSession:
             return self.proc.wait(timeout)
         except subprocess.TimeoutExpired:
             raise self._failure(f"QEMU did not exit within {timeout:.0f} s") from None
+
+
+class ImageTestCase(unittest.TestCase):
+    """A test that boots a fresh disk image holding `efi_file`, made in a
+    temporary directory (self.image) for each test."""
+    efi_file = None
+
+    def setUp(self):
+        self.tmp = tempfile.TemporaryDirectory(prefix="tarvik-qemu-")
+        self.image = os.path.join(self.tmp.name, "tarvik-usb.img")
+        make_image(self.image, type(self).efi_file)
+
+    def tearDown(self):
+        self.tmp.cleanup()
 
 
 def efi_argument(description, what):
