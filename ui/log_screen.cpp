@@ -21,17 +21,6 @@ constinit UINT64* SaveVolumeSizes = nullptr;
 
 namespace {
 
-namespace log_text {
-constexpr UINT64 Logs = 112;
-constexpr UINT64 Footer = 113;
-constexpr UINT64 SaveLog = 114;
-constexpr UINT64 Saved = 115;
-constexpr UINT64 NotSaved = 116;
-constexpr UINT64 NoVolume = 118;
-constexpr UINT64 Device = 120;
-constexpr UINT64 Cancel = 20;
-}  // namespace log_text
-
 constexpr UINTN HandleBufferBytes = 800;
 constexpr UINTN FileSystemInfoBytes = 1104;
 
@@ -75,11 +64,11 @@ VOID ReadVolume(UINT64 I) {
 VOID SaveDialog() {
   if (EFI_ERROR(FindSaveVolumes(&SaveVolumeCount)) || SaveVolumeCount == 0) {
     ReleaseSaveVolumes();
-    ShowMessageBox(UiText(log_text::NoVolume), static_cast<UINT8>(MessageBoxType::Notice));
+    ShowMessageBox(UiText(ui_text::NoSaveVolume), static_cast<UINT8>(MessageBoxType::Notice));
     return;
   }
   UINTN Left, Top, Right, Bottom;
-  DrawMessageFrame(SaveVolumeCount, UiText(log_text::SaveLog), &Left, &Top, &Right, &Bottom, 0);
+  DrawMessageFrame(SaveVolumeCount, UiText(ui_text::SaveLog), &Left, &Top, &Right, &Bottom, 0);
   UINT64 Highlight = 0;
   DrawSaveVolumes(SaveVolumeCount, Highlight, Left, Top);
   for (;;) {
@@ -96,9 +85,9 @@ VOID SaveDialog() {
         LogProtocol* Logs = LocateLog();
         const UINT64 Code = Logs != nullptr ? Logs->SaveLog(SaveVolumeHandles[Highlight]) : 1;
         if (Code == static_cast<UINT64>(SaveLogCode::Saved)) {
-          ShowMessageBox(UiText(log_text::Saved), static_cast<UINT8>(MessageBoxType::Success));
+          ShowMessageBox(UiText(ui_text::LogSaved), static_cast<UINT8>(MessageBoxType::Success));
         } else {
-          ShowMessageBox(UiText(log_text::NotSaved), static_cast<UINT8>(MessageBoxType::Error));
+          ShowMessageBox(UiText(ui_text::LogNotSaved), static_cast<UINT8>(MessageBoxType::Error));
         }
       }
       break;
@@ -115,7 +104,7 @@ EFI_STATUS ShowLogScreen(LogKind Kind, UINT64 TestIndex) {
   LogScrollTop = 0;
   LogVisibleLines = ScreenRows() > 6 ? ScreenRows() - 6 : 0;
   const auto DrawAll = [&]() {
-    DrawScreenFrame(UiText(log_text::Logs), UiText(log_text::Footer));
+    DrawScreenFrame(UiText(ui_text::Logs), UiText(ui_text::LogFooter));
     DrawView(Kind, TestIndex);
   };
   DrawAll();
@@ -197,12 +186,12 @@ VOID DrawSaveVolumes(UINT64 Count, UINT64 Highlight, UINTN Left, UINTN Top) {
   for (UINT64 I = 0; I < Count; ++I) {
     MoveCursor(Left, Top + I);
     SetColour(I == Highlight ? ui_colour::Highlight : ui_colour::Screen);
-    Print(u"%s %s (%d GB)", UiText(log_text::Device), SaveVolumeLabels[I] != nullptr ? SaveVolumeLabels[I] : u"",
+    Print(u"%s %s (%d GB)", UiText(ui_text::Device), SaveVolumeLabels[I] != nullptr ? SaveVolumeLabels[I] : u"",
           static_cast<INT32>(SaveVolumeSizes[I] / (1ull << 30) + 1));
   }
   MoveCursor(Left, Top + Count + 1);
   SetColour(Highlight == Count ? ui_colour::Highlight : ui_colour::Screen);
-  Print(u"%s", UiText(log_text::Cancel));
+  Print(u"%s", UiText(ui_text::Cancel));
 }
 
 }  // namespace tarvik

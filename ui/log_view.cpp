@@ -19,25 +19,6 @@ constinit UINT64 LogViewLineCount = 0;
 
 namespace {
 
-namespace view_text {
-constexpr UINT64 Log = 119;
-constexpr UINT64 ResultCode = 74;
-constexpr UINT64 Passed = 98;
-constexpr UINT64 Failed = 99;
-constexpr UINT64 Canceled = 100;
-constexpr UINT64 NotSupported = 101;
-constexpr UINT64 NotExecuted = 102;
-constexpr UINT64 Index = 146;
-constexpr UINT64 Start = 147;
-constexpr UINT64 Stop = 148;
-constexpr UINT64 Tests = 149;
-constexpr UINT64 Resource = 150;
-constexpr UINT64 Message = 151;
-constexpr UINT64 Critical = 152;
-constexpr UINT64 Error = 153;
-constexpr UINT64 Warning = 154;
-}  // namespace view_text
-
 constexpr UINTN TextBytes = 2000;
 constexpr UINTN TextChars = TextBytes / sizeof(CHAR16);
 constexpr CHAR16 Indentation[] = u"    ";
@@ -126,7 +107,7 @@ VOID StopLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Rest, const Tran
   CHAR16 Text[TextChars];
   UINTN Length = 0;
   const PoolPtr<CHAR16> Algorithm = Word(Rest, &Length);
-  SPrint(Text, TextBytes, u"%s %s %s ", Time, UiText(view_text::Stop), Or(Translate(Or(Algorithm))));
+  SPrint(Text, TextBytes, u"%s %s %s ", Time, UiText(ui_text::LogStop), Or(Translate(Or(Algorithm))));
   Piece(At, Text, TRUE, FALSE);
 
   const CHAR16* AfterAlgorithm = Rest + Length + (Rest[Length] != 0 ? 1 : 0);
@@ -136,11 +117,11 @@ VOID StopLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Rest, const Tran
     UINTN Attribute;
     UINT64 Text;
   };
-  constexpr ResultLook Looks[] = {{u"SUCCESS", 0x02, view_text::Passed},
-                                  {u"FAILURE", 0x34, view_text::Failed},
-                                  {u"ABORTED", 0x31, view_text::Canceled},
-                                  {u"UNSUPPORTED", 0x31, view_text::NotSupported},
-                                  {u"SKIPPED", 0x31, view_text::NotExecuted}};
+  constexpr ResultLook Looks[] = {{u"SUCCESS", 0x02, ui_text::Passed},
+                                  {u"FAILURE", 0x34, ui_text::Failed},
+                                  {u"ABORTED", 0x31, ui_text::Canceled},
+                                  {u"UNSUPPORTED", 0x31, ui_text::NotSupported},
+                                  {u"SKIPPED", 0x31, ui_text::NotExecuted}};
   const INT32 Remembered = gST->ConOut->Mode->Attribute;
   const CHAR16* Shown = u"";
   for (const ResultLook& Look : Looks) {
@@ -170,10 +151,10 @@ VOID MessageLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Kind, const C
     const CHAR16* Word;
     UINT64 Text;
   };
-  constexpr KindText Kinds[] = {{u"MESSAGE", view_text::Message},
-                                {u"CRITICAL", view_text::Critical},
-                                {u"ERROR", view_text::Error},
-                                {u"WARNING", view_text::Warning}};
+  constexpr KindText Kinds[] = {{u"MESSAGE", ui_text::LogMessage},
+                                {u"CRITICAL", ui_text::LogCritical},
+                                {u"ERROR", ui_text::LogError},
+                                {u"WARNING", ui_text::LogWarning}};
   const CHAR16* KindShown = Kind;
   for (const KindText& K : Kinds)
     if (StrCmp(K.Word, Kind) == 0) KindShown = UiText(K.Text);
@@ -208,7 +189,7 @@ VOID LogLineRule(ViewCursor& At, const CHAR16* Line, BOOLEAN& Indented, const Tr
     if (*Rest != 0) ++Rest;
     if (StrCmp(Or(W), u"START") == 0) {
       const PoolPtr<CHAR16> Algorithm = Word(Rest, &Length);
-      SPrint(Text, TextBytes, u"%s %s %s", Time, UiText(view_text::Start), Or(Translate(Or(Algorithm))));
+      SPrint(Text, TextBytes, u"%s %s %s", Time, UiText(ui_text::LogStart), Or(Translate(Or(Algorithm))));
       WholeLine(At, Text);
     } else if (StrCmp(Or(W), u"STOP") == 0) {
       StopLine(At, Time, Rest, Translate);
@@ -220,10 +201,10 @@ VOID LogLineRule(ViewCursor& At, const CHAR16* Line, BOOLEAN& Indented, const Tr
   const PoolPtr<CHAR16> W = Word(Line, &Length);
   const CHAR16* Rest = Line + Length;
   if (StrCmp(Or(W), u"INDEX") == 0) {
-    SPrint(Text, TextBytes, u"%s%s%s", Indentation, UiText(view_text::Index), Rest);
+    SPrint(Text, TextBytes, u"%s%s%s", Indentation, UiText(ui_text::LogIndex), Rest);
   } else if (StrCmp(Or(W), u"START") == 0 || StrCmp(Or(W), u"STOP") == 0) {
-    const UINT64 Which = StrCmp(Or(W), u"START") == 0 ? view_text::Start : view_text::Stop;
-    SPrint(Text, TextBytes, u"%s %s", UiText(Which), UiText(view_text::Tests));
+    const UINT64 Which = StrCmp(Or(W), u"START") == 0 ? ui_text::LogStart : ui_text::LogStop;
+    SPrint(Text, TextBytes, u"%s %s", UiText(Which), UiText(ui_text::LogTests));
   } else if (StrCmp(Or(W), u">>>") == 0) {
     // ">>> RESOURCE BANK": the group's heading; its rows are indented.
     const CHAR16* R = *Rest != 0 ? Rest + 1 : Rest;
@@ -232,7 +213,7 @@ VOID LogLineRule(ViewCursor& At, const CHAR16* Line, BOOLEAN& Indented, const Tr
     if (*R != 0) ++R;
     const PoolPtr<CHAR16> Group = Word(R, &Length);
     const BOOLEAN IsResource = StrCmp(Or(First), u"RESOURCE") == 0;
-    SPrint(Text, TextBytes, u"%s: %s", IsResource ? UiText(view_text::Resource) : Or(First),
+    SPrint(Text, TextBytes, u"%s: %s", IsResource ? UiText(ui_text::LogResource) : Or(First),
            Or(Translate(Or(Group))));
     Indented = TRUE;
   } else if (StrCmp(Or(W), u"<<<") == 0) {
@@ -259,7 +240,7 @@ EFI_STATUS DrawTestLogView(UINT64 TestIndex) {
 
   ViewCursor At;
   CHAR16 Text[TextChars];
-  SPrint(Text, TextBytes, u"%s %s", UiText(ui_text::Title), UiText(view_text::Log));
+  SPrint(Text, TextBytes, u"%s %s", UiText(ui_text::Title), UiText(ui_text::LogTitle));
   WholeLine(At, Text);
   CHAR16* ModuleKey = nullptr;
   Logs->GetLogModuleKey(&ModuleKey);
@@ -285,7 +266,7 @@ EFI_STATUS DrawTestLogView(UINT64 TestIndex) {
         Logs->GetLogDisplayName(&Name, D);
         Logs->GetLogResultCode(&Code, D);
         const PoolPtr<CHAR16> OwnedName(Name), OwnedCode(Code);
-        SPrint(Text, TextBytes, u"%s - %s %s", Or(Translate(Or(OwnedName))), UiText(view_text::ResultCode),
+        SPrint(Text, TextBytes, u"%s - %s %s", Or(Translate(Or(OwnedName))), UiText(ui_text::ResultCode),
                Or(OwnedCode));
         WholeLine(At, Text);
       } else {
@@ -309,7 +290,7 @@ EFI_STATUS DrawRecoveryLogView() {
   ViewCursor At;
   Piece(At, UiText(ui_text::Title), TRUE, FALSE);
   Piece(At, u" ", FALSE, FALSE);
-  Piece(At, UiText(view_text::Log), FALSE, TRUE);
+  Piece(At, UiText(ui_text::LogTitle), FALSE, TRUE);
   CHAR16* First = nullptr;
   Logs->GetLine(0, &First);
   const PoolPtr<CHAR16> FirstLine(First);

@@ -38,29 +38,14 @@ constexpr UINT64 KeyPollPeriod = 50000;       // 5 ms in 100 ns units
 constexpr UINT64 SpinnerPeriod = 20000000;    // 2 s
 constexpr UINT64 MaxResultCodeAlgorithms = 15;
 
-namespace run_text {
-constexpr UINT64 StopFooterScroll = 32;
-constexpr UINT64 InformationAboutTest = 33;
-constexpr UINT64 ResultsOfTest = 34;
-constexpr UINT64 OutcomeFooterScroll = 37;
-constexpr UINT64 StopFooter = 38;
-constexpr UINT64 OutcomeFooter = 39;
-constexpr UINT64 Algorithm = 48;
-constexpr UINT64 AlgorithmNumber = 49;
-constexpr UINT64 CurrentProgress = 50;
-constexpr UINT64 DeviceProgress = 51;
-constexpr UINT64 TestStartedAt = 64;
-constexpr UINT64 TestFinishedAt = 66;
-constexpr UINT64 TotalTime = 67;
-constexpr UINT64 ResultCode = 74;
-}  // namespace run_text
-
 struct StateLook {
   UINT64 Text;
   UINTN Attribute;
 };
 // Queue states 0 to 5 as the right panel shows them.
-constexpr StateLook StateLooks[] = {{96, 0x31}, {97, 0x31}, {98, 0x02}, {99, 0x34}, {100, 0x31}, {101, 0x31}};
+constexpr StateLook StateLooks[] = {{ui_text::OnQueue, 0x31},  {ui_text::InProgress, 0x31},
+                                    {ui_text::Passed, 0x02},   {ui_text::Failed, 0x34},
+                                    {ui_text::Canceled, 0x31}, {ui_text::NotSupported, 0x31}};
 
 EFI_EVENT KeyPollEvent = nullptr;
 EFI_EVENT SpinnerEvent = nullptr;
@@ -221,7 +206,7 @@ bool RunPairs(UINT64& TimeIndex, UINT64& DurationIndex) {
 VOID ShowOutcome(const EFI_TIME& Finish, UINT64 TestIndex) {
   DrawTestResults(ResultsMode::Final, &Finish, static_cast<UINT64>(CurrentDevice));
   const BOOLEAN Scrolls = ResultLineCount > ResultVisibleLines;
-  DrawFooter(UiText(Scrolls ? run_text::OutcomeFooterScroll : run_text::OutcomeFooter));
+  DrawFooter(UiText(Scrolls ? ui_text::OutcomeFooterScroll : ui_text::OutcomeFooter));
   for (;;) {
     const EFI_INPUT_KEY Key = ReadPolledKey();
     if (ScrollByKey(Key, &ResultScrollTop, ResultLineCount, ResultVisibleLines))
@@ -302,18 +287,18 @@ VOID DrawTestProgress(INT64 Percent, UINT64 Device, UINT64 Algorithm, UINT64 Ord
     ClearRowSegment(R + 5, CursorColumn(), BoxRight);
   }
   MoveCursor(X0, InfoRows + 5);
-  Print(u"%s:", UiText(run_text::Algorithm));
+  Print(u"%s:", UiText(ui_text::Algorithm));
   MoveCursor(XValue, InfoRows + 5);
   Print(u"%s", OrEmpty(AlgorithmName(Algorithm)));
   ClearRowSegment(InfoRows + 5, CursorColumn(), BoxRight);
   MoveCursor(X0, InfoRows + 6);
-  Print(u"%s:", UiText(run_text::AlgorithmNumber));
+  Print(u"%s:", UiText(ui_text::AlgorithmNumber));
   MoveCursor(XValue, InfoRows + 6);
   Print(u"%d of %d", static_cast<INT32>(Ordinal + 1), static_cast<INT32>(SelectedAlgorithmCount));
   ClearRowSegment(InfoRows + 6, CursorColumn(), BoxRight);
   LastPercent = Percent;
-  PrintCentered(UiText(run_text::CurrentProgress), InfoRows + 8, X0, C / 2 - X0);
-  PrintCentered(UiText(run_text::DeviceProgress), InfoRows + 11, X0, C / 2 - X0);
+  PrintCentered(UiText(ui_text::CurrentProgress), InfoRows + 8, X0, C / 2 - X0);
+  PrintCentered(UiText(ui_text::DeviceProgress), InfoRows + 11, X0, C / 2 - X0);
   const UINT64 Shown = Percent > 0 ? static_cast<UINT64>(Percent) : 0;
   DrawProgressBar(Shown, InfoRows + 9);
   const UINT64 Chosen = SelectedAlgorithmCount > 0 ? SelectedAlgorithmCount : 1;
@@ -330,7 +315,7 @@ VOID DrawTestResults(ResultsMode Mode, const EFI_TIME* FinishTime, UINT64 Device
   UINTN Row = 5;
   const UINT64 Visible = ResultVisibleLines;
   const UINT64 Top = ResultScrollTop;
-  AddTimeLine(UiText(run_text::TestStartedAt), RunTimes[0], Visible, Top, &Line, &Row, Xr, End);
+  AddTimeLine(UiText(ui_text::TestStartedAt), RunTimes[0], Visible, Top, &Line, &Row, Xr, End);
   CHAR16 Text[PrintBufferChars];
   for (UINT64 D = 0; D < RunDeviceCount; ++D) {
     if (DeviceSelection[D] != 1) continue;
@@ -353,16 +338,16 @@ VOID DrawTestResults(ResultsMode Mode, const EFI_TIME* FinishTime, UINT64 Device
     ScrolledLine(Visible, Top, &Line, &Row, Xr, nullptr, End, LineMode::Finish);
     SetColour(ui_colour::Screen);
     if (D < Device && DeviceResultCodes[D] != nullptr) {
-      SPrint(Text, sizeof(Text), u"%s %s", UiText(run_text::ResultCode), DeviceResultCodes[D]);
+      SPrint(Text, sizeof(Text), u"%s %s", UiText(ui_text::ResultCode), DeviceResultCodes[D]);
     } else {
-      SPrint(Text, sizeof(Text), u"%s -", UiText(run_text::ResultCode));
+      SPrint(Text, sizeof(Text), u"%s -", UiText(ui_text::ResultCode));
     }
     ScrolledLine(Visible, Top, &Line, &Row, Xr, Text, End, LineMode::Finish);
     ScrolledLine(Visible, Top, &Line, &Row, Xr, nullptr, End, LineMode::Finish);
   }
   SetColour(ui_colour::Screen);
   if (Mode == ResultsMode::Final && FinishTime != nullptr)
-    AddTimeAndDurationLines(UiText(run_text::TestFinishedAt), UiText(run_text::TotalTime), RunTimes[0], *FinishTime,
+    AddTimeAndDurationLines(UiText(ui_text::TestFinishedAt), UiText(ui_text::TotalTime), RunTimes[0], *FinishTime,
                             Visible, Top, &Line, &Row, Xr, End);
   DrawScrollBar(ResultLineCount, ResultVisibleLines, ResultScrollTop, 5);
 }
@@ -444,8 +429,8 @@ VOID RunTestFlow() {
   gBS->SetMem(RunDurations, (Pairs > 0 ? Pairs : 1) * sizeof(EFI_TIME), 0);
   *SpinnerRow = CurrentTest->GetRunInfoRowCount(CurrentTest) + 9;
 
-  DrawScreenFrame(Title, UiText(ResultLineCount > ResultVisibleLines ? run_text::StopFooterScroll : run_text::StopFooter));
-  DrawPanelTitles(UiText(run_text::InformationAboutTest), UiText(run_text::ResultsOfTest));
+  DrawScreenFrame(Title, UiText(ResultLineCount > ResultVisibleLines ? ui_text::StopFooterScroll : ui_text::StopFooter));
+  DrawPanelTitles(UiText(ui_text::InformationAboutTest), UiText(ui_text::ResultsOfTest));
   StartRunTimers();
   gRT->GetTime(&RunTimes[0], nullptr);
   LongestAlgorithmName = MeasureLongestAlgorithmName();

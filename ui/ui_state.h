@@ -4,6 +4,7 @@
 #pragma once
 
 #include "efi/efi.h"
+#include "ui/interface_texts.h"
 
 namespace tarvik {
 
@@ -32,47 +33,6 @@ inline UINTN ColumnsPercent(UINTN Percent) { return ScreenColumns() * Percent / 
 
 // An "Interface" text by number; empty when the table has no such entry.
 const CHAR16* UiText(UINT64 Id);
-
-// Numbers of the "Interface" texts the screens use.
-namespace ui_text {
-inline constexpr UINT64 Title = 0;
-inline constexpr UINT64 MainScreen = 1;
-inline constexpr UINT64 MainFooter = 2;
-inline constexpr UINT64 Tests = 3;
-inline constexpr UINT64 Tools = 4;
-inline constexpr UINT64 Version = 5;
-inline constexpr UINT64 ExitApplication = 6;
-inline constexpr UINT64 SystemInformation = 7;
-inline constexpr UINT64 RecoverBadSectorsTool = 8;
-inline constexpr UINT64 TestDevicesFooter = 16;
-inline constexpr UINT64 SelectDevices = 17;
-inline constexpr UINT64 SelectAlgorithms = 18;
-inline constexpr UINT64 Next = 19;
-inline constexpr UINT64 TestAlgorithmsFooter = 21;
-inline constexpr UINT64 ToolDevicesFooter = 22;
-inline constexpr UINT64 ToolAlgorithmsFooter = 23;
-inline constexpr UINT64 RunTest = 24;
-inline constexpr UINT64 SelectDeselectAll = 25;
-inline constexpr UINT64 SystemInfoFooter = 80;
-inline constexpr UINT64 Machine = 81;
-inline constexpr UINT64 MachineInformation = 82;
-inline constexpr UINT64 MachineManufacturer = 83;
-inline constexpr UINT64 ProductName = 84;
-inline constexpr UINT64 ProductVersion = 85;
-inline constexpr UINT64 MachineSerialNumber = 86;
-inline constexpr UINT64 BiosInformation = 87;
-inline constexpr UINT64 BiosVersion = 88;
-inline constexpr UINT64 BiosReleaseDate = 89;
-inline constexpr UINT64 BiosManufacturer = 90;
-inline constexpr UINT64 ProcessorInformation = 91;
-inline constexpr UINT64 ProcessorManufacturer = 92;
-inline constexpr UINT64 ProcessorVersion = 93;
-inline constexpr UINT64 GatheringInformation = 94;
-inline constexpr UINT64 Success = 128;
-inline constexpr UINT64 Error = 129;
-inline constexpr UINT64 PressEnter = 130;
-inline constexpr UINT64 PressYesNo = 131;
-}  // namespace ui_text
 
 // Console attributes of the screens.
 namespace ui_colour {
