@@ -36,7 +36,8 @@ struct CompanionService {
   EFI_IMAGE_UNLOAD Unload;         // frees the record and whatever Gather took
   VOID (*FillOperations)(Record&);
   // Gathers what the companion serves; *Offer FALSE when there is nothing to
-  // offer (the module then stays alone). A failure prints
+  // offer (Unload then releases what it took, and the module stays alone).
+  // A failure releases what it took itself, prints
   // GatherFailureMessage and becomes the installation's status, the module
   // staying installed without its companion.
   EFI_STATUS (*Gather)(BOOLEAN* Offer);
@@ -113,13 +114,16 @@ EFI_STATUS PublishCompanion(EFI_HANDLE ImageHandle, DiagCommonProtocol& Shared,
     Shared.Print(Service.GatherFailureMessage);
     return Status;
   }
-  if (!Offer) return EFI_SUCCESS;
+  if (!Offer) {
+    Service.Unload(ImageHandle);  // releases whatever Gather took
+    return EFI_SUCCESS;
+  }
 
   *Withdraw = TRUE;
   VOID* Raw = nullptr;
   Status = gBS->AllocatePool(EfiBootServicesData, sizeof(Record), &Raw);
   if (EFI_ERROR(Status)) {
-    Service.Unload(ImageHandle);  // releases what Gather took
+    Service.Unload(ImageHandle);
     return Status;
   }
   Record* Installed = static_cast<Record*>(Raw);
