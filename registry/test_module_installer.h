@@ -126,13 +126,8 @@ EFI_STATUS PublishCompanion(EFI_HANDLE ImageHandle, DiagCommonProtocol& Shared,
     Service.Unload(ImageHandle);
     return Status;
   }
-  Record* Installed = static_cast<Record*>(Raw);
-  *Installed = Record{};
-  Installed->Header.Revision = 1;
-  Installed->Header.ImageHandle = ImageHandle;
-  Installed->Header.Guid = Service.Guid;
-  Service.FillOperations(*Installed);
-  *Service.ModuleRecord = Installed;
+  *Service.ModuleRecord = static_cast<Record*>(Raw);
+  FillServiceRecord(**Service.ModuleRecord, ImageHandle, Service.Guid, Service.FillOperations);
 
   EFI_HANDLE Handle = ImageHandle;
   EFI_GUID Guid = Service.Guid;
