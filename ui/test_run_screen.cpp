@@ -8,7 +8,7 @@
 #include "log/log_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"
-#include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_strings.h"
 #include "ui/key_input.h"
 #include "ui/log_screen.h"
 #include "ui/main_screen.h"
@@ -368,16 +368,9 @@ EFI_STATUS RequestDeviceResultCode(UINT64 Device, CHAR16** CodeSlot) {
   }
 
   // Without SMBIOS the code is made with an empty serial number.
-  CHAR16* Serial = nullptr;
   SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
-  VOID* Record = nullptr;
-  if (SmBios != nullptr && !EFI_ERROR(SmBios->GetSmbiosStructure(1, &Record, 0))) {
-    const UINT8* System = static_cast<const UINT8*>(Record);
-    SmBios->GetSmbiosString(Record, System[1] > 7 ? System[7] : 0, &Serial);
-  }
-  const PoolPtr<CHAR16> OwnedSerial(Serial);
-  return Codes->GenerateResultCode(OrEmpty(OwnedPrefix), Executed, Failed, OwnedSerial ? Serial : u"", RunTimes,
-                                   CodeSlot);
+  const PoolPtr<CHAR16> Serial = SmBios != nullptr ? SystemSerialNumber(*SmBios) : PoolPtr<CHAR16>();
+  return Codes->GenerateResultCode(OrEmpty(OwnedPrefix), Executed, Failed, OrEmpty(Serial), RunTimes, CodeSlot);
 }
 
 VOID RunTestFlow() {
