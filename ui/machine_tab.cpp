@@ -103,10 +103,10 @@ VOID PrintWrappedValue(const CHAR16* Text, UINTN From, UINTN To) {
   Print(u"%.*s", static_cast<INT32>(Width), Text + Rest);
 }
 
-UINT8 DrawMachineTab() {
+UINT8 DrawMachineTab(SystemInfo& Info) {
   const Layout At = TabLayout();
   const UINTN Columns = ScreenColumns();
-  InfoLineCount = 0;
+  Info.InfoLineCount = 0;
   ClearArea(At.Left - 2, Columns, 4, ScreenRows() - 2);
   SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
   if (SmBios == nullptr) return 1;
