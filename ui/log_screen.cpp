@@ -5,6 +5,7 @@
 #include "core/globals.h"
 #include "core/locate.h"
 #include "core/pool.h"
+#include "core/pool_text.h"
 #include "log/log_protocol.h"
 #include "ui/key_input.h"
 #include "ui/log_view.h"
@@ -182,9 +183,8 @@ EFI_STATUS FindSaveVolumes(SaveVolumes& Volumes) {
 }
 
 SaveVolumes::~SaveVolumes() {
-  for (UINT64 I = 0; SaveVolumeLabels != nullptr && I < SaveVolumeCount; ++I)
-    if (SaveVolumeLabels[I] != nullptr) gBS->FreePool(SaveVolumeLabels[I]);
-  VOID* const Arrays[] = {SaveVolumeLabels, SaveVolumeHandles, SaveVolumeSizes};
+  FreeTextArray(SaveVolumeLabels, SaveVolumeCount);
+  VOID* const Arrays[] = {SaveVolumeHandles, SaveVolumeSizes};
   for (VOID* Array : Arrays)
     if (Array != nullptr) gBS->FreePool(Array);
 }

@@ -7,6 +7,7 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/locate.h"
+#include "core/pool_text.h"
 #include "core/timer_event.h"
 #include "registry/test_collection_protocol.h"
 #include "text/language_protocol.h"
@@ -38,12 +39,7 @@ class InterfaceSession {
     Clock_.Close();
     if (ScreenSize != nullptr) gBS->FreePool(ScreenSize);
     ScreenSize = nullptr;
-    if (InterfaceStrings != nullptr) {
-      for (UINT64 I = 0; I < InterfaceStringCount; ++I)
-        if (InterfaceStrings[I] != nullptr) gBS->FreePool(InterfaceStrings[I]);
-      gBS->FreePool(InterfaceStrings);
-    }
-    InterfaceStrings = nullptr;
+    FreeTextArray(InterfaceStrings, InterfaceStringCount);
     InterfaceStringCount = 0;
   }
 

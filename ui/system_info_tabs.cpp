@@ -65,13 +65,6 @@ VOID BuildModuleTab(SystemInfo& Info, UINT64 Tab, TestModuleProtocol* Module) {
   }
 }
 
-VOID FreeTexts(CHAR16** Texts, UINT64 Count) {
-  if (Texts == nullptr) return;
-  for (UINT64 I = 0; I < Count; ++I)
-    if (Texts[I] != nullptr) gBS->FreePool(Texts[I]);
-  gBS->FreePool(Texts);
-}
-
 }  // namespace
 
 UINT64 WrapCount(const CHAR16* Label, const CHAR16* Value, UINT64 Width) {
@@ -126,14 +119,13 @@ VOID SystemInfo::Release() {
   const UINT64 ModuleTabs = InfoTabCount > 0 ? InfoTabCount - 1 : 0;
   for (UINT64 Tab = 0; Tab < ModuleTabs; ++Tab) {
     const UINT64 Lines = InfoLineCounts != nullptr ? InfoLineCounts[Tab] : 0;
-    if (InfoLabels != nullptr) FreeTexts(InfoLabels[Tab], Lines);
-    if (InfoValues != nullptr) FreeTexts(InfoValues[Tab], Lines);
+    if (InfoLabels != nullptr) FreeTextArray(InfoLabels[Tab], Lines);
+    if (InfoValues != nullptr) FreeTextArray(InfoValues[Tab], Lines);
   }
-  FreeTexts(InfoTabNames, InfoTabNames != nullptr ? ModuleTabs : 0);
-  if (InfoLabels != nullptr) gBS->FreePool(InfoLabels);
-  if (InfoValues != nullptr) gBS->FreePool(InfoValues);
-  if (InfoLineCounts != nullptr) gBS->FreePool(InfoLineCounts);
-  InfoTabNames = nullptr;
+  FreeTextArray(InfoTabNames, ModuleTabs);
+  VOID* const Arrays[] = {InfoLabels, InfoValues, InfoLineCounts};
+  for (VOID* Array : Arrays)
+    if (Array != nullptr) gBS->FreePool(Array);
   InfoLabels = nullptr;
   InfoValues = nullptr;
   InfoLineCounts = nullptr;

@@ -2,6 +2,7 @@
 
 #include "core/globals.h"
 #include "core/pool.h"
+#include "core/pool_text.h"
 #include "registry/test_module_protocol.h"
 
 namespace tarvik {
@@ -91,8 +92,7 @@ TestRunRecord::~TestRunRecord() {
   Release(DeviceResultCodes);
   Release(RunTimes);
   Release(RunDurations);
-  for (UINT64 I = 0; SummaryLines != nullptr && I < SummaryLineCount; ++I) Release(SummaryLines[I]);
-  Release(SummaryLines);
+  FreeTextArray(SummaryLines, SummaryLineCount);
 }
 
 }  // namespace tarvik
