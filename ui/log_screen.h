@@ -31,8 +31,8 @@ struct SaveVolumes {
   UINT64* SaveVolumeSizes = nullptr;    // bytes
 };
 
-// Fills Volumes with every file-system volume (label and size where they
-// can be read); EFI_ABORTED and none when they cannot be listed.
+// Fills an empty Volumes with every file-system volume (label and size where
+// they can be read); EFI_ABORTED when they cannot all be listed.
 EFI_STATUS FindSaveVolumes(SaveVolumes& Volumes);
 // The dialog's list from (Left, Top), "Cancel" a blank row below it.
 VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top);
