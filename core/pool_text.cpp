@@ -18,4 +18,12 @@ EFI_STATUS CopyTextToPool(const CHAR16* Source, CHAR16** Copy) {
   return EFI_SUCCESS;
 }
 
+VOID FreeTextArray(CHAR16**& Texts, UINT64 Count) {
+  if (Texts == nullptr) return;
+  for (UINT64 I = 0; I < Count; ++I)
+    if (Texts[I] != nullptr) gBS->FreePool(Texts[I]);
+  gBS->FreePool(Texts);
+  Texts = nullptr;
+}
+
 }  // namespace tarvik

@@ -10,4 +10,8 @@ namespace tarvik {
 // A null Source gives an empty text.
 EFI_STATUS CopyTextToPool(const CHAR16* Source, CHAR16** Copy);
 
+// Frees the first Count texts of a pool array of texts (null ones are
+// skipped), then the array; sets Texts to null. A null array frees nothing.
+VOID FreeTextArray(CHAR16**& Texts, UINT64 Count);
+
 }  // namespace tarvik

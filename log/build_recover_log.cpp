@@ -20,10 +20,10 @@ EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 Opera
   LogLineCursor Cursor;
   CHAR16 Stamp[TimeStampChars + 1];
   FormatTimeStamp(*StartTime, Stamp);
-  Cursor.Next().Append(u"+++ ").Append(Stamp).Append(u" RECOVER");
+  Cursor.Next().Append(log_word::HeaderMark).Append(u" ").Append(Stamp).Append(u" ").Append(log_word::Recover);
 
   LogLineWriter Operation = Cursor.Next();
-  Operation.Append(u"Operation: ");
+  Operation.Append(log_word::Operation).Append(u" ");
   CHAR16* Name = nullptr;
   if (!EFI_ERROR(Tool->GetAlgorithmName(Tool, OperationIndex, &Name))) {
     PoolPtr<CHAR16> OwnedName(Name);
@@ -43,7 +43,7 @@ EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 Opera
   for (UINT64 I = 0; I < LineCount; ++I) Cursor.Next().Append(Lines[I]);
 
   FormatTimeStamp(*EndTime, Stamp);
-  Cursor.Next().Append(u"--- ").Append(Stamp).Append(u" RECOVER");
+  Cursor.Next().Append(log_word::FooterMark).Append(u" ").Append(Stamp).Append(u" ").Append(log_word::Recover);
   return EFI_SUCCESS;
 }
 

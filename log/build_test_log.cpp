@@ -12,11 +12,11 @@ namespace {
 
 const CHAR16* ResultWord(QueueState State) {
   switch (State) {
-    case QueueState::OnQueue: return u"SKIPPED";
-    case QueueState::Passed: return u"SUCCESS";
-    case QueueState::Failed: return u"FAILURE";
-    case QueueState::Canceled: return u"ABORTED";
-    default: return u"UNSUPPORTED";
+    case QueueState::OnQueue: return log_word::Skipped;
+    case QueueState::Passed: return log_word::Success;
+    case QueueState::Failed: return log_word::Failure;
+    case QueueState::Canceled: return log_word::Aborted;
+    default: return log_word::Unsupported;
   }
 }
 
@@ -68,8 +68,8 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
   LogLineCursor Cursor;
   CHAR16 RunStart[TimeStampChars + 1];
   FormatTimeStamp(RunTimes[0], RunStart);
-  Cursor.Next().Append(u"+++ ").Append(RunStart).AppendFormatted(u" %s %ld", ModuleKeyText,
-                                                                  MillisecondsSince1970(RunTimes[0]));
+  Cursor.Next().Append(log_word::HeaderMark).Append(u" ").Append(RunStart).AppendFormatted(
+      u" %s %ld", ModuleKeyText, MillisecondsSince1970(RunTimes[0]));
 
   const UINT64 RowsPerDevice = Devices == 0 ? 0 : Rows / Devices;
   UINT64 TimeIndex = 1, DurationIndex = 0;
@@ -83,7 +83,7 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
       PoolPtr<CHAR16> OwnedKey(RowKey), OwnedValue(RowValue);
       Line.Append(RowKey).Append(u" ").Append(RowValue);
     }
-    Cursor.Next().Append(u"START TESTS");
+    Cursor.Next().Append(log_word::Start).Append(u" ").Append(log_word::Tests);
     for (UINT64 S = 0; S < SummaryLineCount; ++S) Cursor.NextStamped(RunTimes[TimeIndex]).Append(SummaryLines[S]);
 
     for (UINT64 A = 0; A < Algorithms; ++A) {
@@ -93,7 +93,7 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
       if (!EFI_ERROR(Module->GetAlgorithmKey(Module, A, &Text))) AlgorithmKey.reset(Text);
       const CHAR16* AlgorithmKeyText = AlgorithmKey ? AlgorithmKey.get() : u"";
 
-      Cursor.NextStamped(RunTimes[TimeIndex]).Append(u"START ").Append(AlgorithmKeyText);
+      Cursor.NextStamped(RunTimes[TimeIndex]).Append(log_word::Start).Append(u" ").Append(AlgorithmKeyText);
       const UINT64 CellMessages = TestMessageCounts != nullptr ? TestMessageCounts[D][A] : 0;
       for (UINT64 M = 0; M < CellMessages; ++M) {
         Cursor.NextStamped(RunTimes[TimeIndex]).Append(TestMessages[D][A][M]);
@@ -102,9 +102,9 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
       const QueueState State = static_cast<QueueState>(TestStates[D][A]);
       const BOOLEAN Ran = State != QueueState::OnQueue;
       LogLineWriter Stop = Cursor.NextStamped(RunTimes[Ran ? TimeIndex + 1 : TimeIndex]);
-      Stop.Append(u"STOP ").Append(AlgorithmKeyText).Append(u" ").Append(ResultWord(State));
+      Stop.Append(log_word::Stop).Append(u" ").Append(AlgorithmKeyText).Append(u" ").Append(ResultWord(State));
       if (Ran && State != QueueState::NotSupported && RunDurations != nullptr) {
-        Stop.AppendFormatted(u" %d S", WholeSeconds(RunDurations[DurationIndex]));
+        Stop.AppendFormatted(log_word::SecondsFormat, WholeSeconds(RunDurations[DurationIndex]));
       }
       if (Ran) {
         ++TimeIndex;
@@ -114,10 +114,10 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
     // A device without a result code (the serial number was too short)
     // ends its section without one.
     LogLineWriter End = Cursor.Next();
-    End.Append(u"STOP TESTS");
+    End.Append(log_word::Stop).Append(u" ").Append(log_word::Tests);
     if (DeviceResultCodes != nullptr && DeviceResultCodes[D] != nullptr) End.Append(u" ").Append(DeviceResultCodes[D]);
   }
-  Cursor.Next().Append(u"--- ").Append(ModuleKeyText);
+  Cursor.Next().Append(log_word::FooterMark).Append(u" ").Append(ModuleKeyText);
   return EFI_SUCCESS;
 }
 

@@ -68,19 +68,19 @@ LogLineWriter LogLineCursor::NextStamped(const EFI_TIME& Time) {
 }
 
 VOID FormatTimeStamp(const EFI_TIME& Time, CHAR16 (&Text)[TimeStampChars + 1]) {
-  UINTN At = 0;
-  auto Digits = [&](UINT32 Value, UINTN Width) {
-    for (UINTN I = Width; I > 0; --I, Value /= 10) Text[At + I - 1] = static_cast<CHAR16>(u'0' + Value % 10);
-    At += Width;
+  const auto Digits = [&Text](log_stamp::Field Field, UINT32 Value) {
+    for (UINTN I = Field.Width; I > 0; --I, Value /= 10)
+      Text[Field.At + I - 1] = static_cast<CHAR16>(u'0' + Value % 10);
   };
-  Digits(Time.Year, 4);
-  Digits(Time.Month, 2);
-  Digits(Time.Day, 2);
-  Text[At++] = u'T';
-  Digits(Time.Hour, 2);
-  Digits(Time.Minute, 2);
-  Digits(Time.Second, 2);
-  for (CHAR16 Letter : u"UTC") Text[At++] = Letter;  // the terminator too
+  Digits(log_stamp::Year, Time.Year);
+  Digits(log_stamp::Month, Time.Month);
+  Digits(log_stamp::Day, Time.Day);
+  Text[log_stamp::TimeMark] = log_stamp::TimeLetter;
+  Digits(log_stamp::Hour, Time.Hour);
+  Digits(log_stamp::Minute, Time.Minute);
+  Digits(log_stamp::Second, Time.Second);
+  UINTN At = log_stamp::Zone;
+  for (CHAR16 Letter : log_stamp::ZoneLetters) Text[At++] = Letter;  // the terminator too
 }
 
 UINT64 MillisecondsSince1970(const EFI_TIME& Time) {

@@ -2,6 +2,7 @@
 // zero-filled, so a line the builder does not reach stays empty.
 #pragma once
 
+#include "log/log_layout.h"
 #include "log/log_protocol.h"
 
 namespace tarvik {
@@ -40,9 +41,8 @@ class LogLineCursor {
   UINT64 Next_ = 0;
 };
 
-// The time stamp of a log line, e.g. "20240315T101500UTC": each field at
-// its width, zero-padded, keeping the lowest digits of a value too large.
-inline constexpr UINTN TimeStampChars = 18;
+// The time stamp of a log line (log_layout.h), keeping the lowest digits of
+// a value too large for its field.
 VOID FormatTimeStamp(const EFI_TIME& Time, CHAR16 (&Text)[TimeStampChars + 1]);
 
 // Milliseconds from 1970-01-01 00:00 to Time (0 before 1970); nanoseconds

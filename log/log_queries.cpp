@@ -4,40 +4,19 @@
 #include "core/pool_text.h"
 #include "core/wide_string.h"
 #include "log/line_store.h"
+#include "log/log_line.h"
 #include "log/log_operations.h"
 
 namespace tarvik {
 namespace {
 
-// Columns of the fields, after the words and separators before them.
-constexpr UINTN ModuleKeyColumn = 4 + TimeStampChars + 1;  // "+++ " stamp " "
-constexpr UINTN DisplayNameColumn = 11 + 2;                // "DISPLAYNAME: "
-constexpr UINTN ResultCodeColumn = 4 + 5 + 2;              // "STOP TESTS "
-
-BOOLEAN BeginsWith(const CHAR16* Line, const CHAR16* Word) {
-  for (; *Word != 0; ++Line, ++Word) {
-    if (*Line != *Word) return FALSE;
-  }
-  return TRUE;
-}
-
-enum class FieldEnd { Word, Line };
-
-// A new text holding the line from Column up to the first stop character:
-// a space, a colon or the end in word mode, the end in line mode.
-EFI_STATUS CopyField(const CHAR16* Line, UINTN Column, FieldEnd End, CHAR16** Text) {
-  const UINTN Length = StrLen(Line);
-  const CHAR16* Start = Line + (Column < Length ? Column : Length);
-  UINTN FieldLength = 0;
-  while (Start[FieldLength] != 0 &&
-         (End == FieldEnd::Line || (Start[FieldLength] != u' ' && Start[FieldLength] != u':'))) {
-    ++FieldLength;
-  }
+// A new text holding Word.
+EFI_STATUS CopyWord(const LogWord& Word, CHAR16** Text) {
   PoolPtr<CHAR16> Copy;
-  EFI_STATUS Status = Copy.Allocate((FieldLength + 1) * sizeof(CHAR16));
+  EFI_STATUS Status = Copy.Allocate((Word.Length + 1) * sizeof(CHAR16));
   if (EFI_ERROR(Status)) return Status;
-  for (UINTN I = 0; I < FieldLength; ++I) Copy.get()[I] = Start[I];
-  Copy.get()[FieldLength] = 0;
+  for (UINTN I = 0; I < Word.Length; ++I) Copy.get()[I] = Word.Start[I];
+  Copy.get()[Word.Length] = 0;
   *Text = Copy.release();
   return EFI_SUCCESS;
 }
@@ -46,7 +25,7 @@ EFI_STATUS CopyField(const CHAR16* Line, UINTN Column, FieldEnd End, CHAR16** Te
 const CHAR16* NthLineBeginningWith(const CHAR16* Word, UINT64 N) {
   for (UINT64 I = 0; I < LogLineCount(); ++I) {
     const CHAR16* Line = LogLine(I);
-    if (BeginsWith(Line, Word) && N-- == 0) return Line;
+    if (LineBeginsWith(Line, Word) && N-- == 0) return Line;
   }
   return nullptr;
 }
@@ -77,26 +56,26 @@ EFIAPI EFI_STATUS GetLogModuleKey(CHAR16** Text) {
   const CHAR16* Header = LogLine(0);
   if (Header == nullptr) return EFI_NOT_FOUND;
   if (Text == nullptr) return EFI_INVALID_PARAMETER;
-  return CopyField(Header, ModuleKeyColumn, FieldEnd::Word, Text);
+  return CopyWord(ParseLogLine(Header).ModuleKey, Text);
 }
 
 EFIAPI EFI_STATUS GetLogDisplayName(CHAR16** Text, UINT64 N) {
-  const CHAR16* Line = NthLineBeginningWith(u"DISPLAYNAME", N);
+  const CHAR16* Line = NthLineBeginningWith(log_word::DisplayName, N);
   if (Line == nullptr || Text == nullptr) return EFI_SUCCESS;
-  return CopyField(Line, DisplayNameColumn, FieldEnd::Line, Text);
+  return CopyTextToPool(ResourceValue(ParseLogLine(Line)), Text);
 }
 
 EFIAPI EFI_STATUS GetLogResultCode(CHAR16** Text, UINT64 N) {
   // Only device end lines begin with STOP; algorithm stop lines begin with
   // their time stamp.
-  const CHAR16* Line = NthLineBeginningWith(u"STOP", N);
+  const CHAR16* Line = NthLineBeginningWith(log_word::Stop, N);
   if (Line == nullptr || Text == nullptr) return EFI_SUCCESS;
-  return CopyField(Line, ResultCodeColumn, FieldEnd::Word, Text);
+  return CopyWord(DeviceResultCode(ParseLogLine(Line)), Text);
 }
 
 EFIAPI UINT64 GetLogDeviceCount() {
   UINT64 Count = 0;
-  for (UINT64 I = 0; I < LogLineCount(); ++I) Count += BeginsWith(LogLine(I), u"UID") ? 1 : 0;
+  for (UINT64 I = 0; I < LogLineCount(); ++I) Count += LineBeginsWith(LogLine(I), log_word::Uid) ? 1 : 0;
   return Count;
 }
 
@@ -105,12 +84,12 @@ EFIAPI UINT64 GetLogDeviceCount() {
 // Without a device end line the count stops at the last line.
 EFIAPI UINT64 GetLogFirstDeviceLineCount() {
   UINT64 First = 0;
-  while (First < LogLineCount() && !BeginsWith(LogLine(First), u"DISPLAYNAME")) ++First;
+  while (First < LogLineCount() && !LineBeginsWith(LogLine(First), log_word::DisplayName)) ++First;
   if (First + 1 >= LogLineCount()) return 0;
   UINT64 Count = 0;
   for (UINT64 I = First + 1; I < LogLineCount(); ++I) {
     ++Count;
-    if (BeginsWith(LogLine(I), u"STOP")) break;
+    if (LineBeginsWith(LogLine(I), log_word::Stop)) break;
   }
   return Count;
 }
@@ -118,7 +97,8 @@ EFIAPI UINT64 GetLogFirstDeviceLineCount() {
 EFIAPI BOOLEAN StripSecondsSuffix(const CHAR16* Text, CHAR16** Copy) {
   if (Text == nullptr || Copy == nullptr) return FALSE;
   const UINTN Length = StrLen(Text);
-  const BOOLEAN HasSuffix = Length >= 3 && Text[Length - 1] == u'S' && Text[Length - 2] == u' ' &&
+  const BOOLEAN HasSuffix = Length >= 3 && Text[Length - 1] == log_word::SecondsUnit &&
+                            Text[Length - 2] == log_word::Blank &&
                             Text[Length - 3] >= u'0' && Text[Length - 3] <= u'9';
   if (EFI_ERROR(CopyTextToPool(Text, Copy))) return FALSE;
   if (HasSuffix) (*Copy)[Length - 2] = 0;

@@ -3,7 +3,7 @@
 #include "core/globals.h"
 #include "core/locate.h"
 #include "core/pool.h"
-#include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_strings.h"
 
 namespace tarvik {
 
@@ -11,28 +11,9 @@ constinit MemoryModules InstalledModules = {};
 
 namespace {
 
-constexpr UINT8 MemoryDeviceType = 17;
-// Offsets in a Memory Device structure.
-constexpr UINTN SizeOffset = 0x0C;
-constexpr UINTN TypeOffset = 0x12;
-constexpr UINTN SpeedOffset = 0x15;
-constexpr UINTN ManufacturerOffset = 0x17;
-constexpr UINTN SerialNumberOffset = 0x18;
-constexpr UINTN PartNumberOffset = 0x1A;
+constexpr UINT8 MemoryDeviceType = static_cast<UINT8>(SmbiosType::MemoryDevice);
 
-// A field beyond the structure's formatted length reads as 0.
-UINT64 Field(const UINT8* Record, UINTN Offset, UINTN Bytes) {
-  if (Offset + Bytes > Record[1]) return 0;
-  UINT64 Value = 0;
-  for (UINTN I = 0; I < Bytes; ++I) Value |= static_cast<UINT64>(Record[Offset + I]) << (8 * I);
-  return Value;
-}
-
-CHAR16* String(SmBiosProtocol* SmBios, const UINT8* Record, UINTN Offset) {
-  CHAR16* Text = nullptr;
-  if (EFI_ERROR(SmBios->GetSmbiosString(Record, Field(Record, Offset, 1), &Text))) return nullptr;
-  return Text;
-}
+SmbiosMemoryDevice ReadDevice(const VOID* Record) { return ReadSmbiosStructure<SmbiosMemoryDevice>(Record); }
 
 VOID FreeIfSet(VOID* Buffer) {
   if (Buffer != nullptr) gBS->FreePool(Buffer);
@@ -54,7 +35,7 @@ VOID CollectMemoryModules() {
   UINT64 Populated = 0;
   VOID* Record = nullptr;
   for (UINT32 Instance = 0; !EFI_ERROR(SmBios->GetSmbiosStructure(MemoryDeviceType, &Record, Instance)); ++Instance)
-    if (Field(static_cast<const UINT8*>(Record), SizeOffset, 2) != 0) ++Populated;
+    if (ReadDevice(Record).Size != 0) ++Populated;
   if (Populated == 0) return;
 
   MemoryModules& M = InstalledModules;
@@ -71,16 +52,15 @@ VOID CollectMemoryModules() {
   }
   for (UINT32 Instance = 0; M.Count < Populated && !EFI_ERROR(SmBios->GetSmbiosStructure(MemoryDeviceType, &Record, Instance));
        ++Instance) {
-    const UINT8* Bytes = static_cast<const UINT8*>(Record);
-    const UINT64 Size = Field(Bytes, SizeOffset, 2);
-    if (Size == 0) continue;
+    const SmbiosMemoryDevice Device = ReadDevice(Record);
+    if (Device.Size == 0) continue;
     const UINT64 I = M.Count++;
-    M.SizeMb[I] = Size;
-    M.SpeedMhz[I] = Field(Bytes, SpeedOffset, 2);
-    M.Type[I] = Field(Bytes, TypeOffset, 1);
-    M.Manufacturer[I] = String(SmBios, Bytes, ManufacturerOffset);
-    M.SerialNumber[I] = String(SmBios, Bytes, SerialNumberOffset);
-    M.PartNumber[I] = String(SmBios, Bytes, PartNumberOffset);
+    M.SizeMb[I] = Device.Size;
+    M.SpeedMhz[I] = Device.Speed;
+    M.Type[I] = Device.MemoryType;
+    M.Manufacturer[I] = SmbiosString(*SmBios, Record, Device.Manufacturer).release();
+    M.SerialNumber[I] = SmbiosString(*SmBios, Record, Device.SerialNumber).release();
+    M.PartNumber[I] = SmbiosString(*SmBios, Record, Device.PartNumber).release();
   }
 }
 

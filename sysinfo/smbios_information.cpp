@@ -3,6 +3,7 @@
 // and their strings widened to UTF-16.
 #include "core/pool.h"
 #include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_structures.h"
 #include "sysinfo/smbios_table.h"
 
 namespace tarvik {
@@ -11,17 +12,6 @@ namespace {
 constinit SmBiosProtocol* SmBiosRecord = nullptr;
 constinit SmbiosTable Table = {};
 
-// Fields of the SMBIOS 2.x entry point.
-constexpr UINTN TableLengthOffset = 0x16;
-constexpr UINTN TableAddressOffset = 0x18;
-constexpr UINTN StructureCountOffset = 0x1C;
-
-UINT32 ReadLittleEndian(const UINT8* Bytes, UINTN Count) {
-  UINT32 Value = 0;
-  for (UINTN I = Count; I > 0; --I) Value = (Value << 8) | Bytes[I - 1];
-  return Value;
-}
-
 // The last SMBIOS entry point of the configuration table wins.
 BOOLEAN FindTable(const EFI_SYSTEM_TABLE* SystemTable, SmbiosTable& Found) {
   const EFI_GUID SmbiosGuid = SMBIOS_TABLE_GUID;
@@ -29,11 +19,10 @@ BOOLEAN FindTable(const EFI_SYSTEM_TABLE* SystemTable, SmbiosTable& Found) {
   for (UINTN I = 0; I < SystemTable->NumberOfTableEntries; ++I) {
     const EFI_CONFIGURATION_TABLE& Entry = SystemTable->ConfigurationTable[I];
     if (!(Entry.VendorGuid == SmbiosGuid) || Entry.VendorTable == nullptr) continue;
-    const UINT8* EntryPoint = static_cast<const UINT8*>(Entry.VendorTable);
-    Found.Length = ReadLittleEndian(EntryPoint + TableLengthOffset, 2);
-    Found.Start = reinterpret_cast<const UINT8*>(
-        static_cast<UINTN>(ReadLittleEndian(EntryPoint + TableAddressOffset, 4)));
-    Found.Structures = static_cast<UINT16>(ReadLittleEndian(EntryPoint + StructureCountOffset, 2));
+    const auto* EntryPoint = static_cast<const SmbiosEntryPoint*>(Entry.VendorTable);
+    Found.Length = EntryPoint->TableLength;
+    Found.Start = reinterpret_cast<const UINT8*>(static_cast<UINTN>(EntryPoint->TableAddress));
+    Found.Structures = EntryPoint->NumberOfStructures;
     Any = TRUE;
   }
   return Any;

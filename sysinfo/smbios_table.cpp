@@ -1,10 +1,14 @@
 #include "sysinfo/smbios_table.h"
 
+#include "sysinfo/smbios_structures.h"
+
 namespace tarvik {
 namespace {
 
 // Type, length and handle: the least a structure can hold.
-constexpr UINTN HeaderBytes = 4;
+constexpr UINTN HeaderBytes = sizeof(SmbiosHeader);
+
+const SmbiosHeader& HeaderAt(const UINT8* Structure) { return *reinterpret_cast<const SmbiosHeader*>(Structure); }
 
 const UINT8* TableEnd(const SmbiosTable& Table) { return Table.Start + Table.Length; }
 
@@ -15,7 +19,7 @@ const UINT8* TableEnd(const SmbiosTable& Table) { return Table.Start + Table.Len
 const UINT8* NextStructure(const SmbiosTable& Table, const UINT8* Structure) {
   const UINT8* End = TableEnd(Table);
   if (static_cast<UINTN>(End - Structure) < HeaderBytes) return nullptr;
-  const UINT8 Length = Structure[1];
+  const UINT8 Length = HeaderAt(Structure).Length;
   if (Length < HeaderBytes || Length > static_cast<UINTN>(End - Structure)) return nullptr;
   for (const UINT8* P = Structure + Length; P + 1 < End; ++P) {
     if (P[0] == 0 && P[1] == 0) return P + 2;
@@ -32,7 +36,7 @@ const UINT8* FindSmbiosStructure(const SmbiosTable& Table, UINT8 Type, UINT32 In
   for (UINT32 Index = 0; Index < Table.Structures && Structure != nullptr; ++Index) {
     const UINT8* Next = NextStructure(Table, Structure);
     if (Next == nullptr) return nullptr;  // a broken structure is not handed out either
-    if (Structure[0] == Type && Seen++ == Instance) return Structure;
+    if (HeaderAt(Structure).Type == Type && Seen++ == Instance) return Structure;
     Structure = Next;
   }
   return nullptr;
@@ -49,7 +53,7 @@ BOOLEAN FindSmbiosString(const SmbiosTable& Table, const UINT8* Record, UINTN Nu
   const UINT8* End = TableEnd(Table);
   *Text = Record;
   *Length = 0;
-  const UINT8 FormattedLength = Record[1];
+  const UINT8 FormattedLength = HeaderAt(Record).Length;
   if (Number == 0 || FormattedLength < HeaderBytes || FormattedLength > static_cast<UINTN>(End - Record)) return TRUE;
   const UINT8* String = Record + FormattedLength;
   for (UINTN Current = 1;; ++Current) {

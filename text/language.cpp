@@ -1,9 +1,10 @@
 // Text resources: hands out whole string tables as new copies, and keeps the
-// firmware's language (from the SMBIOS language structure) as an index.
+// firmware's language (from the SMBIOS BIOS Language structure) as an index.
 #include "core/locate.h"
 #include "core/pool.h"
 #include "core/pool_text.h"
 #include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_structures.h"
 #include "text/language_protocol.h"
 #include "text/string_tables.h"
 
@@ -15,11 +16,6 @@ constinit UINT64 LanguageIndex = 0;
 
 // Two-letter codes by language index; any other code is index 0.
 constexpr const CHAR16* LanguageCodes[] = {u"en", u"pt", u"zh", u"de", u"fr", u"it", u"es", u"nl"};
-
-// SMBIOS type 13 (BIOS Language Information): the number of the current
-// language's string stands at this offset.
-constexpr UINT8 BiosLanguageType = 13;
-constexpr UINTN CurrentLanguageOffset = 0x15;
 
 EFIAPI EFI_STATUS SetLanguage(const CHAR16* Code) {
   if (Code == nullptr) return EFI_ABORTED;
@@ -81,15 +77,16 @@ EFI_STATUS DetectLanguage() {
   if (SmBios == nullptr) return EFI_ABORTED;
 
   VOID* Structure = nullptr;
-  if (EFI_ERROR(SmBios->GetSmbiosStructure(BiosLanguageType, &Structure, 0)) || Structure == nullptr)
+  if (EFI_ERROR(SmBios->GetSmbiosStructure(static_cast<UINT8>(SmbiosType::BiosLanguage), &Structure, 0)) ||
+      Structure == nullptr)
     return EFI_ABORTED;
-  const UINT8* Bytes = static_cast<const UINT8*>(Structure);
-  // Byte 1 is the length of the formatted area; a shorter structure has no
-  // current-language byte.
-  if (Bytes[1] <= CurrentLanguageOffset) return EFI_ABORTED;
+  // A structure too short to hold the current language names none.
+  if (!SmbiosHolds(Structure, __builtin_offsetof(SmbiosBiosLanguage, CurrentLanguage), sizeof(UINT8)))
+    return EFI_ABORTED;
+  const auto Language = ReadSmbiosStructure<SmbiosBiosLanguage>(Structure);
 
   CHAR16* Raw = nullptr;
-  if (EFI_ERROR(SmBios->GetSmbiosString(Structure, Bytes[CurrentLanguageOffset], &Raw))) return EFI_ABORTED;
+  if (EFI_ERROR(SmBios->GetSmbiosString(Structure, Language.CurrentLanguage, &Raw))) return EFI_ABORTED;
   PoolPtr<CHAR16> Code(Raw);
   return EFI_ERROR(SetLanguage(Code.get())) ? EFI_ABORTED : EFI_SUCCESS;
 }

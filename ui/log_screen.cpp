@@ -5,6 +5,7 @@
 #include "core/globals.h"
 #include "core/locate.h"
 #include "core/pool.h"
+#include "core/pool_text.h"
 #include "log/log_protocol.h"
 #include "ui/key_input.h"
 #include "ui/log_view.h"
@@ -13,11 +14,6 @@
 #include "ui/ui_state.h"
 
 namespace tarvik {
-
-constinit UINT64 SaveVolumeCount = 0;
-constinit EFI_HANDLE* SaveVolumeHandles = nullptr;
-constinit CHAR16** SaveVolumeLabels = nullptr;
-constinit UINT64* SaveVolumeSizes = nullptr;
 
 namespace {
 
@@ -29,21 +25,40 @@ constexpr UINTN FileSystemInfoBytes = 1104;
 
 enum class LogKind : UINT8 { Test = 0, Recovery = 1 };
 
+// The log screen's record, on the stack of the screen's entry.
+struct LogScreen {
+  LogKind Kind = LogKind::Test;
+  UINT64 TestIndex = 0;
+  LogViewState View;
+};
+
 LogProtocol* LocateLog() { return LocateService<LogProtocol>(LogProtocolGuid); }
 
-VOID DrawView(LogKind Kind, UINT64 TestIndex) {
-  if (Kind == LogKind::Test) {
-    DrawTestLogView(TestIndex);
+// The log the service built for the screen, freed when the screen is left.
+class BuiltLog {
+ public:
+  explicit BuiltLog(LogProtocol& Logs) : Logs_(Logs) {}
+  ~BuiltLog() { Logs_.FreeLog(); }
+  BuiltLog(const BuiltLog&) = delete;
+  BuiltLog& operator=(const BuiltLog&) = delete;
+
+ private:
+  LogProtocol& Logs_;
+};
+
+VOID DrawView(LogScreen& Screen) {
+  if (Screen.Kind == LogKind::Test) {
+    DrawTestLogView(Screen.View, Screen.TestIndex);
   } else {
-    DrawRecoveryLogView();
+    DrawRecoveryLogView(Screen.View);
   }
 }
 
-// Reads the label and size of one volume; they stay empty when unreadable.
-VOID ReadVolume(UINT64 I) {
+// Reads the label and size of volume I; they stay empty when unreadable.
+VOID ReadVolume(SaveVolumes& Volumes, UINT64 I) {
   EFI_GUID FileSystemGuid = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_GUID;
   VOID* Found = nullptr;
-  if (EFI_ERROR(gBS->HandleProtocol(SaveVolumeHandles[I], &FileSystemGuid, &Found))) return;
+  if (EFI_ERROR(gBS->HandleProtocol(Volumes.SaveVolumeHandles[I], &FileSystemGuid, &Found))) return;
   EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* FileSystem = static_cast<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL*>(Found);
   FileHandle Root;
   if (EFI_ERROR(FileSystem->OpenVolume(FileSystem, Root.out())) || !Root) return;
@@ -58,80 +73,83 @@ VOID ReadVolume(UINT64 I) {
   const UINTN LabelRoom = (FileSystemInfoBytes - SIZE_OF_EFI_FILE_SYSTEM_INFO) / sizeof(CHAR16);
   UINTN C = 0;
   for (; C < LabelRoom && C + 1 < VolumeLabelBytes / sizeof(CHAR16) && System->VolumeLabel[C] != 0; ++C)
-    SaveVolumeLabels[I][C] = System->VolumeLabel[C];
-  SaveVolumeLabels[I][C] = 0;
-  SaveVolumeSizes[I] = System->VolumeSize;
+    Volumes.SaveVolumeLabels[I][C] = System->VolumeLabel[C];
+  Volumes.SaveVolumeLabels[I][C] = 0;
+  Volumes.SaveVolumeSizes[I] = System->VolumeSize;
 }
 
 // The dialog over the log: pick a volume, or Cancel.
 VOID SaveDialog() {
-  if (EFI_ERROR(FindSaveVolumes(&SaveVolumeCount)) || SaveVolumeCount == 0) {
-    ReleaseSaveVolumes();
+  SaveVolumes Volumes;
+  if (EFI_ERROR(FindSaveVolumes(Volumes)) || Volumes.SaveVolumeCount == 0) {
     ShowMessageBox(UiText(ui_text::NoSaveVolume), static_cast<UINT8>(MessageBoxType::Notice));
     return;
   }
+  const UINT64 Count = Volumes.SaveVolumeCount;
   UINTN Left, Top, Right, Bottom;
-  DrawMessageFrame(SaveVolumeCount, UiText(ui_text::SaveLog), &Left, &Top, &Right, &Bottom, 0);
+  DrawMessageFrame(Count, UiText(ui_text::SaveLog), &Left, &Top, &Right, &Bottom, 0);
   UINT64 Highlight = 0;
-  DrawSaveVolumes(SaveVolumeCount, Highlight, Left, Top);
+  DrawSaveVolumes(Volumes, Highlight, Left, Top);
   for (;;) {
     EFI_INPUT_KEY Key;
     ReadKey(&Key);
     if (Key.ScanCode == SCAN_UP) {
-      Highlight = Highlight == 0 ? SaveVolumeCount : Highlight - 1;
-      DrawSaveVolumes(SaveVolumeCount, Highlight, Left, Top);
+      Highlight = Highlight == 0 ? Count : Highlight - 1;
+      DrawSaveVolumes(Volumes, Highlight, Left, Top);
     } else if (Key.ScanCode == SCAN_DOWN) {
-      Highlight = Highlight >= SaveVolumeCount ? 0 : Highlight + 1;
-      DrawSaveVolumes(SaveVolumeCount, Highlight, Left, Top);
+      Highlight = Highlight >= Count ? 0 : Highlight + 1;
+      DrawSaveVolumes(Volumes, Highlight, Left, Top);
     } else if (Key.UnicodeChar == CharEnter) {
-      if (Highlight < SaveVolumeCount) {
+      if (Highlight < Count) {
         LogProtocol* Logs = LocateLog();
-        const UINT64 Code = Logs != nullptr ? Logs->SaveLog(SaveVolumeHandles[Highlight]) : 1;
+        const UINT64 Code = Logs != nullptr ? Logs->SaveLog(Volumes.SaveVolumeHandles[Highlight]) : 1;
         if (Code == static_cast<UINT64>(SaveLogCode::Saved)) {
           ShowMessageBox(UiText(ui_text::LogSaved), static_cast<UINT8>(MessageBoxType::Success));
         } else {
           ShowMessageBox(UiText(ui_text::LogNotSaved), static_cast<UINT8>(MessageBoxType::Error));
         }
       }
-      break;
+      return;
     } else if (Key.ScanCode == ScanEscape) {
-      break;
+      return;
     }
   }
-  ReleaseSaveVolumes();
 }
 
-EFI_STATUS ShowLogScreen(LogKind Kind, UINT64 TestIndex) {
-  LogProtocol* Logs = LocateLog();
-  if (Logs == nullptr) return EFI_SUCCESS;
-  LogScrollTop = 0;
-  LogVisibleLines = ScreenRows() > 6 ? ScreenRows() - 6 : 0;
+// Shows the log the service has built until ESC, then frees it.
+EFI_STATUS RunLogScreen(LogProtocol& Logs, LogScreen& Screen) {
+  const BuiltLog Built(Logs);
+  LogViewState& View = Screen.View;
+  View.LogScrollTop = 0;
+  View.LogVisibleLines = ScreenRows() > 6 ? ScreenRows() - 6 : 0;
   const auto DrawAll = [&]() {
     DrawScreenFrame(UiText(ui_text::Logs), UiText(ui_text::LogFooter));
-    DrawView(Kind, TestIndex);
+    DrawView(Screen);
   };
   DrawAll();
   for (;;) {
     const EFI_INPUT_KEY Key = ReadPolledKey();
-    if (ScrollByKey(Key, &LogScrollTop, LogViewLineCount, LogVisibleLines)) DrawView(Kind, TestIndex);
-    if (Key.ScanCode == ScanEscape) break;
+    if (ScrollByKey(Key, &View.LogScrollTop, View.LogViewLineCount, View.LogVisibleLines)) DrawView(Screen);
+    if (Key.ScanCode == ScanEscape) return EFI_SUCCESS;
     if (Key.ScanCode == SCAN_F2) {
       SaveDialog();
       DrawAll();
     }
   }
-  Logs->FreeLog();
-  return EFI_SUCCESS;
 }
 
 }  // namespace
 
-EFI_STATUS ShowTestLogScreen(UINT64 TestIndex) {
+EFI_STATUS ShowTestLogScreen(UINT64 TestIndex, const TestRunRecord& Run) {
   LogProtocol* Logs = LocateLog();
   if (Logs == nullptr) return EFI_SUCCESS;
-  Logs->BuildTestLog(TestIndex, TestStates, AlgorithmSelection, DeviceSelection, DeviceResultCodes, RunTimes,
-                     RunDurations, SummaryLines, SummaryLineCount, TestMessages, TestMessageCounts);
-  return ShowLogScreen(LogKind::Test, TestIndex);
+  Logs->BuildTestLog(TestIndex, Run.TestStates, Run.AlgorithmSelection, Run.DeviceSelection, Run.DeviceResultCodes,
+                     Run.RunTimes, Run.RunDurations, Run.SummaryLines, Run.SummaryLineCount, Run.TestMessages,
+                     Run.TestMessageCounts);
+  LogScreen Screen;
+  Screen.Kind = LogKind::Test;
+  Screen.TestIndex = TestIndex;
+  return RunLogScreen(*Logs, Screen);
 }
 
 EFI_STATUS ShowRecoveryLogScreen(UINT64 LineCount, CHAR16** Lines, UINT64 OperationIndex, const EFI_TIME* Start,
@@ -139,58 +157,49 @@ EFI_STATUS ShowRecoveryLogScreen(UINT64 LineCount, CHAR16** Lines, UINT64 Operat
   LogProtocol* Logs = LocateLog();
   if (Logs == nullptr) return EFI_SUCCESS;
   Logs->BuildRecoverLog(LineCount, Lines, OperationIndex, Start, End);
-  return ShowLogScreen(LogKind::Recovery, 0);
+  LogScreen Screen;
+  Screen.Kind = LogKind::Recovery;
+  return RunLogScreen(*Logs, Screen);
 }
 
-EFI_STATUS FindSaveVolumes(UINT64* Count) {
-  *Count = 0;
+EFI_STATUS FindSaveVolumes(SaveVolumes& Volumes) {
   PoolPtr<EFI_HANDLE> Handles;
   if (EFI_ERROR(Handles.Allocate(HandleBufferBytes))) return EFI_ABORTED;
   EFI_GUID FileSystemGuid = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_GUID;
   UINTN Size = HandleBufferBytes;
   if (EFI_ERROR(gBS->LocateHandle(ByProtocol, &FileSystemGuid, nullptr, &Size, Handles.get()))) return EFI_ABORTED;
   const UINT64 Found = Size / sizeof(EFI_HANDLE);
-  VOID* Buffer = nullptr;
-  const UINT64 Slots = Found > 0 ? Found : 1;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Slots * sizeof(EFI_HANDLE), &Buffer))) return EFI_ABORTED;
-  SaveVolumeHandles = static_cast<EFI_HANDLE*>(Buffer);
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Slots * sizeof(CHAR16*), &Buffer))) return EFI_ABORTED;
-  SaveVolumeLabels = static_cast<CHAR16**>(Buffer);
-  gBS->SetMem(SaveVolumeLabels, Slots * sizeof(CHAR16*), 0);
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, Slots * sizeof(UINT64), &Buffer))) return EFI_ABORTED;
-  SaveVolumeSizes = static_cast<UINT64*>(Buffer);
+  Volumes.SaveVolumeHandles = AllocateZeroedArray<EFI_HANDLE>(Found);
+  Volumes.SaveVolumeLabels = AllocateZeroedArray<CHAR16*>(Found);
+  Volumes.SaveVolumeSizes = AllocateZeroedArray<UINT64>(Found);
+  if (Volumes.SaveVolumeHandles == nullptr || Volumes.SaveVolumeLabels == nullptr ||
+      Volumes.SaveVolumeSizes == nullptr)
+    return EFI_ABORTED;
   for (UINT64 I = 0; I < Found; ++I) {
-    SaveVolumeHandles[I] = Handles.get()[I];
-    SaveVolumeSizes[I] = 0;
-    if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, VolumeLabelBytes, &Buffer))) return EFI_ABORTED;
-    SaveVolumeLabels[I] = static_cast<CHAR16*>(Buffer);
-    SaveVolumeLabels[I][0] = 0;
-    *Count = I + 1;
-    ReadVolume(I);
+    Volumes.SaveVolumeHandles[I] = Handles.get()[I];
+    Volumes.SaveVolumeLabels[I] = AllocateZeroedArray<CHAR16>(VolumeLabelBytes / sizeof(CHAR16));
+    if (Volumes.SaveVolumeLabels[I] == nullptr) return EFI_ABORTED;
+    Volumes.SaveVolumeCount = I + 1;
+    ReadVolume(Volumes, I);
   }
   return EFI_SUCCESS;
 }
 
-VOID ReleaseSaveVolumes() {
-  if (SaveVolumeLabels != nullptr) {
-    for (UINT64 I = 0; I < SaveVolumeCount; ++I)
-      if (SaveVolumeLabels[I] != nullptr) gBS->FreePool(SaveVolumeLabels[I]);
-    gBS->FreePool(SaveVolumeLabels);
-  }
-  if (SaveVolumeHandles != nullptr) gBS->FreePool(SaveVolumeHandles);
-  if (SaveVolumeSizes != nullptr) gBS->FreePool(SaveVolumeSizes);
-  SaveVolumeLabels = nullptr;
-  SaveVolumeHandles = nullptr;
-  SaveVolumeSizes = nullptr;
-  SaveVolumeCount = 0;
+SaveVolumes::~SaveVolumes() {
+  FreeTextArray(SaveVolumeLabels, SaveVolumeCount);
+  VOID* const Arrays[] = {SaveVolumeHandles, SaveVolumeSizes};
+  for (VOID* Array : Arrays)
+    if (Array != nullptr) gBS->FreePool(Array);
 }
 
-VOID DrawSaveVolumes(UINT64 Count, UINT64 Highlight, UINTN Left, UINTN Top) {
+VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top) {
+  const UINT64 Count = Volumes.SaveVolumeCount;
   for (UINT64 I = 0; I < Count; ++I) {
     MoveCursor(Left, Top + I);
     SetColour(I == Highlight ? ui_colour::Highlight : ui_colour::Screen);
-    Print(u"%s %s (%d GB)", UiText(ui_text::Device), SaveVolumeLabels[I] != nullptr ? SaveVolumeLabels[I] : u"",
-          static_cast<INT32>(SaveVolumeSizes[I] / (1ull << 30) + 1));
+    const CHAR16* Label = Volumes.SaveVolumeLabels[I] != nullptr ? Volumes.SaveVolumeLabels[I] : u"";
+    Print(u"%s %s (%d GB)", UiText(ui_text::Device), Label,
+          static_cast<INT32>(Volumes.SaveVolumeSizes[I] / (1ull << 30) + 1));
   }
   MoveCursor(Left, Top + Count + 1);
   SetColour(Highlight == Count ? ui_colour::Highlight : ui_colour::Screen);

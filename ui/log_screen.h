@@ -7,25 +7,34 @@
 
 namespace tarvik {
 
-// Volumes of the save dialog, built each time it opens.
-inline constexpr UINT64 MaxSaveVolumes = 100;
-inline constexpr UINTN VolumeLabelBytes = 200;
-extern UINT64 SaveVolumeCount;
-extern EFI_HANDLE* SaveVolumeHandles;
-extern CHAR16** SaveVolumeLabels;
-extern UINT64* SaveVolumeSizes;
+struct TestRunRecord;
 
-// The log of the run in the run record, made by the module at TestIndex.
-EFI_STATUS ShowTestLogScreen(UINT64 TestIndex);
+// The log of the run in Run, made by the module at TestIndex.
+EFI_STATUS ShowTestLogScreen(UINT64 TestIndex, const TestRunRecord& Run);
 // The log of a recovery run.
 EFI_STATUS ShowRecoveryLogScreen(UINT64 LineCount, CHAR16** Lines, UINT64 OperationIndex, const EFI_TIME* Start,
                                  const EFI_TIME* End);
 
-// Fills the save volumes with every file-system volume (label and size
-// where they can be read); EFI_ABORTED and none when they cannot be listed.
-EFI_STATUS FindSaveVolumes(UINT64* Count);
-VOID ReleaseSaveVolumes();
+// The volumes of the save dialog, built each time it opens; the destructor
+// releases them when it closes.
+inline constexpr UINT64 MaxSaveVolumes = 100;
+inline constexpr UINTN VolumeLabelBytes = 200;
+struct SaveVolumes {
+  SaveVolumes() = default;
+  ~SaveVolumes();
+  SaveVolumes(const SaveVolumes&) = delete;
+  SaveVolumes& operator=(const SaveVolumes&) = delete;
+
+  UINT64 SaveVolumeCount = 0;
+  EFI_HANDLE* SaveVolumeHandles = nullptr;
+  CHAR16** SaveVolumeLabels = nullptr;  // VolumeLabelBytes each
+  UINT64* SaveVolumeSizes = nullptr;    // bytes
+};
+
+// Fills an empty Volumes with every file-system volume (label and size where
+// they can be read); EFI_ABORTED when they cannot all be listed.
+EFI_STATUS FindSaveVolumes(SaveVolumes& Volumes);
 // The dialog's list from (Left, Top), "Cancel" a blank row below it.
-VOID DrawSaveVolumes(UINT64 Count, UINT64 Highlight, UINTN Left, UINTN Top);
+VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top);
 
 }  // namespace tarvik

@@ -4,30 +4,28 @@
 #include "core/globals.h"
 #include "core/locate.h"
 #include "core/pool.h"
-#include "core/pool_text.h"
-#include "core/wide_string.h"
+#include "log/log_line.h"
 #include "log/log_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {
-
-constinit UINT64 LogScrollTop = 0;
-constinit UINT64 LogVisibleLines = 0;
-constinit UINT64 LogViewLineCount = 0;
-
 namespace {
 
 constexpr UINTN TextBytes = 2000;
 constexpr UINTN TextChars = TextBytes / sizeof(CHAR16);
 constexpr CHAR16 Indentation[] = u"    ";
-constexpr UINTN StampLength = 18;  // yyyymmddThhmmssUTC
 
-// Where the next display line goes: ScrolledLine's line and row.
-struct ViewCursor {
+// One drawing of a view: where the next display line goes (ScrolledLine's
+// line and row), the module whose keys the log holds, and whether the rows
+// of a resource group are being drawn.
+struct ViewDrawing {
+  const LogViewState& View;
+  TestModuleProtocol* Module = nullptr;
   UINT64 Line = 0;
   UINTN Row = 3;
+  BOOLEAN Indented = FALSE;
 };
 
 LogProtocol* Log() { return LocateService<LogProtocol>(LogProtocolGuid); }
@@ -35,139 +33,142 @@ LogProtocol* Log() { return LocateService<LogProtocol>(LogProtocolGuid); }
 UINTN EndColumn() { return ScreenColumns() - 2; }
 
 // A piece of the display line; Last ends the line (padded to the end column).
-VOID Piece(ViewCursor& At, const CHAR16* Text, BOOLEAN First, BOOLEAN Last) {
+VOID Piece(ViewDrawing& At, const CHAR16* Text, BOOLEAN First, BOOLEAN Last) {
   const UINTN Column = First ? 1 : CursorColumn();
-  ScrolledLine(LogVisibleLines, LogScrollTop, &At.Line, &At.Row, Column, Text, EndColumn(),
+  ScrolledLine(At.View.LogVisibleLines, At.View.LogScrollTop, &At.Line, &At.Row, Column, Text, EndColumn(),
                Last ? LineMode::Finish : LineMode::Continue);
 }
 
-VOID WholeLine(ViewCursor& At, const CHAR16* Text) { Piece(At, Text, TRUE, TRUE); }
+VOID WholeLine(ViewDrawing& At, const CHAR16* Text) { Piece(At, Text, TRUE, TRUE); }
 
-// "yyyy/mm/dd hh:mm:ss" from a log time stamp.
-VOID DisplayTime(const CHAR16* Stamp, CHAR16* Out) {
-  constexpr UINTN From[] = {0, 1, 2, 3, 99, 4, 5, 99, 6, 7, 98, 9, 10, 97, 11, 12, 97, 13, 14};
-  UINTN Length = StrLen(Stamp);
+// A word of a line as a terminated text, on the stack.
+struct WordCopy {
+  explicit WordCopy(const LogWord& Word) {
+    UINTN I = 0;
+    for (; I < Word.Length && I + 1 < LogLineChars; ++I) Text[I] = Word.Start[I];
+    Text[I] = 0;
+  }
+  CHAR16 Text[LogLineChars];
+};
+
+// A key of the log as the module names it (TranslateKey), or the key itself
+// when the module has no text for it.
+class Translated {
+ public:
+  Translated(TestModuleProtocol* Module, const CHAR16* Key) : Key_(Key != nullptr ? Key : u"") {
+    CHAR16* Text = nullptr;
+    if (Module != nullptr) Module->TranslateKey(Module, Key_, &Text);
+    Text_.reset(Text);
+  }
+  const CHAR16* Text() const { return Text_ ? Text_.get() : Key_; }
+
+ private:
+  const CHAR16* Key_;
+  PoolPtr<CHAR16> Text_;
+};
+
+// A key read from a line, translated.
+class TranslatedWord {
+ public:
+  TranslatedWord(TestModuleProtocol* Module, const LogWord& Word) : Word_(Word), Translated_(Module, Word_.Text) {}
+  const CHAR16* Text() const { return Translated_.Text(); }
+
+ private:
+  WordCopy Word_;
+  Translated Translated_;
+};
+
+// "yyyy/mm/dd hh:mm:ss" from a log time stamp; what the stamp lacks shows
+// as blanks.
+constexpr UINTN DisplayTimeChars = 19;
+VOID DisplayTime(const LogWord& Stamp, CHAR16 (&Out)[DisplayTimeChars + 1]) {
+  struct Part {
+    log_stamp::Field Field;
+    CHAR16 After;
+  };
+  constexpr Part Parts[] = {{log_stamp::Year, u'/'},  {log_stamp::Month, u'/'},  {log_stamp::Day, u' '},
+                            {log_stamp::Hour, u':'}, {log_stamp::Minute, u':'}, {log_stamp::Second, 0}};
   UINTN O = 0;
-  for (UINTN Source : From) {
-    if (Source == 99) Out[O++] = u'/';
-    else if (Source == 98) Out[O++] = u' ';
-    else if (Source == 97) Out[O++] = u':';
-    else Out[O++] = Source < Length ? Stamp[Source] : u' ';
+  for (const Part& P : Parts) {
+    for (UINTN I = P.Field.At; I < P.Field.At + P.Field.Width; ++I) Out[O++] = I < Stamp.Length ? Stamp.Start[I] : u' ';
+    if (P.After != 0) Out[O++] = P.After;
   }
   Out[O] = 0;
 }
 
-BOOLEAN IsDigit(CHAR16 C) { return C >= u'0' && C <= u'9'; }
-
-BOOLEAN IsTimeStamped(const CHAR16* Line) {
-  if (StrLen(Line) < StampLength) return FALSE;
-  BOOLEAN Dashes = TRUE;
-  for (UINTN I = 0; I < StampLength; ++I) Dashes = Dashes && Line[I] == u'-';
-  if (Dashes) return TRUE;
-  for (UINTN I = 0; I < 8; ++I)
-    if (!IsDigit(Line[I])) return FALSE;
-  if (Line[8] != u'T') return FALSE;
-  for (UINTN I = 9; I < 15; ++I)
-    if (!IsDigit(Line[I])) return FALSE;
-  return Line[15] == u'U' && Line[16] == u'T' && Line[17] == u'C';
+// The start time of the log, from its header; empty without one.
+VOID HeadingTime(LogProtocol* Logs, CHAR16 (&Time)[DisplayTimeChars + 1]) {
+  Time[0] = 0;
+  CHAR16* Header = nullptr;
+  Logs->GetLine(0, &Header);
+  const PoolPtr<CHAR16> Owned(Header);
+  const ParsedLogLine Parsed = ParseLogLine(Header);
+  if (Parsed.Stamp.Length > 0) DisplayTime(Parsed.Stamp, Time);
 }
 
-// The word at Text: up to the first blank, colon or end, as a new buffer.
-PoolPtr<CHAR16> Word(const CHAR16* Text, UINTN* Length) {
-  UINTN L = 0;
-  while (Text[L] != 0 && Text[L] != u' ' && Text[L] != u':') ++L;
-  PoolPtr<CHAR16> Copy;
-  if (!EFI_ERROR(Copy.Allocate((L + 1) * sizeof(CHAR16)))) {
-    for (UINTN I = 0; I < L; ++I) Copy.get()[I] = Text[I];
-    Copy.get()[L] = 0;
-  }
-  *Length = L;
-  return Copy;
-}
-
-// The module's text for a key; the key itself when the module has none.
-class Translator {
- public:
-  explicit Translator(TestModuleProtocol* Module) : Module_(Module) {}
-  PoolPtr<CHAR16> operator()(const CHAR16* Key) const {
-    CHAR16* Text = nullptr;
-    if (Module_ != nullptr && Key != nullptr) Module_->TranslateKey(Module_, Key, &Text);
-    if (Text == nullptr) CopyTextToPool(Key, &Text);
-    return PoolPtr<CHAR16>(Text);
-  }
-
- private:
-  TestModuleProtocol* Module_;
-};
-
-const CHAR16* Or(const PoolPtr<CHAR16>& Text) { return Text ? Text.get() : u""; }
-
-// "time Stop <algorithm> RESULT duration", in three pieces.
-VOID StopLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Rest, const Translator& Translate) {
+// "time Stop <algorithm> RESULT duration", in three pieces. Rest holds the
+// algorithm key, the result word and the duration.
+VOID StopLine(ViewDrawing& At, const CHAR16* Time, const CHAR16* Rest) {
   CHAR16 Text[TextChars];
-  UINTN Length = 0;
-  const PoolPtr<CHAR16> Algorithm = Word(Rest, &Length);
-  SPrint(Text, TextBytes, u"%s %s %s ", Time, UiText(ui_text::LogStop), Or(Translate(Or(Algorithm))));
+  const LogWord Algorithm = WordAt(Rest);
+  SPrint(Text, TextBytes, u"%s %s %s ", Time, UiText(ui_text::LogStop), TranslatedWord(At.Module, Algorithm).Text());
   Piece(At, Text, TRUE, FALSE);
 
-  const CHAR16* AfterAlgorithm = Rest + Length + (Rest[Length] != 0 ? 1 : 0);
-  const PoolPtr<CHAR16> Result = Word(AfterAlgorithm, &Length);
+  const LogWord Result = WordAfter(Algorithm);
   struct ResultLook {
     const CHAR16* Word;
     UINTN Attribute;
     UINT64 Text;
   };
-  constexpr ResultLook Looks[] = {{u"SUCCESS", 0x02, ui_text::Passed},
-                                  {u"FAILURE", 0x34, ui_text::Failed},
-                                  {u"ABORTED", 0x31, ui_text::Canceled},
-                                  {u"UNSUPPORTED", 0x31, ui_text::NotSupported},
-                                  {u"SKIPPED", 0x31, ui_text::NotExecuted}};
+  constexpr ResultLook Looks[] = {{log_word::Success, ui_colour::Passed, ui_text::Passed},
+                                  {log_word::Failure, ui_colour::Failed, ui_text::Failed},
+                                  {log_word::Aborted, ui_colour::Status, ui_text::Canceled},
+                                  {log_word::Unsupported, ui_colour::Status, ui_text::NotSupported},
+                                  {log_word::Skipped, ui_colour::Status, ui_text::NotExecuted}};
   const INT32 Remembered = gST->ConOut->Mode->Attribute;
   const CHAR16* Shown = u"";
   for (const ResultLook& Look : Looks) {
-    if (StrCmp(Look.Word, Or(Result)) != 0) continue;
+    if (!Result.Is(Look.Word)) continue;
     SetColour(Look.Attribute);
     Shown = UiText(Look.Text);
   }
   Piece(At, Shown, FALSE, FALSE);
   SetColour(static_cast<UINTN>(Remembered));
 
-  const CHAR16* AfterResult = AfterAlgorithm + Length;
-  if (*AfterResult != 0) ++AfterResult;
+  const CHAR16* Duration = PastSeparator(Result.End());
   CHAR16* Number = nullptr;
-  if (Log()->StripSecondsSuffix(AfterResult, &Number)) {
+  if (Log()->StripSecondsSuffix(Duration, &Number)) {
     SPrint(Text, TextBytes, u" %s%c", Number, u's');
   } else {
-    SPrint(Text, TextBytes, u" %s", Number != nullptr ? Number : AfterResult);
+    SPrint(Text, TextBytes, u" %s", Number != nullptr ? Number : Duration);
   }
   if (Number != nullptr) gBS->FreePool(Number);
   Piece(At, Text, FALSE, TRUE);
 }
 
 // "time Kind <first word>" and then the rest, upper-case words translated.
-VOID MessageLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Kind, const CHAR16* Rest,
-                 const Translator& Translate) {
+VOID MessageLine(ViewDrawing& At, const CHAR16* Time, const LogWord& Kind, const CHAR16* Rest) {
   struct KindText {
     const CHAR16* Word;
     UINT64 Text;
   };
-  constexpr KindText Kinds[] = {{u"MESSAGE", ui_text::LogMessage},
-                                {u"CRITICAL", ui_text::LogCritical},
-                                {u"ERROR", ui_text::LogError},
-                                {u"WARNING", ui_text::LogWarning}};
-  const CHAR16* KindShown = Kind;
+  constexpr KindText Kinds[] = {{log_word::Message, ui_text::LogMessage},
+                                {log_word::Critical, ui_text::LogCritical},
+                                {log_word::Error, ui_text::LogError},
+                                {log_word::Warning, ui_text::LogWarning}};
+  const WordCopy KindWord(Kind);
+  const CHAR16* KindShown = KindWord.Text;
   for (const KindText& K : Kinds)
-    if (StrCmp(K.Word, Kind) == 0) KindShown = UiText(K.Text);
-  UINTN Length = 0;
-  const PoolPtr<CHAR16> First = Word(Rest, &Length);
+    if (Kind.Is(K.Word)) KindShown = UiText(K.Text);
+  const LogWord First = WordAt(Rest);
   CHAR16 Text[TextChars];
-  SPrint(Text, TextBytes, u"%s %s %s", Time, KindShown, Or(Translate(Or(First))));
+  SPrint(Text, TextBytes, u"%s %s %s", Time, KindShown, TranslatedWord(At.Module, First).Text());
   Piece(At, Text, TRUE, FALSE);
-  for (const CHAR16* C = Rest + Length; *C != 0;) {
+  for (const CHAR16* C = First.End(); *C != 0;) {
     if (*C >= u'A' && *C <= u'Z') {
-      const PoolPtr<CHAR16> Key = Word(C, &Length);
-      Piece(At, Or(Translate(Or(Key))), FALSE, FALSE);
-      C += Length;
+      const LogWord Key = WordAt(C);
+      Piece(At, TranslatedWord(At.Module, Key).Text(), FALSE, FALSE);
+      C = Key.End();
     } else {
       const CHAR16 One[2] = {*C, 0};
       Piece(At, One, FALSE, FALSE);
@@ -177,83 +178,79 @@ VOID MessageLine(ViewCursor& At, const CHAR16* Time, const CHAR16* Kind, const C
   Piece(At, u"", FALSE, TRUE);
 }
 
-VOID LogLineRule(ViewCursor& At, const CHAR16* Line, BOOLEAN& Indented, const Translator& Translate) {
-  CHAR16 Text[TextChars];
-  UINTN Length = 0;
-  if (IsTimeStamped(Line)) {
-    CHAR16 Time[24];
-    DisplayTime(Line, Time);
-    const CHAR16* Rest = StrLen(Line) > StampLength ? Line + StampLength + 1 : Line + StrLen(Line);
-    const PoolPtr<CHAR16> W = Word(Rest, &Length);
-    Rest += Length;
-    if (*Rest != 0) ++Rest;
-    if (StrCmp(Or(W), u"START") == 0) {
-      const PoolPtr<CHAR16> Algorithm = Word(Rest, &Length);
-      SPrint(Text, TextBytes, u"%s %s %s", Time, UiText(ui_text::LogStart), Or(Translate(Or(Algorithm))));
-      WholeLine(At, Text);
-    } else if (StrCmp(Or(W), u"STOP") == 0) {
-      StopLine(At, Time, Rest, Translate);
-    } else {
-      MessageLine(At, Time, Or(W), Rest, Translate);
-    }
+VOID StampedLine(ViewDrawing& At, const ParsedLogLine& Line) {
+  CHAR16 Time[DisplayTimeChars + 1];
+  DisplayTime(Line.Stamp, Time);
+  const CHAR16* Rest = PastSeparator(Line.Rest);
+  if (Line.Keyword.Is(log_word::Start)) {
+    CHAR16 Text[TextChars];
+    SPrint(Text, TextBytes, u"%s %s %s", Time, UiText(ui_text::LogStart),
+           TranslatedWord(At.Module, WordAt(Rest)).Text());
+    WholeLine(At, Text);
+  } else if (Line.Keyword.Is(log_word::Stop)) {
+    StopLine(At, Time, Rest);
+  } else {
+    MessageLine(At, Time, Line.Keyword, Rest);
+  }
+}
+
+// ">>> RESOURCE BANK": the group's heading; its rows are indented.
+VOID GroupHeading(ViewDrawing& At, const ParsedLogLine& Line, CHAR16 (&Text)[TextChars]) {
+  const LogWord Kind = WordAt(PastSeparator(Line.Rest));
+  const WordCopy KindWord(Kind);
+  SPrint(Text, TextBytes, u"%s: %s", Kind.Is(log_word::Resource) ? UiText(ui_text::LogResource) : KindWord.Text,
+         TranslatedWord(At.Module, WordAfter(Kind)).Text());
+  At.Indented = TRUE;
+}
+
+VOID LogLineRule(ViewDrawing& At, const CHAR16* Raw) {
+  const ParsedLogLine Line = ParseLogLine(Raw);
+  if (Line.TimeStamped) {
+    StampedLine(At, Line);
     return;
   }
-  const PoolPtr<CHAR16> W = Word(Line, &Length);
-  const CHAR16* Rest = Line + Length;
-  if (StrCmp(Or(W), u"INDEX") == 0) {
-    SPrint(Text, TextBytes, u"%s%s%s", Indentation, UiText(ui_text::LogIndex), Rest);
-  } else if (StrCmp(Or(W), u"START") == 0 || StrCmp(Or(W), u"STOP") == 0) {
-    const UINT64 Which = StrCmp(Or(W), u"START") == 0 ? ui_text::LogStart : ui_text::LogStop;
+  CHAR16 Text[TextChars];
+  const LogWord& W = Line.Keyword;
+  if (W.Is(log_word::Index)) {
+    SPrint(Text, TextBytes, u"%s%s%s", Indentation, UiText(ui_text::LogIndex), Line.Rest);
+  } else if (W.Is(log_word::Start) || W.Is(log_word::Stop)) {
+    const UINT64 Which = W.Is(log_word::Start) ? ui_text::LogStart : ui_text::LogStop;
     SPrint(Text, TextBytes, u"%s %s", UiText(Which), UiText(ui_text::LogTests));
-  } else if (StrCmp(Or(W), u">>>") == 0) {
-    // ">>> RESOURCE BANK": the group's heading; its rows are indented.
-    const CHAR16* R = *Rest != 0 ? Rest + 1 : Rest;
-    const PoolPtr<CHAR16> First = Word(R, &Length);
-    R += Length;
-    if (*R != 0) ++R;
-    const PoolPtr<CHAR16> Group = Word(R, &Length);
-    const BOOLEAN IsResource = StrCmp(Or(First), u"RESOURCE") == 0;
-    SPrint(Text, TextBytes, u"%s: %s", IsResource ? UiText(ui_text::LogResource) : Or(First),
-           Or(Translate(Or(Group))));
-    Indented = TRUE;
-  } else if (StrCmp(Or(W), u"<<<") == 0) {
+  } else if (W.Is(log_word::GroupOpen)) {
+    GroupHeading(At, Line, Text);
+  } else if (W.Is(log_word::GroupClose)) {
     Text[0] = 0;
-    Indented = FALSE;
+    At.Indented = FALSE;
   } else {
-    SPrint(Text, TextBytes, u"%s%s%s", Indented ? Indentation : u"", Or(Translate(Or(W))), Rest);
+    SPrint(Text, TextBytes, u"%s%s%s", At.Indented ? Indentation : u"", TranslatedWord(At.Module, W).Text(),
+           Line.Rest);
   }
   WholeLine(At, Text);
 }
 
 }  // namespace
 
-EFI_STATUS DrawTestLogView(UINT64 TestIndex) {
+EFI_STATUS DrawTestLogView(LogViewState& View, UINT64 TestIndex) {
   LogProtocol* Logs = Log();
   if (Logs == nullptr) return EFI_SUCCESS;
-  TestModuleProtocol* Module = nullptr;
-  UiTests->GetTest(TestIndex, &Module);
-  const Translator Translate(Module);
+  ViewDrawing At{View};
+  UiTests->GetTest(TestIndex, &At.Module);
   const UINT64 LinesPerDevice = Logs->GetLogFirstDeviceLineCount();
   const UINT64 Devices = Logs->GetLogDeviceCount();
-  LogViewLineCount = Devices * (LinesPerDevice + 2) + 2;
+  View.LogViewLineCount = Devices * (LinesPerDevice + 2) + 2;
   SetColour(ui_colour::Screen);
 
-  ViewCursor At;
   CHAR16 Text[TextChars];
   SPrint(Text, TextBytes, u"%s %s", UiText(ui_text::Title), UiText(ui_text::LogTitle));
   WholeLine(At, Text);
   CHAR16* ModuleKey = nullptr;
   Logs->GetLogModuleKey(&ModuleKey);
   const PoolPtr<CHAR16> OwnedKey(ModuleKey);
-  CHAR16* First = nullptr;
-  Logs->GetLine(0, &First);
-  const PoolPtr<CHAR16> FirstLine(First);
-  CHAR16 Time[24] = {0};
-  if (FirstLine && StrLen(FirstLine.get()) > 4) DisplayTime(FirstLine.get() + 4, Time);
-  SPrint(Text, TextBytes, u"%s - %s", Or(Translate(Or(OwnedKey))), Time);
+  CHAR16 Time[DisplayTimeChars + 1];
+  HeadingTime(Logs, Time);
+  SPrint(Text, TextBytes, u"%s - %s", Translated(At.Module, OwnedKey.get()).Text(), Time);
   WholeLine(At, Text);
 
-  BOOLEAN Indented = FALSE;
   UINT64 L = 0;
   for (UINT64 D = 0; D < Devices; ++D) {
     for (UINT64 J = 0; J < LinesPerDevice + 2; ++J) {
@@ -266,45 +263,42 @@ EFI_STATUS DrawTestLogView(UINT64 TestIndex) {
         Logs->GetLogDisplayName(&Name, D);
         Logs->GetLogResultCode(&Code, D);
         const PoolPtr<CHAR16> OwnedName(Name), OwnedCode(Code);
-        SPrint(Text, TextBytes, u"%s - %s %s", Or(Translate(Or(OwnedName))), UiText(ui_text::ResultCode),
-               Or(OwnedCode));
+        SPrint(Text, TextBytes, u"%s - %s %s", Translated(At.Module, OwnedName.get()).Text(),
+               UiText(ui_text::ResultCode), OwnedCode ? OwnedCode.get() : u"");
         WholeLine(At, Text);
       } else {
         CHAR16* Line = nullptr;
         Logs->GetLine(L, &Line);
         const PoolPtr<CHAR16> OwnedLine(Line);
-        LogLineRule(At, Or(OwnedLine), Indented, Translate);
+        LogLineRule(At, OwnedLine ? OwnedLine.get() : u"");
       }
     }
   }
-  DrawScrollBar(LogViewLineCount, LogVisibleLines, LogScrollTop, 3);
+  DrawScrollBar(View.LogViewLineCount, View.LogVisibleLines, View.LogScrollTop, 3);
   return EFI_SUCCESS;
 }
 
-EFI_STATUS DrawRecoveryLogView() {
+EFI_STATUS DrawRecoveryLogView(LogViewState& View) {
   LogProtocol* Logs = Log();
   if (Logs == nullptr) return EFI_SUCCESS;
   const UINT64 Lines = Logs->GetLineCount();
-  LogViewLineCount = Lines + 1;
+  View.LogViewLineCount = Lines + 1;
   SetColour(ui_colour::Screen);
-  ViewCursor At;
+  ViewDrawing At{View};
   Piece(At, UiText(ui_text::Title), TRUE, FALSE);
   Piece(At, u" ", FALSE, FALSE);
   Piece(At, UiText(ui_text::LogTitle), FALSE, TRUE);
-  CHAR16* First = nullptr;
-  Logs->GetLine(0, &First);
-  const PoolPtr<CHAR16> FirstLine(First);
-  CHAR16 Time[24] = {0};
-  if (FirstLine && StrLen(FirstLine.get()) > 4) DisplayTime(FirstLine.get() + 4, Time);
+  CHAR16 Time[DisplayTimeChars + 1];
+  HeadingTime(Logs, Time);
   WholeLine(At, Time);
   WholeLine(At, u"");
   for (UINT64 I = 1; I + 1 < Lines; ++I) {
     CHAR16* Line = nullptr;
     Logs->GetLine(I, &Line);
     const PoolPtr<CHAR16> OwnedLine(Line);
-    WholeLine(At, Or(OwnedLine));
+    WholeLine(At, OwnedLine ? OwnedLine.get() : u"");
   }
-  DrawScrollBar(LogViewLineCount, LogVisibleLines, LogScrollTop, 3);
+  DrawScrollBar(View.LogViewLineCount, View.LogVisibleLines, View.LogScrollTop, 3);
   return EFI_SUCCESS;
 }
 

@@ -7,13 +7,16 @@
 
 namespace tarvik {
 
-extern UINT64 LogScrollTop;      // first shown display line
-extern UINT64 LogVisibleLines;   // rows - 6
-extern UINT64 LogViewLineCount;  // display lines of the current view
+// What the log screen and the log view share: the part of the view shown.
+struct LogViewState {
+  UINT64 LogScrollTop = 0;      // first shown display line
+  UINT64 LogVisibleLines = 0;   // rows - 6
+  UINT64 LogViewLineCount = 0;  // display lines of the current view, set by each drawing
+};
 
 // The log of a test run by the module at TestIndex of the registry.
-EFI_STATUS DrawTestLogView(UINT64 TestIndex);
+EFI_STATUS DrawTestLogView(LogViewState& View, UINT64 TestIndex);
 // The log of a recovery run, its lines shown as they are.
-EFI_STATUS DrawRecoveryLogView();
+EFI_STATUS DrawRecoveryLogView(LogViewState& View);
 
 }  // namespace tarvik

@@ -6,6 +6,7 @@
 #include "core/pool.h"
 #include "core/wide_string.h"
 #include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_strings.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
 #include "ui/ui_state.h"
@@ -13,26 +14,26 @@
 namespace tarvik {
 namespace {
 
-// A labelled SMBIOS string: the structure's byte at Offset is the string's number.
+// A labelled SMBIOS string of a Structure: its field Number names the string.
+template <typename Structure>
 struct SmbiosField {
   UINTN Row;
   UINT64 Label;
-  UINT8 Offset;
+  UINT8 Structure::*Number;
 };
 
-constexpr SmbiosField MachineFields[] = {
-    {7, ui_text::MachineManufacturer, 4},
-    {8, ui_text::ProductName, 5},
-    {9, ui_text::ProductVersion, 6},
-    {10, ui_text::MachineSerialNumber, 7},
+// The serial number, row 10, comes from the helper the result codes use.
+constexpr SmbiosField<SmbiosSystemInformation> MachineFields[] = {
+    {7, ui_text::MachineManufacturer, &SmbiosSystemInformation::Manufacturer},
+    {8, ui_text::ProductName, &SmbiosSystemInformation::ProductName},
+    {9, ui_text::ProductVersion, &SmbiosSystemInformation::Version},
 };
-constexpr SmbiosField BiosFields[] = {
-    {15, ui_text::BiosVersion, 5},
-    {16, ui_text::BiosReleaseDate, 8},
-    {17, ui_text::BiosManufacturer, 4},
+constexpr UINTN MachineSerialNumberRow = 10;
+constexpr SmbiosField<SmbiosBiosInformation> BiosFields[] = {
+    {15, ui_text::BiosVersion, &SmbiosBiosInformation::BiosVersion},
+    {16, ui_text::BiosReleaseDate, &SmbiosBiosInformation::ReleaseDate},
+    {17, ui_text::BiosManufacturer, &SmbiosBiosInformation::Vendor},
 };
-constexpr UINT8 ProcessorManufacturerOffset = 7;
-constexpr UINT8 ProcessorVersionOffset = 16;
 constexpr UINTN ProcessorManufacturerRow = 22;
 constexpr UINTN ProcessorVersionRow = 23;
 
@@ -47,16 +48,6 @@ Layout TabLayout() {
   return {Columns * 15 / 100, Columns * 85 / 100, Columns / 2};
 }
 
-// The string a structure's byte at Offset names; a field beyond the
-// structure's formatted length reads as no string (empty).
-CHAR16* FieldText(SmBiosProtocol* SmBios, const VOID* Record, UINT8 Offset) {
-  const UINT8* Bytes = static_cast<const UINT8*>(Record);
-  const UINT8 Number = Offset < Bytes[1] ? Bytes[Offset] : 0;
-  CHAR16* Text = nullptr;
-  if (EFI_ERROR(SmBios->GetSmbiosString(Record, Number, &Text))) return nullptr;
-  return Text;
-}
-
 VOID PrintLabel(const Layout& At, UINTN Row, UINT64 Label) {
   MoveCursor(At.Left, Row);
   Print(u"%s:", UiText(Label));
@@ -67,21 +58,25 @@ VOID PrintValue(const Layout& At, UINTN Row, const CHAR16* Value) {
   Print(u"%s", Value != nullptr ? Value : u"");
 }
 
-VOID PrintFields(SmBiosProtocol* SmBios, const VOID* Record, const Layout& At, const SmbiosField* Fields,
-                 UINTN Count) {
-  for (UINTN I = 0; I < Count; ++I) {
-    PoolPtr<CHAR16> Value(FieldText(SmBios, Record, Fields[I].Offset));
-    PrintLabel(At, Fields[I].Row, Fields[I].Label);
-    PrintValue(At, Fields[I].Row, Value.get());
-  }
+VOID PrintRow(const Layout& At, UINTN Row, UINT64 Label, const PoolPtr<CHAR16>& Value) {
+  PrintLabel(At, Row, Label);
+  PrintValue(At, Row, Value.get());
+}
+
+template <typename Structure, UINTN Count>
+VOID PrintFields(SmBiosProtocol* SmBios, const VOID* Record, const Layout& At,
+                 const SmbiosField<Structure> (&Fields)[Count]) {
+  const Structure Fixed = ReadSmbiosStructure<Structure>(Record);
+  for (const SmbiosField<Structure>& Field : Fields)
+    PrintRow(At, Field.Row, Field.Label, SmbiosString(*SmBios, Record, Fixed.*Field.Number));
 }
 
 // Heading centred across the screen, then the structure; null when missing.
-VOID* Section(SmBiosProtocol* SmBios, UINT64 Heading, UINTN Row, UINT8 Type) {
+VOID* Section(SmBiosProtocol* SmBios, UINT64 Heading, UINTN Row, SmbiosType Type) {
   SetColour(ui_colour::Screen);
   PrintCentered(UiText(Heading), Row, 0, ScreenColumns() - 1);
   VOID* Record = nullptr;
-  if (EFI_ERROR(SmBios->GetSmbiosStructure(Type, &Record, 0))) return nullptr;
+  if (EFI_ERROR(SmBios->GetSmbiosStructure(static_cast<UINT8>(Type), &Record, 0))) return nullptr;
   return Record;
 }
 
@@ -108,33 +103,34 @@ VOID PrintWrappedValue(const CHAR16* Text, UINTN From, UINTN To) {
   Print(u"%.*s", static_cast<INT32>(Width), Text + Rest);
 }
 
-UINT8 DrawMachineTab() {
+UINT8 DrawMachineTab(SystemInfo& Info) {
   const Layout At = TabLayout();
   const UINTN Columns = ScreenColumns();
-  InfoLineCount = 0;
+  Info.InfoLineCount = 0;
   ClearArea(At.Left - 2, Columns, 4, ScreenRows() - 2);
   SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
   if (SmBios == nullptr) return 1;
   SetColour(ui_colour::Screen);
 
-  VOID* Machine = Section(SmBios, ui_text::MachineInformation, 5, 1);
+  VOID* Machine = Section(SmBios, ui_text::MachineInformation, 5, SmbiosType::SystemInformation);
   if (Machine == nullptr) return 1;
   DrawDoubleBox(At.Left - 2, At.Right, 6, 11);
-  PrintFields(SmBios, Machine, At, MachineFields, sizeof(MachineFields) / sizeof(MachineFields[0]));
+  PrintFields(SmBios, Machine, At, MachineFields);
+  PrintRow(At, MachineSerialNumberRow, ui_text::MachineSerialNumber, SystemSerialNumber(*SmBios));
 
-  VOID* Bios = Section(SmBios, ui_text::BiosInformation, 13, 0);
+  VOID* Bios = Section(SmBios, ui_text::BiosInformation, 13, SmbiosType::BiosInformation);
   if (Bios == nullptr) return 1;
   DrawDoubleBox(At.Left - 2, At.Right, 14, 18);
-  PrintFields(SmBios, Bios, At, BiosFields, sizeof(BiosFields) / sizeof(BiosFields[0]));
+  PrintFields(SmBios, Bios, At, BiosFields);
 
-  VOID* Processor = Section(SmBios, ui_text::ProcessorInformation, 20, 4);
+  VOID* Processor = Section(SmBios, ui_text::ProcessorInformation, 20, SmbiosType::ProcessorInformation);
   if (Processor == nullptr) return 1;
-  PoolPtr<CHAR16> Version(FieldText(SmBios, Processor, ProcessorVersionOffset));
+  const auto Cpu = ReadSmbiosStructure<SmbiosProcessorInformation>(Processor);
+  const PoolPtr<CHAR16> Version = SmbiosString(*SmBios, Processor, Cpu.ProcessorVersion);
   const UINTN VersionLength = Version ? StrLen(Version.get()) : 0;
   DrawDoubleBox(At.Left - 2, At.Right, 21, At.Right - At.ValueColumn > VersionLength ? 24 : 25);
-  PoolPtr<CHAR16> Manufacturer(FieldText(SmBios, Processor, ProcessorManufacturerOffset));
-  PrintLabel(At, ProcessorManufacturerRow, ui_text::ProcessorManufacturer);
-  PrintValue(At, ProcessorManufacturerRow, Manufacturer.get());
+  PrintRow(At, ProcessorManufacturerRow, ui_text::ProcessorManufacturer,
+           SmbiosString(*SmBios, Processor, Cpu.ProcessorManufacturer));
   PrintLabel(At, ProcessorVersionRow, ui_text::ProcessorVersion);
   PrintWrappedValue(Version.get(), At.ValueColumn, At.Right);
   return 0;

@@ -6,19 +6,10 @@
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
-#include "ui/test_run_screen.h"
+#include "ui/test_run_flow.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {
-
-constinit UINT64 TestCount = 0;
-constinit UINT64 ToolCount = 1;
-constinit UINT64 MainMenuSelection = 0;
-constinit UINT64 ActivePanel = TestsPanel;
-constinit UINT64 VisibleRows = 0;
-constinit UINT8 ExitRequested = 0;
-constinit EFI_EVENT ClockTimerEvent = nullptr;
-constinit TestModuleProtocol* CurrentTest = nullptr;
 
 namespace {
 
@@ -42,14 +33,16 @@ VOID DrawEntry(const PanelColumns& Columns, UINTN Row, const CHAR16* Name, BOOLE
   while (CursorColumn() < Columns.Right) PutChar(u' ');
 }
 
-VOID DrawTestsPanel() {
+VOID DrawTestsPanel(const MainScreen& Screen) {
+  const UINT64 Visible = Screen.VisibleRows;
+  const UINT64 Selection = Screen.MainMenuSelection;
   const PanelColumns Columns = PanelAt(TestsPanel);
-  DrawDoubleBox(Columns.Left - 1, Columns.Right, 4, VisibleRows + 5);
-  const UINT64 First = MainMenuSelection < VisibleRows ? 0 : MainMenuSelection - VisibleRows + 1;
-  for (UINT64 Entry = First; Entry <= TestCount && Entry < First + VisibleRows; ++Entry) {
-    const BOOLEAN Highlighted = ActivePanel == TestsPanel && Entry == MainMenuSelection;
+  DrawDoubleBox(Columns.Left - 1, Columns.Right, 4, Visible + 5);
+  const UINT64 First = Selection < Visible ? 0 : Selection - Visible + 1;
+  for (UINT64 Entry = First; Entry <= Screen.TestCount && Entry < First + Visible; ++Entry) {
+    const BOOLEAN Highlighted = Screen.ActivePanel == TestsPanel && Entry == Selection;
     const UINTN Row = 5 + (Entry - First);
-    if (Entry == TestCount) {
+    if (Entry == Screen.TestCount) {
       DrawEntry(Columns, Row, UiText(ui_text::ExitApplication), Highlighted);
       continue;
     }
@@ -61,82 +54,83 @@ VOID DrawTestsPanel() {
   }
 }
 
-VOID DrawToolsPanel() {
+VOID DrawToolsPanel(const MainScreen& Screen) {
   const PanelColumns Columns = PanelAt(ToolsPanel);
-  DrawDoubleBox(Columns.Left - 1, Columns.Right, 4, VisibleRows + 5);
+  DrawDoubleBox(Columns.Left - 1, Columns.Right, 4, Screen.VisibleRows + 5);
   constexpr UINT64 ToolNames[] = {ui_text::SystemInformation, ui_text::RecoverBadSectorsTool};
-  for (UINT64 Entry = 0; Entry < ToolCount && Entry < VisibleRows; ++Entry) {
-    const BOOLEAN Highlighted = ActivePanel == ToolsPanel && Entry == MainMenuSelection;
+  for (UINT64 Entry = 0; Entry < Screen.ToolCount && Entry < Screen.VisibleRows; ++Entry) {
+    const BOOLEAN Highlighted = Screen.ActivePanel == ToolsPanel && Entry == Screen.MainMenuSelection;
     DrawEntry(Columns, 5 + Entry, UiText(ToolNames[Entry]), Highlighted);
   }
 }
 
 // Up and Down wrap round the active panel's entries.
-VOID MoveSelection(BOOLEAN Up) {
-  const UINT64 Last = ActivePanel == TestsPanel ? TestCount : ToolCount - 1;
+VOID MoveSelection(MainScreen& Screen, BOOLEAN Up) {
+  const UINT64 Last = Screen.ActivePanel == TestsPanel ? Screen.TestCount : Screen.ToolCount - 1;
+  UINT64& Selection = Screen.MainMenuSelection;
   if (Up) {
-    MainMenuSelection = MainMenuSelection == 0 ? Last : MainMenuSelection - 1;
+    Selection = Selection == 0 ? Last : Selection - 1;
   } else {
-    MainMenuSelection = MainMenuSelection >= Last ? 0 : MainMenuSelection + 1;
+    Selection = Selection >= Last ? 0 : Selection + 1;
   }
 }
 
-VOID SwitchPanel() {
-  if (ActivePanel == TestsPanel) {
-    ActivePanel = ToolsPanel;
-    if (MainMenuSelection > ToolCount - 1) MainMenuSelection = ToolCount - 1;
+VOID SwitchPanel(MainScreen& Screen) {
+  if (Screen.ActivePanel == TestsPanel) {
+    Screen.ActivePanel = ToolsPanel;
+    if (Screen.MainMenuSelection > Screen.ToolCount - 1) Screen.MainMenuSelection = Screen.ToolCount - 1;
   } else {
-    ActivePanel = TestsPanel;
+    Screen.ActivePanel = TestsPanel;
   }
 }
 
-VOID Choose() {
-  if (ActivePanel == TestsPanel) {
-    if (MainMenuSelection < UiTests->GetTestCount()) {
-      RunTestFlow();
+VOID Choose(MainScreen& Screen) {
+  if (Screen.ActivePanel == TestsPanel) {
+    if (Screen.MainMenuSelection < UiTests->GetTestCount()) {
+      RunTestFlow(Screen.MainMenuSelection);
     } else {
-      ExitRequested = 1;
+      Screen.ExitRequested = 1;
     }
-  } else if (MainMenuSelection == 0) {
+  } else if (Screen.MainMenuSelection == 0) {
     ShowSystemInfo();
   }
   // Entry 1 of the tools, the bad-sector recovery, opens its screens once
   // they exist; the main screen is redrawn either way.
-  DrawMainScreen();
+  DrawMainScreen(Screen);
 }
 
 }  // namespace
 
-VOID DrawMainPanels() {
-  DrawTestsPanel();
-  DrawToolsPanel();
+VOID DrawMainPanels(const MainScreen& Screen) {
+  DrawTestsPanel(Screen);
+  DrawToolsPanel(Screen);
 }
 
-VOID DrawMainScreen() {
-  const UINT64 Entries = TestCount + 1 > ToolCount ? TestCount + 1 : ToolCount;
+VOID DrawMainScreen(MainScreen& Screen) {
+  const UINT64 Entries = Screen.TestCount + 1 > Screen.ToolCount ? Screen.TestCount + 1 : Screen.ToolCount;
   const UINT64 Room = ScreenRows() > 8 ? ScreenRows() - 8 : 0;
-  VisibleRows = Entries < Room ? Entries : Room;
+  Screen.VisibleRows = Entries < Room ? Entries : Room;
   DrawScreenFrame(UiText(ui_text::MainScreen), UiText(ui_text::MainFooter));
   DrawPanelTitles(UiText(ui_text::Tests), UiText(ui_text::Tools));
-  DrawMainPanels();
+  DrawMainPanels(Screen);
 }
 
-VOID DispatchMainScreenKey(const EFI_INPUT_KEY& Key) {
+VOID DispatchMainScreenKey(MainScreen& Screen, const EFI_INPUT_KEY& Key) {
   switch (Key.ScanCode) {
     case SCAN_UP:
     case SCAN_DOWN:
-      MoveSelection(Key.ScanCode == SCAN_UP);
-      DrawMainPanels();
+      MoveSelection(Screen, Key.ScanCode == SCAN_UP);
+      DrawMainPanels(Screen);
       break;
     case SCAN_RIGHT:
     case SCAN_LEFT:
-      SwitchPanel();
-      DrawMainPanels();
+      SwitchPanel(Screen);
+      DrawMainPanels(Screen);
       break;
     default:
       break;
   }
-  if (Key.UnicodeChar == CharEnter) Choose();
+  if (Key.UnicodeChar == CharEnter) Choose(Screen);
 }
 
 }  // namespace tarvik

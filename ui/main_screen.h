@@ -1,32 +1,31 @@
 // The main screen: the "Tests" panel (the registered test modules and "Exit
-// Application") and the "Tools" panel, and the loop that dispatches its keys
-// until the technician leaves.
+// Application") and the "Tools" panel, and the keys it dispatches until the
+// technician leaves.
 #pragma once
 
 #include "efi/efi.h"
 
 namespace tarvik {
 
-struct TestModuleProtocol;
-
-extern UINT64 TestCount;          // registered test modules, read once at start
-extern UINT64 ToolCount;          // 2 when the bad-sector tool exists, else 1
-extern UINT64 MainMenuSelection;  // highlighted entry of the active panel
-extern UINT64 ActivePanel;        // 0 "Tests", 1 "Tools"
-extern UINT64 VisibleRows;        // entries shown per panel
-extern UINT8 ExitRequested;
-extern EFI_EVENT ClockTimerEvent;
-// The test module the test flow works on.
-extern TestModuleProtocol* CurrentTest;
-
 inline constexpr UINT64 TestsPanel = 0;
 inline constexpr UINT64 ToolsPanel = 1;
 
+// The main screen's record, owned by the interface's entry for its run. The
+// selection and the panel keep their values across the sub-screens.
+struct MainScreen {
+  UINT64 TestCount = 0;                // registered test modules, read once at start
+  UINT64 ToolCount = 1;                // 2 when the bad-sector tool exists, else 1
+  UINT64 MainMenuSelection = 0;        // highlighted entry of the active panel
+  UINT64 ActivePanel = TestsPanel;     // 0 "Tests", 1 "Tools"
+  UINT64 VisibleRows = 0;              // entries shown per panel
+  UINT8 ExitRequested = 0;
+};
+
 // Frame and both panels.
-VOID DrawMainScreen();
+VOID DrawMainScreen(MainScreen& Screen);
 // Both panels, not the frame (after an arrow key).
-VOID DrawMainPanels();
+VOID DrawMainPanels(const MainScreen& Screen);
 // One key of the main screen; Enter runs the chosen screen to its end.
-VOID DispatchMainScreenKey(const EFI_INPUT_KEY& Key);
+VOID DispatchMainScreenKey(MainScreen& Screen, const EFI_INPUT_KEY& Key);
 
 }  // namespace tarvik

@@ -7,6 +7,8 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/locate.h"
+#include "core/pool_text.h"
+#include "core/timer_event.h"
 #include "registry/test_collection_protocol.h"
 #include "text/language_protocol.h"
 #include "ui/console_mode.h"
@@ -25,69 +27,81 @@ EFIAPI VOID ClockTick(EFI_EVENT, VOID*) {
   if (ClockEnabled == 1) DrawClock(0);
 }
 
-VOID ReleaseInterfaceState() {
-  if (ScreenSize != nullptr) gBS->FreePool(ScreenSize);
-  ScreenSize = nullptr;
-  if (InterfaceStrings != nullptr) {
-    for (UINT64 I = 0; I < InterfaceStringCount; ++I)
-      if (InterfaceStrings[I] != nullptr) gBS->FreePool(InterfaceStrings[I]);
-    gBS->FreePool(InterfaceStrings);
+// The interface state every screen shares, for one run of the interface:
+// set up by Start, released on every way out (the clock stops first, so its
+// notification never draws on a console being handed back).
+class InterfaceSession {
+ public:
+  InterfaceSession() = default;
+  InterfaceSession(const InterfaceSession&) = delete;
+  InterfaceSession& operator=(const InterfaceSession&) = delete;
+  ~InterfaceSession() {
+    Clock_.Close();
+    if (ScreenSize != nullptr) gBS->FreePool(ScreenSize);
+    ScreenSize = nullptr;
+    FreeTextArray(InterfaceStrings, InterfaceStringCount);
+    InterfaceStringCount = 0;
   }
-  InterfaceStrings = nullptr;
-  InterfaceStringCount = 0;
-}
 
-// Where the interface starts (also when it runs a second time in one boot).
-VOID ResetInterfaceState() {
-  MainMenuSelection = 0;
-  ActivePanel = TestsPanel;
-  ExitRequested = 0;
-  ClockEnabled = 1;
-  CurrentTest = nullptr;
+  // The console size, the services and the "Interface" texts; EFI_ABORTED
+  // when a service the screens need is missing.
+  EFI_STATUS Start() {
+    ClockEnabled = 1;
+    VOID* Size = nullptr;
+    if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, 2 * sizeof(UINT64), &Size))) return EFI_ABORTED;
+    ScreenSize = static_cast<UINT64*>(Size);
+    ScreenSize[0] = 0;
+    ScreenSize[1] = 0;
+    UiCommon = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
+    UiLanguage = UiCommon != nullptr ? LocateService<LanguageProtocol>(LanguageProtocolGuid) : nullptr;
+    UiTests = UiLanguage != nullptr ? LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid) : nullptr;
+    return UiTests != nullptr ? EFI_SUCCESS : EFI_ABORTED;
+  }
+
+  VOID FetchTexts() {
+    if (EFI_ERROR(UiLanguage->GetStringTable(u"Interface", &InterfaceStringCount, &InterfaceStrings))) {
+      InterfaceStrings = nullptr;
+      InterfaceStringCount = 0;
+    }
+  }
+
+  VOID StartClock() {
+    gRT->GetTime(&ClockTime, nullptr);
+    Clock_.StartPeriodic(TPL_NOTIFY, ClockTick, nullptr, OneSecond);
+  }
+
+ private:
+  TimerEvent Clock_;
+};
+
+// The main screen from start to "Exit Application".
+EFI_STATUS RunMainScreen() {
+  InterfaceSession Session;
+  if (EFI_ERROR(Session.Start())) return EFI_ABORTED;
+  MainScreen Screen;
+  Screen.TestCount = UiTests->GetTestCount();
+  Session.FetchTexts();
+  Screen.ToolCount = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid) != nullptr ? 2 : 1;
+
+  EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
+  ChooseConsoleMode();
+  Out->EnableCursor(Out, FALSE);
+  Session.StartClock();
+
+  DrawMainScreen(Screen);
+  DrawMainScreen(Screen);
+  while (Screen.ExitRequested == 0) {
+    const EFI_INPUT_KEY Key = ReadPolledKey();
+    DispatchMainScreenKey(Screen, Key);
+  }
+  return EFI_SUCCESS;
 }
 
 }  // namespace
 
 EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-  ResetInterfaceState();
-  VOID* Size = nullptr;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, 2 * sizeof(UINT64), &Size))) return EFI_ABORTED;
-  ScreenSize = static_cast<UINT64*>(Size);
-  ScreenSize[0] = 0;
-  ScreenSize[1] = 0;
-  UiCommon = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
-  UiLanguage = UiCommon != nullptr ? LocateService<LanguageProtocol>(LanguageProtocolGuid) : nullptr;
-  UiTests = UiLanguage != nullptr ? LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid) : nullptr;
-  if (UiTests == nullptr) {
-    ReleaseInterfaceState();
-    return EFI_ABORTED;
-  }
-  TestCount = UiTests->GetTestCount();
-  if (EFI_ERROR(UiLanguage->GetStringTable(u"Interface", &InterfaceStringCount, &InterfaceStrings))) {
-    InterfaceStrings = nullptr;
-    InterfaceStringCount = 0;
-  }
-  ToolCount = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid) != nullptr ? 2 : 1;
-
+  if (EFI_ERROR(RunMainScreen())) return EFI_ABORTED;
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
-  ChooseConsoleMode();
-  Out->EnableCursor(Out, FALSE);
-  gRT->GetTime(&ClockTime, nullptr);
-  ClockTimerEvent = nullptr;
-  if (!EFI_ERROR(gBS->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, ClockTick, nullptr,
-                                  &ClockTimerEvent)))
-    gBS->SetTimer(ClockTimerEvent, TimerPeriodic, OneSecond);
-
-  DrawMainScreen();
-  DrawMainScreen();
-  while (ExitRequested == 0) {
-    const EFI_INPUT_KEY Key = ReadPolledKey();
-    DispatchMainScreenKey(Key);
-  }
-
-  if (ClockTimerEvent != nullptr) gBS->CloseEvent(ClockTimerEvent);
-  ClockTimerEvent = nullptr;
-  ReleaseInterfaceState();
   Out->Reset(Out, FALSE);
   Out->ClearScreen(Out);
   Out->SetMode(Out, static_cast<UINTN>(SavedConsoleMode));

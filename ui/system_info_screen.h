@@ -7,33 +7,43 @@
 
 namespace tarvik {
 
-extern UINT64 InfoTabCount;       // "Machine" plus the module tabs
-extern UINT64 ActiveInfoTab;      // 0 "Machine", k >= 1 the k-th module tab
-extern UINT64 FirstShownInfoTab;  // first tab drawn in the tab bar
-extern UINT64 InfoTabBarLeft;
-extern UINT64 InfoScrollTop;      // first shown line of a module tab
-extern UINT64 InfoVisibleLines;
-extern UINT64 InfoLineCount;      // lines of the tab on screen (0 for "Machine")
-extern UINT8 InfoPartialRedraw;   // 1: only the lines changed (scrolling)
-// Per module tab: its name, its lines (label and value column) and how many.
-extern CHAR16** InfoTabNames;
-extern CHAR16*** InfoLabels;
-extern CHAR16*** InfoValues;
-extern UINT64* InfoLineCounts;
+// The screen's record, owned by ShowSystemInfo while the screen is open;
+// its destructor frees the module tabs.
+struct SystemInfo {
+  SystemInfo() = default;
+  ~SystemInfo() { Release(); }
+  SystemInfo(const SystemInfo&) = delete;
+  SystemInfo& operator=(const SystemInfo&) = delete;
+  // Frees the module tabs (GatherSystemInfo builds them).
+  VOID Release();
+
+  UINT64 InfoTabCount = 1;       // "Machine" plus the module tabs
+  UINT64 ActiveInfoTab = 0;      // 0 "Machine", k >= 1 the k-th module tab
+  UINT64 FirstShownInfoTab = 0;  // first tab drawn in the tab bar
+  UINT64 InfoTabBarLeft = 1;
+  UINT64 InfoScrollTop = 0;      // first shown line of a module tab
+  UINT64 InfoVisibleLines = 0;
+  UINT64 InfoLineCount = 0;      // lines of the tab on screen (0 for "Machine")
+  UINT8 InfoPartialRedraw = 0;   // 1: only the lines changed (scrolling)
+  // Per module tab: its name, its lines (label and value column) and how many.
+  CHAR16** InfoTabNames = nullptr;
+  CHAR16*** InfoLabels = nullptr;
+  CHAR16*** InfoValues = nullptr;
+  UINT64* InfoLineCounts = nullptr;
+};
 
 VOID ShowSystemInfo();
-// Shows the wait box and builds the module tabs.
-VOID GatherSystemInfo();
-// Frees what GatherSystemInfo built.
-VOID ReleaseSystemInfo();
-VOID DrawSystemInfo();
+// Shows the wait box and builds the module tabs of Info.InfoTabCount - 1
+// modules; on exhausted pool Info keeps the "Machine" tab alone.
+VOID GatherSystemInfo(SystemInfo& Info);
+VOID DrawSystemInfo(SystemInfo& Info);
 // 1 when an SMBIOS item the tab needs is missing (it stops drawing there).
-UINT8 DrawMachineTab();
-VOID DrawModuleTab(UINT64 Tab);
+UINT8 DrawMachineTab(SystemInfo& Info);
+VOID DrawModuleTab(SystemInfo& Info, UINT64 Tab);
 
 enum class TabDirection : UINT8 { Right = 0, Left = 1 };
 // The first tab to show in the bar so that the active tab fits.
-UINT64 FitInfoTabs(TabDirection Direction);
+UINT64 FitInfoTabs(const SystemInfo& Info, TabDirection Direction);
 
 // Continuation lines a row needs when its label or value is wider than Width.
 UINT64 WrapCount(const CHAR16* Label, const CHAR16* Value, UINT64 Width);

@@ -30,8 +30,8 @@ VOID ShowWaitBox() {
 
 // Fills module tab Tab from Module: line 0 the test's name, then each row
 // and its continuation lines.
-VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
-  Module->GetModuleName(Module, &InfoTabNames[Tab]);
+VOID BuildModuleTab(SystemInfo& Info, UINT64 Tab, TestModuleProtocol* Module) {
+  Module->GetModuleName(Module, &Info.InfoTabNames[Tab]);
   const UINT64 Width = ValueWidth();
   const UINT64 Rows = Module->GetSystemInfoRowCount(Module);
   UINT64 Extra = 0;
@@ -44,17 +44,15 @@ VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
     if (Value != nullptr) gBS->FreePool(Value);
   }
   const UINT64 Lines = Rows + 1 + Extra;
-  InfoLabels[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
-  InfoValues[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
-  if (InfoLabels[Tab] == nullptr || InfoValues[Tab] == nullptr) return;
-  InfoLineCounts[Tab] = Lines;
+  CHAR16** Labels = Info.InfoLabels[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
+  CHAR16** Values = Info.InfoValues[Tab] = AllocateZeroedArray<CHAR16*>(Lines);
+  if (Labels == nullptr || Values == nullptr) return;
+  Info.InfoLineCounts[Tab] = Lines;
 
-  Module->GetTestName(Module, &InfoLabels[Tab][0]);
-  CopyTextToPool(u"", &InfoValues[Tab][0]);
+  Module->GetTestName(Module, &Labels[0]);
+  CopyTextToPool(u"", &Values[0]);
   UINT64 Line = 1;
   for (UINT64 Row = 0; Row < Rows && Line < Lines; ++Row) {
-    CHAR16** Labels = InfoLabels[Tab];
-    CHAR16** Values = InfoValues[Tab];
     Module->GetSystemInfoRow(Module, Row, &Labels[Line], &Values[Line]);
     UINT64 Continuations = WrapCount(Labels[Line], Values[Line], Width);
     // A module answering differently the second time gets no more lines than counted.
@@ -65,13 +63,6 @@ VOID BuildModuleTab(UINT64 Tab, TestModuleProtocol* Module) {
     }
     Line += Continuations + 1;
   }
-}
-
-VOID FreeTexts(CHAR16** Texts, UINT64 Count) {
-  if (Texts == nullptr) return;
-  for (UINT64 I = 0; I < Count; ++I)
-    if (Texts[I] != nullptr) gBS->FreePool(Texts[I]);
-  gBS->FreePool(Texts);
 }
 
 }  // namespace
@@ -101,16 +92,17 @@ VOID SplitAtSpace(CHAR16* Text, CHAR16** Rest, UINT64 Width) {
   Text[End] = 0;
 }
 
-VOID GatherSystemInfo() {
+VOID GatherSystemInfo(SystemInfo& Info) {
   ShowWaitBox();
-  const UINT64 ModuleTabs = InfoTabCount - 1;
-  InfoTabNames = AllocateZeroedArray<CHAR16*>(ModuleTabs);
-  InfoLabels = AllocateZeroedArray<CHAR16**>(ModuleTabs);
-  InfoValues = AllocateZeroedArray<CHAR16**>(ModuleTabs);
-  InfoLineCounts = AllocateZeroedArray<UINT64>(ModuleTabs);
-  if (InfoTabNames == nullptr || InfoLabels == nullptr || InfoValues == nullptr || InfoLineCounts == nullptr) {
-    ReleaseSystemInfo();
-    InfoTabCount = 1;
+  const UINT64 ModuleTabs = Info.InfoTabCount - 1;
+  Info.InfoTabNames = AllocateZeroedArray<CHAR16*>(ModuleTabs);
+  Info.InfoLabels = AllocateZeroedArray<CHAR16**>(ModuleTabs);
+  Info.InfoValues = AllocateZeroedArray<CHAR16**>(ModuleTabs);
+  Info.InfoLineCounts = AllocateZeroedArray<UINT64>(ModuleTabs);
+  if (Info.InfoTabNames == nullptr || Info.InfoLabels == nullptr || Info.InfoValues == nullptr ||
+      Info.InfoLineCounts == nullptr) {
+    Info.Release();
+    Info.InfoTabCount = 1;
     return;
   }
   UINT64 Tab = 0;
@@ -119,22 +111,21 @@ VOID GatherSystemInfo() {
     TestModuleProtocol* Module = nullptr;
     if (EFI_ERROR(UiTests->GetTest(I, &Module)) || Module == nullptr) continue;
     if (Module->GetSystemInfoRowCount(Module) == 0) continue;
-    BuildModuleTab(Tab++, Module);
+    BuildModuleTab(Info, Tab++, Module);
   }
 }
 
-VOID ReleaseSystemInfo() {
+VOID SystemInfo::Release() {
   const UINT64 ModuleTabs = InfoTabCount > 0 ? InfoTabCount - 1 : 0;
   for (UINT64 Tab = 0; Tab < ModuleTabs; ++Tab) {
     const UINT64 Lines = InfoLineCounts != nullptr ? InfoLineCounts[Tab] : 0;
-    if (InfoLabels != nullptr) FreeTexts(InfoLabels[Tab], Lines);
-    if (InfoValues != nullptr) FreeTexts(InfoValues[Tab], Lines);
+    if (InfoLabels != nullptr) FreeTextArray(InfoLabels[Tab], Lines);
+    if (InfoValues != nullptr) FreeTextArray(InfoValues[Tab], Lines);
   }
-  FreeTexts(InfoTabNames, InfoTabNames != nullptr ? ModuleTabs : 0);
-  if (InfoLabels != nullptr) gBS->FreePool(InfoLabels);
-  if (InfoValues != nullptr) gBS->FreePool(InfoValues);
-  if (InfoLineCounts != nullptr) gBS->FreePool(InfoLineCounts);
-  InfoTabNames = nullptr;
+  FreeTextArray(InfoTabNames, ModuleTabs);
+  VOID* const Arrays[] = {InfoLabels, InfoValues, InfoLineCounts};
+  for (VOID* Array : Arrays)
+    if (Array != nullptr) gBS->FreePool(Array);
   InfoLabels = nullptr;
   InfoValues = nullptr;
   InfoLineCounts = nullptr;

@@ -2,25 +2,10 @@
 
 #include "core/globals.h"
 #include "core/pool.h"
-#include "ui/test_run_screen.h"
+#include "core/pool_text.h"
+#include "registry/test_module_protocol.h"
 
 namespace tarvik {
-
-constinit UINT8** TestStates = nullptr;
-constinit UINT8* DeviceSelection = nullptr;
-constinit UINT8* AlgorithmSelection = nullptr;
-constinit UINT64 SelectedDeviceCount = 1;
-constinit UINT64 SelectedAlgorithmCount = 1;
-constinit CHAR16**** TestMessages = nullptr;
-constinit UINT64** TestMessageCounts = nullptr;
-constinit CHAR16** DeviceResultCodes = nullptr;
-constinit EFI_TIME* RunTimes = nullptr;
-constinit EFI_TIME* RunDurations = nullptr;
-constinit CHAR16** SummaryLines = nullptr;
-constinit UINT64 SummaryLineCount = 0;
-constinit UINT64 RunDeviceCount = 0;
-constinit UINT64 RunAlgorithmCount = 0;
-
 namespace {
 
 template <typename T>
@@ -51,7 +36,7 @@ VOID ReleaseMessageCell(CHAR16**& Lines) {
 
 }  // namespace
 
-EFI_STATUS SetUpRun(UINT64 Devices, UINT64 Algorithms) {
+EFI_STATUS TestRunRecord::SetUp(UINT64 Devices, UINT64 Algorithms) {
   RunDeviceCount = Devices;
   RunAlgorithmCount = Algorithms;
   DeviceSelection = AllocateZeroedArray<UINT8>(Devices);
@@ -75,7 +60,21 @@ EFI_STATUS SetUpRun(UINT64 Devices, UINT64 Algorithms) {
   return EFI_SUCCESS;
 }
 
-VOID CleanUpRun(UINT8 Level) {
+EFI_STATUS TestRunRecord::SetUpTimes(UINT64 Pairs) {
+  RunTimes = AllocateZeroedArray<EFI_TIME>(Pairs + 2);
+  RunDurations = AllocateZeroedArray<EFI_TIME>(Pairs);
+  return RunTimes != nullptr && RunDurations != nullptr ? EFI_SUCCESS : EFI_OUT_OF_RESOURCES;
+}
+
+VOID TestRunRecord::CollectSummary(const TestModuleProtocol& Module) {
+  const UINT64 Count = Module.GetSummaryLineCount();
+  SummaryLines = AllocateZeroedArray<CHAR16*>(Count);
+  if (SummaryLines == nullptr) return;
+  SummaryLineCount = Count;
+  for (UINT64 I = 0; I < Count; ++I) Module.GetSummaryLine(I, &SummaryLines[I]);
+}
+
+TestRunRecord::~TestRunRecord() {
   Release(AlgorithmSelection);
   Release(DeviceSelection);
   for (UINT64 D = 0; D < RunDeviceCount; ++D) {
@@ -85,22 +84,15 @@ VOID CleanUpRun(UINT8 Level) {
       for (UINT64 A = 0; A < RunAlgorithmCount; ++A) ReleaseMessageCell(TestMessages[D][A]);
       Release(TestMessages[D]);
     }
+    if (DeviceResultCodes != nullptr) Release(DeviceResultCodes[D]);
   }
   Release(TestStates);
   Release(TestMessages);
   Release(TestMessageCounts);
-  if (Level >= 1) {
-    for (UINT64 D = 0; DeviceResultCodes != nullptr && D < RunDeviceCount; ++D) Release(DeviceResultCodes[D]);
-    Release(SpinnerRow);
-    Release(RunTimes);
-    Release(RunDurations);
-  }
   Release(DeviceResultCodes);
-  if (Level >= 2 && SummaryLines != nullptr) {
-    for (UINT64 I = 0; I < SummaryLineCount; ++I) Release(SummaryLines[I]);
-    Release(SummaryLines);
-  }
-  SummaryLineCount = 0;
+  Release(RunTimes);
+  Release(RunDurations);
+  FreeTextArray(SummaryLines, SummaryLineCount);
 }
 
 }  // namespace tarvik

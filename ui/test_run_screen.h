@@ -1,40 +1,47 @@
-// The test flow after Enter on a test: the choice of devices and algorithms,
-// the run of every chosen pair with live progress on the left and the queue
-// on the right, a result code per device, the outcome and the log screen.
+// The run screen of the test flow: live progress of the current pair on the
+// left, the queue of pairs with their states and result codes on the right.
 #pragma once
 
 #include "efi/efi.h"
 #include "registry/test_module_protocol.h"
+#include "ui/test_run_record.h"
 
 namespace tarvik {
 
-extern volatile UINT8 TestRunning;  // 1 while further pairs may start
-extern INT64 LastPercent;           // last percentage drawn for the current pair
-extern INT8 CurrentDevice;
-extern INT8 CurrentAlgorithm;
-extern UINT8 AlgorithmOrdinal;      // chosen algorithms of the device finished so far
-extern UINT8 DevicesDone;
-extern UINT64 LongestAlgorithmName;
-extern UINT64 ResultLineCount;      // lines of the right panel
-extern UINT64 ResultVisibleLines;
-extern UINT64 ResultScrollTop;
-extern UINT64* SpinnerRow;          // the row of the pair's progress bar (pool)
-extern UINT8 SpinnerState;
+// The test flow's record: the run record the log is built from and the run
+// screen's state. RunTestFlow owns it for the flow's lifetime; the timer
+// notifications and the module's callbacks reach it through the flow's
+// binding (ui/flow_binding.h).
+struct TestRun {
+  TestModuleProtocol* CurrentTest = nullptr;  // the module the flow runs
+  UINT64 TestIndex = 0;                       // its index in the registry
+  TestRunRecord Record;
 
-// Runs the flow for the test at MainMenuSelection and returns to the main
-// screen, which redraws itself.
-VOID RunTestFlow();
-
-// The callbacks given to the module's RunTest and EvaluateResults.
-EFIAPI EFI_STATUS TestProgressCallback(VOID* This, UINT64 Percent, UINT64 Reserved);
-EFIAPI EFI_STATUS TestMessageCallback(VOID* This, const CHAR16* Text, UINT8 Kind, UINT64 Reserved);
+  volatile UINT8 TestRunning = 0;  // 1 while further pairs may start
+  INT64 LastPercent = 0;           // last percentage drawn for the current pair
+  INT8 CurrentDevice = 0;          // the pair in progress (after the run: one past the last)
+  INT8 CurrentAlgorithm = 0;
+  UINT8 AlgorithmOrdinal = 0;      // chosen algorithms of the device finished so far
+  UINT8 DevicesDone = 0;
+  UINT64 LongestAlgorithmName = 0;
+  UINT64 ResultLineCount = 0;      // lines of the right panel
+  UINT64 ResultVisibleLines = 0;
+  UINT64 ResultScrollTop = 0;
+  UINT64 SpinnerRow = 0;           // the row of the pair's progress bar
+  UINT8 SpinnerState = 0;
+  // While a module's message box waits for its answer, its keys are the
+  // box's: the key poll leaves them alone.
+  volatile UINT8 ModuleBoxOpen = 0;
+};
 
 enum class ResultsMode : UINT8 { First = 0, Update = 1, Final = 2 };
-VOID DrawTestProgress(INT64 Percent, UINT64 Device, UINT64 Algorithm, UINT64 Ordinal);
-// Devices below Device show their result codes.
-VOID DrawTestResults(ResultsMode Mode, const EFI_TIME* FinishTime, UINT64 Device);
-// Fills DeviceResultCodes[Device]; EFI_ABORTED (slot left null) without the
-// result-code service.
-EFI_STATUS RequestDeviceResultCode(UINT64 Device, CHAR16** CodeSlot);
+
+// The left panel: the module's run rows, the algorithm, both progress bars.
+VOID DrawTestProgress(TestRun& Run, INT64 Percent, UINT64 Device, UINT64 Algorithm, UINT64 Ordinal);
+// The right panel; devices below Device show their result codes.
+VOID DrawTestResults(const TestRun& Run, ResultsMode Mode, const EFI_TIME* FinishTime, UINT64 Device);
+// Fills *CodeSlot with the result code of Device; EFI_ABORTED (slot left
+// null) without the result-code service.
+EFI_STATUS RequestDeviceResultCode(const TestRun& Run, UINT64 Device, CHAR16** CodeSlot);
 
 }  // namespace tarvik

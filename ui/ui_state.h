@@ -43,6 +43,9 @@ inline constexpr UINTN MessageBorder = 0x7F; // white on light gray
 inline constexpr UINTN Highlight = 0x1F;     // white on blue: selection, filled progress
 inline constexpr UINTN Plain = 0x07;         // light gray on black: empty progress, the console at exit
 inline constexpr UINTN Track = 0x00;         // black on black: scroll-bar track
+inline constexpr UINTN Status = 0x31;        // blue on cyan: queue states and results but these two
+inline constexpr UINTN Passed = 0x02;        // green on black
+inline constexpr UINTN Failed = 0x34;        // red on cyan
 }  // namespace ui_colour
 
 // ---- Console helpers: statuses of console output are not checked ----------

@@ -163,6 +163,44 @@ TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll) {
 
 // ---- The memory test itself, its log and the saved file ----------------------
 
+// The log view of a module's messages and of every way an algorithm ends:
+// kind words and upper-case words go through the module's TranslateKey (the
+// test double's gives the key back), anything else shows as it is.
+TEST(RunScreen, TheLogShowsMessagesAndEachResultInItsColour) {
+  // One device: no device list.
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Algorithms\"; key Enter;"
+                      "wait \"Seek  IN PROGRESS\"; key Esc; wait \"F3 = view log\"; key F3;"
+                      "wait \"F2 = save log\"; snap \"log\"; key Esc;" + std::string(kLeave));
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Disk A", {{u"UID:", u"D1"}, {u"DISPLAYNAME:", u"Disk A"}})};
+  module.algorithms = {FakeAlgorithm(u"Read", u"READ", tarvik::TEST_RESULT_FAILED), FakeAlgorithm(u"Seek", u"SEEK"),
+                       FakeAlgorithm(u"Smart", u"SMART")};
+  module.algorithms[0].messages = {u"ERROR WRITE_READ_ERROR WROTE 5 READ 7", u"MESSAGE note:x", u"NOTICE TEXT"};
+  module.algorithms[1].busy_ms = 5000;
+  ApplicationSetup setup;
+  setup.modules = {&module};
+  run_to_reset(machine, setup);
+
+  const hostfw::ScreenGrid& log = machine->console().snapshot("log").grid;
+  // The time stamp of a line, then what follows it.
+  const auto after_time = [&](int row) { return trimmed(log.row_text(row)).substr(20); };
+  EXPECT_EQ(trimmed(log.row_text(4)).substr(0, 8), " FAKE - ");
+  EXPECT_EQ(trimmed(log.row_text(6)).substr(0, 27), " Disk A - Result Code: UFK0");
+  EXPECT_EQ(trimmed(log.row_text(7)), " Start Tests");
+  EXPECT_EQ(after_time(8), " Start READ");
+  EXPECT_EQ(after_time(9), " Error WRITE_READ_ERROR WROTE 5 READ 7");
+  EXPECT_EQ(after_time(10), " Message note:x");
+  EXPECT_EQ(after_time(11), " NOTICE TEXT");
+  EXPECT_EQ(after_time(12), " Stop READ FAILED 0s");
+  EXPECT_EQ(log.attribute_at(32, 12), 0x34);
+  EXPECT_EQ(after_time(14), " Stop SEEK CANCELED 0s");
+  EXPECT_EQ(log.attribute_at(32, 14), 0x31);
+  EXPECT_EQ(after_time(16), " Stop SMART NOT EXECUTED");
+  EXPECT_EQ(log.attribute_at(33, 16), 0x31);
+  EXPECT_EQ(log.attribute_at(46, 16), 0x30) << "the colour ends with the result";
+  EXPECT_EQ(trimmed(log.row_text(17)), " Stop Tests");
+}
+
 std::function<void(hostfw::Profile&)> small_machine(const std::function<void(hostfw::Profile&)>& more = {}) {
   return [more](hostfw::Profile& p) {
     p.memory_mib = 64;

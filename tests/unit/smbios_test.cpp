@@ -12,6 +12,8 @@
 #include "core/diag_common.h"
 #include "core/protocol_registry.h"
 #include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_strings.h"
+#include "sysinfo/smbios_structures.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -229,6 +231,39 @@ TEST_F(Smbios, OnlyTheLastSmbiosEntryIsReadAndWithoutOneNothingIsInstalled) {
   const uint8_t* record = find(3, 0);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(string_of(record, 1), u"last");
+}
+
+// The serial number the result codes and the "Machine" tab use, and fields
+// that a firmware's shorter, older version of a structure does not have.
+TEST_F(Smbios, FieldsBeyondAStructuresLengthReadAsAbsent) {
+  const Bytes table = structure(1, 8, {"Kestrel", "KV-1", "SN-42"}, {1, 2, 0, 3}) +
+                      structure(17, 0x17, {"maker"}, {0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x20, 0, 0, 0, 0, 26, 0, 0, 0x40, 6}) +
+                      structure(1, 7, {"SN-7"}, {0, 0, 1, 1});
+  GuardedTable guarded(table);
+  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 3), EFI_SUCCESS);
+
+  const tarvik::PoolPtr<CHAR16> serial = tarvik::SystemSerialNumber(*service);
+  ASSERT_TRUE(serial);
+  EXPECT_EQ(std::u16string(serial.get()), u"SN-42");
+
+  const auto device = tarvik::ReadSmbiosStructure<tarvik::SmbiosMemoryDevice>(find(17, 0));
+  EXPECT_EQ(device.Size, 0x2000u);
+  EXPECT_EQ(device.MemoryType, 26u);
+  EXPECT_EQ(device.Speed, 0x640u) << "the speed's two bytes end the formatted area";
+  EXPECT_EQ(device.Manufacturer + device.SerialNumber + device.PartNumber, 0) << "no string named beyond the length";
+
+  // A System Information structure too short for the serial number: the
+  // byte after its formatted area is a string's, not the serial's number.
+  const auto old_system = tarvik::ReadSmbiosStructure<tarvik::SmbiosSystemInformation>(find(1, 1));
+  EXPECT_EQ(old_system.SerialNumber, 0);
+  EXPECT_EQ(old_system.Version, 1);
+}
+
+TEST_F(Smbios, WithoutASystemStructureThereIsNoSerialNumber) {
+  const Bytes table = structure(4, 0x11, {"cpu"});
+  GuardedTable guarded(table);
+  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 1), EFI_SUCCESS);
+  EXPECT_FALSE(tarvik::SystemSerialNumber(*service));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "log/log_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"
-#include "sysinfo/smbios_protocol.h"
+#include "sysinfo/smbios_strings.h"
 #include "tests/qemu/log_writer/fixed_run_module.h"
 
 namespace logwriter {
@@ -49,16 +49,11 @@ EFI_STATUS WriteFixedRunLog(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
   Durations[0].Second = 15;
 
   // The machine's serial number, as the run screen reads it.
-  VOID* System = nullptr;
-  CHAR16* Serial = nullptr;
-  if (!EFI_ERROR(Smbios->GetSmbiosStructure(1, &System, 0))) {
-    Smbios->GetSmbiosString(System, static_cast<const UINT8*>(System)[7], &Serial);
-  }
-  PoolPtr<CHAR16> OwnedSerial(Serial);
+  const PoolPtr<CHAR16> Serial = tarvik::SystemSerialNumber(*Smbios);
   UINT8 Executed[tarvik::ResultCodeAlgorithmFlags] = {1};
   UINT8 Failed[tarvik::ResultCodeAlgorithmFlags] = {};
   CHAR16* Code = nullptr;
-  Codes->GenerateResultCode(u"ME", Executed, Failed, Serial != nullptr ? Serial : u"", &Times[0], &Code);
+  Codes->GenerateResultCode(u"ME", Executed, Failed, Serial ? Serial.get() : u"", &Times[0], &Code);
   PoolPtr<CHAR16> OwnedCode(Code);
 
   UINT8 States[] = {static_cast<UINT8>(tarvik::QueueState::Passed)};
