@@ -122,7 +122,8 @@ void apply_column_limits(const Reader& r, const std::string& value, int line, st
     auto mode = std::find_if(modes.begin(), modes.end(), [&](const ConsoleModeSize& m) {
       return m.columns == size.columns && m.rows == size.rows;
     });
-    if (mode == modes.end()) r.fail(line, "console_column_limit names " + item.substr(0, colon) + ", which is not a console mode");
+    if (mode == modes.end())
+      r.fail(line, "console_column_limit names " + item.substr(0, colon) + ", which is not a console mode");
     const int first = std::stoi(column);
     if (first < 1 || first >= mode->columns)
       r.fail(line, "console_column_limit: the column must lie between 1 and " + std::to_string(mode->columns - 1));

@@ -16,10 +16,11 @@ struct ModeSize {
   UINTN Rows;
 };
 
-// Modes refused so far, one bit per mode number below 64.
-constexpr INT32 TrackedModes = 64;
+// Refused modes are kept as one bit per mode number; firmware offers a
+// handful of modes, and the search for a fitting one ends at mode 64.
+constexpr UINTN TrackedModes = 64;
 
-BOOLEAN IsRefused(UINT64 Refused, INT32 Mode) { return Mode < TrackedModes && ((Refused >> Mode) & 1) != 0; }
+BOOLEAN IsRefused(UINT64 Refused, UINTN Mode) { return Mode < TrackedModes && ((Refused >> Mode) & 1) != 0; }
 
 // 100 x 31 when offered, otherwise the first mode larger in both dimensions
 // than every mode before it; refused modes and modes that do not answer are
@@ -27,7 +28,7 @@ BOOLEAN IsRefused(UINT64 Refused, INT32 Mode) { return Mode < TrackedModes && ((
 ModeSize PreferredMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out, UINT64 Refused) {
   ModeSize Best = {FALSE, 0, 0, 0};
   for (INT32 Mode = 0; Mode < Out->Mode->MaxMode; ++Mode) {
-    if (IsRefused(Refused, Mode)) continue;
+    if (IsRefused(Refused, static_cast<UINTN>(Mode))) continue;
     UINTN Columns = 0;
     UINTN Rows = 0;
     if (EFI_ERROR(Out->QueryMode(Out, static_cast<UINTN>(Mode), &Columns, &Rows))) continue;
@@ -60,11 +61,10 @@ BOOLEAN ReachesLastCell(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out, const ModeSize& Si
 // its consoles, so a serial terminal behind it may still be 80 columns wide:
 // going through mode 0 and back makes every console take the mode.
 BOOLEAN SetWholeMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out, const ModeSize& Size) {
-  Out->SetMode(Out, Size.Mode);
+  if (EFI_ERROR(Out->SetMode(Out, Size.Mode))) return FALSE;
   if (ReachesLastCell(Out, Size)) return TRUE;
   if (Size.Mode == 0 || EFI_ERROR(Out->SetMode(Out, 0))) return FALSE;
-  Out->SetMode(Out, Size.Mode);
-  return ReachesLastCell(Out, Size);
+  return !EFI_ERROR(Out->SetMode(Out, Size.Mode)) && ReachesLastCell(Out, Size);
 }
 
 VOID UseSize(const ModeSize& Size) {

@@ -91,7 +91,8 @@ struct Case {
 
 void PrintTo(const Case& c, std::ostream* out) {
   for (const hostfw::ConsoleModeSize& mode : c.modes) *out << mode.columns << "x" << mode.rows << " ";
-  for (const Limit& limit : c.limits) *out << limit.columns << "x" << limit.rows << ":" << limit.first_refused_column << " ";
+  for (const Limit& limit : c.limits)
+    *out << limit.columns << "x" << limit.rows << ":" << limit.first_refused_column << " ";
   *out << "-> " << c.columns << "x" << c.rows;
 }
 
