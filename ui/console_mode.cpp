@@ -92,8 +92,9 @@ VOID ChooseConsoleMode() {
     }
     Refused |= UINT64{1} << Size.Mode;
   }
-  // Not even 80 x 25 took its last cell: this console's answers say nothing
-  // about what it shows, so the first choice stands.
+  // No mode took its last cell, not even the 80 x 25 every console has: this
+  // console's answers say nothing about what it shows, so the first choice
+  // stands.
   Out->SetMode(Out, First.Mode);
   UseSize(First);
 }
