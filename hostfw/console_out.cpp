@@ -230,6 +230,8 @@ EFI_STATUS ConsoleOut::clear_screen() {
 EFI_STATUS ConsoleOut::set_cursor_position(UINTN column, UINTN row) {
   if (column >= static_cast<UINTN>(grid_.columns) || row >= static_cast<UINTN>(grid_.rows)) return EFI_UNSUPPORTED;
   Operation op(machine_.events(), this);
+  const int refused_from = modes_[static_cast<size_t>(mode_.Mode)].first_refused_column;
+  if (refused_from > 0 && column >= static_cast<UINTN>(refused_from)) return EFI_UNSUPPORTED;
   mode_.CursorColumn = static_cast<INT32>(column);
   mode_.CursorRow = static_cast<INT32>(row);
   return EFI_SUCCESS;

@@ -110,6 +110,27 @@ ConsoleModeSize parse_mode(const Reader& r, const std::string& text, int line) {
   return mode;
 }
 
+// "100x31:80, ...": in mode 100x31 the console refuses columns from 80 on.
+void apply_column_limits(const Reader& r, const std::string& value, int line, std::vector<ConsoleModeSize>& modes) {
+  for (const std::string& item : split_list(value)) {
+    const size_t colon = item.find(':');
+    const std::string column = colon == std::string::npos ? "" : trim(item.substr(colon + 1));
+    if (column.empty() || column.size() > 3 ||
+        !std::all_of(column.begin(), column.end(), [](unsigned char c) { return std::isdigit(c) != 0; }))
+      r.fail(line, "console_column_limit is written COLUMNSxROWS:COLUMN, not \"" + item + "\"");
+    const ConsoleModeSize size = parse_mode(r, trim(item.substr(0, colon)), line);
+    auto mode = std::find_if(modes.begin(), modes.end(), [&](const ConsoleModeSize& m) {
+      return m.columns == size.columns && m.rows == size.rows;
+    });
+    if (mode == modes.end())
+      r.fail(line, "console_column_limit names " + item.substr(0, colon) + ", which is not a console mode");
+    const int first = std::stoi(column);
+    if (first < 1 || first >= mode->columns)
+      r.fail(line, "console_column_limit: the column must lie between 1 and " + std::to_string(mode->columns - 1));
+    mode->first_refused_column = first;
+  }
+}
+
 WallClockStart parse_time(const Reader& r, const std::string& text, int line) {
   WallClockStart t;
   char dash1, dash2, colon1, colon2;
@@ -172,6 +193,8 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
   Profile p;
   p.source = r.source();
   std::set<std::string> seen;
+  std::string column_limits;  // applied once the modes are known
+  int column_limits_line = 0;
   for (const Section& s : sections) {
     auto text = [&](std::string& field) { return [&field](const std::string& v) { field = v; }; };
     const bool single = s.name == "machine" || s.name == "bios" || s.name == "system" || s.name == "language";
@@ -186,6 +209,11 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
                  for (const std::string& m : split_list(v)) p.console_modes.push_back(parse_mode(r, m, line));
                  if (p.console_modes.empty() || p.console_modes[0].columns != 80 || p.console_modes[0].rows != 25)
                    r.fail(line, "the first console mode must be 80x25, as on every firmware");
+               }},
+              {"console_column_limit",
+               [&](const std::string& v) {
+                 column_limits = v;
+                 column_limits_line = s.values.at("console_column_limit").second;
                }},
               {"clock_start",
                [&](const std::string& v) { p.clock_start = parse_time(r, v, s.values.at("clock_start").second); }},
@@ -306,6 +334,7 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
   }
   if (seen.count("machine") == 0) r.fail(1, "the profile has no [machine] section");
   if (p.console_modes.empty()) p.console_modes = {{80, 25}, {80, 50}, {100, 31}};
+  apply_column_limits(r, column_limits, column_limits_line, p.console_modes);
   return p;
 }
 

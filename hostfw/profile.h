@@ -12,6 +12,9 @@ namespace hostfw {
 struct ConsoleModeSize {
   int columns = 80;
   int rows = 25;
+  // SetCursorPosition refuses this column and those after it (0: none), as a
+  // console splitter does in front of a narrower terminal.
+  int first_refused_column = 0;
 };
 
 struct WallClockStart {

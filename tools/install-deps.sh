@@ -16,6 +16,7 @@ packages=(
   mtools          # FAT file system of the disk image
   fdisk           # sfdisk: partition table of the disk image
   python3         # QEMU boot tests
+  python3-pyte    # the terminal the QEMU boot tests read the screen through
 )
 
 missing=()

@@ -6,8 +6,11 @@
 #
 # The machine has no display and no network; the firmware's only console is
 # the serial port, so the text modes the application sees are those of the
-# firmware's serial terminal (80x25, 80x50, 100x31). A reset of the guest ends
-# QEMU (-no-reboot), with status 0: the application's cold reset at exit.
+# firmware's serial terminal (80x25, 80x50, 100x31). With --vga it has QEMU's
+# standard VGA card as well (still no window): the firmware then joins its
+# graphics console and the serial terminal in one console, which offers
+# 80x25 and 100x31. A reset of the guest ends QEMU (-no-reboot), with status
+# 0: the application's cold reset at exit.
 #
 # Options:
 #   -m, --memory MIB       guest memory in MiB (default 256, or $TARVIK_QEMU_MEMORY)
@@ -22,6 +25,8 @@
 #                          with the QEMU monitor on Ctrl-A c; Ctrl-A x quits
 #   --console stdio        the serial console on plain stdin/stdout and no
 #                          monitor, for a program that drives the guest
+#   --vga                  add QEMU's standard VGA card (-vga std) to the machine;
+#                          the serial console stays where --console puts it
 #   --disk FILE[,PROP=VAL...]
 #                          one more raw disk on the next AHCI port (up to 5);
 #                          PROPs go to the ide-hd device, e.g.
@@ -64,6 +69,7 @@ usage() {
 memory=${TARVIK_QEMU_MEMORY:-256}
 accel=${TARVIK_QEMU_ACCEL:-auto}
 console=terminal
+vga=none
 dry_run=0
 image=
 disks=()
@@ -75,6 +81,7 @@ while [[ $# -gt 0 ]]; do
     --accel) accel=${2:?}; shift 2 ;;
     --console) console=${2:?}; shift 2 ;;
     --disk) disks+=("${2:?}"); shift 2 ;;
+    --vga) vga=std; shift ;;
     --dry-run) dry_run=1; shift ;;
     --smbios)
       for key in "${smbios_keys[@]}"; do
@@ -163,7 +170,7 @@ args=(
   -m "$memory"
   -nodefaults
   -no-user-config
-  -vga none
+  -vga "$vga"
   -display none
   -nic none
   -no-reboot

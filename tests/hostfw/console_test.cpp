@@ -62,6 +62,20 @@ TEST_F(ConsoleTest, ModesAreSetThroughTheModeRecordAndResetKeepsTheMode) {
   EXPECT_FALSE(console().contains("x"));
 }
 
+// console_column_limit: the mode named refuses its columns from the limit on
+// and leaves the cursor where it was; the other modes are whole.
+TEST(ConsoleColumnLimit, OnlyTheNamedModeRefusesColumnsFromTheLimitOn) {
+  testing_support::TestMachine machine("", [](hostfw::Profile& p) { p.console_modes[2].first_refused_column = 80; });
+  EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* out = machine->system_table()->ConOut;
+  ASSERT_EQ(out->SetMode(out, 2), EFI_SUCCESS);
+  ASSERT_EQ(out->SetCursorPosition(out, 79, 30), EFI_SUCCESS);
+  EXPECT_EQ(out->SetCursorPosition(out, 80, 0), EFI_UNSUPPORTED);
+  EXPECT_EQ(out->SetCursorPosition(out, 99, 30), EFI_UNSUPPORTED);
+  EXPECT_EQ(out->Mode->CursorColumn * 100 + out->Mode->CursorRow, 79 * 100 + 30);
+  ASSERT_EQ(out->SetMode(out, 1), EFI_SUCCESS);
+  EXPECT_EQ(out->SetCursorPosition(out, 79, 49), EFI_SUCCESS);
+}
+
 TEST_F(ConsoleTest, ControlCharactersMoveTheCursorTextWrapsAndTheBottomScrolls) {
   print(u"abc\r\nde");
   EXPECT_EQ(console().cursor_column() * 100 + console().cursor_row(), 2 * 100 + 1);

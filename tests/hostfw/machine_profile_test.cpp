@@ -87,6 +87,9 @@ TEST(MachineProfile, RefusalsNameTheFileTheLineAndTheReason) {
       {"[machine]  # <-\nname = T\n", "[machine] needs \"memory_mib\""},
       {"[bios]\nvendor = V\nversion = 1\n", "no [machine] section"},
       {minimal + "console_modes = 80x50, 80x25  # <-\n", "first console mode must be 80x25"},
+      {minimal + "console_column_limit = 100x31  # <-\n", "written COLUMNSxROWS:COLUMN"},
+      {minimal + "console_modes = 80x25, 100x31\nconsole_column_limit = 80x50:60  # <-\n", "80x50, which is not"},
+      {minimal + "console_column_limit = 100x31:100  # <-\n", "between 1 and 99"},
       {drive + "bad_sectors = 100, 20-10  # <-\n", "ends before it starts"},
       {drive + "bad_sectors = 5--3  # <-\n", "\"5--3\" is neither"},
       {drive + "bad_sectors = 4000-4096  # <-\n", "beyond the drive's end"},
@@ -122,6 +125,7 @@ TEST(MachineProfile, AFileIsReadForgivinglyWithDirectoriesRelativeToItsFolder) {
          "[ Machine ]\r\n"
          "  Name=Bench # after a space, a comment\r\n"
          "MEMORY_MIB   =   48\r\n"
+         "console_column_limit = 100x31 : 80\r\n"
          "[system]\nmanufacturer = A#1 ;x\n"  // '#' inside a word is part of the value
          "product = P\nserial = S\nuuid = 00112233-4455-6677-8899-aabbccddeeff\n"
          "[drive]\nport = 3\nmodel = M\nserial = D\nsize_gib = 1\nbad_sectors = 7 , 10 - 12,\n"
@@ -132,6 +136,8 @@ TEST(MachineProfile, AFileIsReadForgivinglyWithDirectoriesRelativeToItsFolder) {
   EXPECT_EQ(p.name + " " + std::to_string(p.memory_mib) + " " + p.system.manufacturer, "Bench 48 A#1");
   EXPECT_EQ(p.system.uuid[0] | p.system.uuid[15] << 8, 0xFF00);
   EXPECT_EQ(p.console_modes.size(), 3u) << "without console_modes the machine offers 80x25, 80x50, 100x31";
+  EXPECT_EQ(p.console_modes[2].first_refused_column * 100 + p.console_modes[1].first_refused_column, 80 * 100)
+      << "console_column_limit = 100x31:80 applies to 100x31 alone";
   ASSERT_EQ(p.drives.size(), 1u);
   EXPECT_EQ(p.drives[0].sectors, 2097152u);
   ASSERT_EQ(p.drives[0].bad_sectors.size(), 2u);

@@ -14,6 +14,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
+import screen_checks  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
 SCREEN_TIMEOUT = 60  # seconds for a screen to come up once its key is sent
@@ -21,7 +22,7 @@ SCREEN_TIMEOUT = 60  # seconds for a screen to come up once its key is sent
 
 class BootTest(qemu_session.ImageTestCase):
     def field(self, screen, row, column, width=35):
-        return "".join(screen.cells[row][column:column + width]).rstrip()
+        return screen.text_at(row, column, width).rstrip()
 
     def test_main_screen_system_information_and_exit(self):
         smbios = qemu_session.smbios_values()
@@ -32,11 +33,15 @@ class BootTest(qemu_session.ImageTestCase):
             q.wait_for("System Information", SCREEN_TIMEOUT)
             q.wait_for("System Information", SCREEN_TIMEOUT)
             screen = q.screen
-            self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", q.screen.text())
-            self.assertEqual(screen.line(1).strip(), "Main Screen")
+            screen_checks.assert_main_screen_whole(self, screen)
             self.assertIn(" Quick Memory Test ", screen.line(5))
             self.assertIn(" System Information ", screen.line(5))
             self.assertIn(" Exit Application ", screen.line(6))
+            # The selected entry across the panel's width, and only that one.
+            self.assertEqual(screen.attribute(5, 5), screen_checks.WHITE_ON_BLUE)
+            self.assertEqual(screen.attribute(5, 44), screen_checks.WHITE_ON_BLUE)
+            self.assertEqual(screen.attribute(6, 5), screen_checks.BLACK_ON_CYAN)
+            self.assertEqual(screen.attribute(5, 55), screen_checks.BLACK_ON_CYAN)
 
             q.send_key("right", "enter")
             q.wait_for("Processor Version:", SCREEN_TIMEOUT)
@@ -56,10 +61,12 @@ class BootTest(qemu_session.ImageTestCase):
                 23: ("Processor Version:", version[:cut]),
                 24: ("", version[cut + 1:]),
             }
+            screen = q.screen
             for row, (label, value) in expected.items():
-                self.assertEqual(self.field(screen, row, 15), label, q.screen.text())
-                self.assertEqual(self.field(screen, row, 50), value, q.screen.text())
+                self.assertEqual(self.field(screen, row, 15), label, screen.text())
+                self.assertEqual(self.field(screen, row, 50), value, screen.text())
             self.assertIn("System Information", screen.line(1))
+            self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", screen.text())
 
             q.send_key("esc")
             q.wait_for("Main Screen", SCREEN_TIMEOUT)

@@ -16,6 +16,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
+import screen_checks  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
 RUN_TIMEOUT = 600  # the march test over ~200 MB under TCG on a loaded machine
@@ -55,13 +56,19 @@ class MemoryRunTest(qemu_session.ImageTestCase):
                          qemu_args=["-rtc", "base=2024-03-15T10:15:00"]) as q:
             q.wait_for("System Information")
             q.wait_for("System Information")
+            screen_checks.assert_main_screen_whole(self, q.screen)
             self.assertIn(" Quick Memory Test ", q.screen.line(5))
             q.send_key("enter")  # one device, one algorithm: no selection screens
             q.wait_for("F3 = view log", RUN_TIMEOUT)
             run = q.elapsed()
-            screen = q.screen.text()
-            self.assertIn("Advanced Integrity Test PASSED", screen)
-            self.assertIn("Result Code: UME001000-YKHXVI", screen)
+            screen = q.screen
+            self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", screen.text())
+            self.assertIn("Result Code: UME001000-YKHXVI", screen.text())
+            at = screen.find("Advanced Integrity Test PASSED")
+            self.assertIsNotNone(at, screen.text())
+            row, column = at[0], at[1] + len("Advanced Integrity Test ")
+            self.assertEqual([screen.attribute(row, c) for c in range(column, column + 6)],
+                             [screen_checks.GREEN_ON_BLACK] * 6, "PASSED in green")
 
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)

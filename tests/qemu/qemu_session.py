@@ -10,7 +10,11 @@ undoes:
 - Text positions are set with ESC [ row ; col H, colours with ESC [ ... m, the
   screen is cleared with ESC [ 2 J. `output` holds the text with those
   sequences removed (a cursor move becomes a line break, so texts drawn at
-  different places never run together); `screen` replays them on a grid.
+  different places never run together); `screen` is a VT terminal (pyte) of
+  the console mode's size fed with them, so it shows what a technician's
+  terminal would: a scrolled screen, a misplaced text, the colours. The
+  PC-ANSI screen-mode sequence ESC [ = n h, which VT terminals lack, is left
+  out.
 - Characters outside ASCII are sent as code page 437 bytes (box drawing,
   blocks); both views decode them back to Unicode. Arrows and triangles come
   out as the ASCII stand-ins ^ v < >.
@@ -26,6 +30,8 @@ import tempfile
 import threading
 import time
 import unittest
+
+import pyte  # Debian's python3-pyte
 
 REPO_ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 TOOLS = os.path.join(REPO_ROOT, "tools")
@@ -53,8 +59,9 @@ KEYS = {
 }
 ESC_SETTLE = 2.5  # seconds after a lone ESC before the next byte
 
-_CSI = re.compile(r"\x1b\[([0-9;=?]*)([A-Za-z])")
-_CSI_PREFIX = re.compile(r"\x1b(\[[0-9;=?]{0,16})?$")  # a sequence cut short
+_CSI = re.compile(r"\x1b\[([0-?]*)([A-Za-z])")
+_CSI_PREFIX = re.compile(r"\x1b(\[[0-?]{0,16})?$")  # a sequence cut short
+_PC_ANSI_MODE = re.compile(r"\x1b\[=\d*[hl]")
 
 
 def strip_ansi(text):
@@ -89,66 +96,62 @@ def smbios_values():
     return dict(line.split("=", 1) for line in out.splitlines() if "=" in line)
 
 
+# EFI colour numbers of the ANSI colours pyte reports (PC-ANSI sends the
+# bright half of the foreground colours as bold).
+_EFI_COLOUR = {"black": 0, "blue": 1, "green": 2, "cyan": 3, "red": 4, "magenta": 5, "brown": 6,
+               "white": 7}
+
+
 class Screen:
-    """The character grid a terminal would show after the serial output."""
+    """The screen of a terminal of the console mode's size after the serial
+    output, kept by pyte (a VT terminal emulator, Debian's python3-pyte): text
+    past the last column wraps and a line feed on the last row scrolls, as on
+    the technician's terminal. Rows and columns count from 0."""
 
-    def __init__(self, columns=100, rows=50):
+    def __init__(self, columns=100, rows=31):
         self.columns, self.rows = columns, rows
-        self.clear()
-
-    def clear(self):
-        self.cells = [[" "] * self.columns for _ in range(self.rows)]
-        self.row = self.col = 0
+        self._screen = pyte.Screen(columns, rows)
+        self._stream = pyte.Stream(self._screen)
+        self._frozen = None  # the cells of a copy, row by row
 
     def feed(self, text):
-        pos = 0
-        for m in _CSI.finditer(text):
-            self._put(text[pos:m.start()])
-            self._control(m.group(1), m.group(2))
-            pos = m.end()
-        self._put(text[pos:])
+        self._stream.feed(text)
 
-    def _control(self, params, final):
-        if final in "Hf":
-            parts = [int(p) if p.isdigit() else 1 for p in (params.split(";") + ["1", "1"])[:2]]
-            self.row = min(max(parts[0], 1), self.rows) - 1
-            self.col = min(max(parts[1], 1), self.columns) - 1
-        elif final == "J" and params == "2":
-            self.clear()
-        elif final == "K":
-            for c in range(self.col, self.columns):
-                self.cells[self.row][c] = " "
-        # Colours (m) and modes (h, l) do not change the text.
+    def copy(self):
+        """The screen as it is now, unchanged by later output."""
+        shot = Screen.__new__(Screen)
+        shot.columns, shot.rows = self.columns, self.rows
+        shot._frozen = [self._cells(row) for row in range(self.rows)]
+        return shot
 
-    def _put(self, text):
-        for ch in text:
-            if ch == "\r":
-                self.col = 0
-            elif ch == "\n":
-                self._line_feed()
-            elif ch == "\b":
-                self.col = max(self.col - 1, 0)
-            elif ch == "\x1b":
-                continue  # part of a sequence this grid does not know
-            else:
-                if self.col >= self.columns:
-                    self.col = 0
-                    self._line_feed()
-                self.cells[self.row][self.col] = ch
-                self.col += 1
+    def _cells(self, row):
+        if self._frozen is not None:
+            return self._frozen[row]
+        line = self._screen.buffer[row]
+        return [line[column] for column in range(self.columns)]
 
-    def _line_feed(self):
-        if self.row + 1 < self.rows:
-            self.row += 1
-        else:
-            self.cells.pop(0)
-            self.cells.append([" "] * self.columns)
+    def text_at(self, row, column, width):
+        return "".join(cell.data for cell in self._cells(row)[column:column + width])
 
     def line(self, row):
-        return "".join(self.cells[row]).rstrip()
+        return self.text_at(row, 0, self.columns).rstrip()
 
     def text(self):
         return "\n".join(self.line(r) for r in range(self.rows)).rstrip("\n")
+
+    def find(self, text):
+        """(row, column) of the first place the text is shown, or None."""
+        for row in range(self.rows):
+            column = self.text_at(row, 0, self.columns).find(text)
+            if column >= 0:
+                return row, column
+        return None
+
+    def attribute(self, row, column):
+        """The EFI text attribute of a cell: foreground (8 = bright) and
+        background << 4; the terminal's own colours read as light grey on black."""
+        cell = self._cells(row)[column]
+        return _EFI_COLOUR.get(cell.fg, 7) | (8 if cell.bold else 0) | _EFI_COLOUR.get(cell.bg, 0) << 4
 
 
 class QemuError(AssertionError):
@@ -165,8 +168,13 @@ class QemuSession:
     """
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
-                 screen_size=(100, 50)):
+                 screen_size=(100, 31), vga=False):
+        """screen_size: the console mode the application is expected to run
+        in (columns, rows); vga: the machine has a VGA card as well, which the
+        firmware joins to the serial terminal in one console."""
         cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
+        if vga:
+            cmd.append("--vga")
         if memory is not None:
             cmd += ["--memory", str(memory)]
         if accel is not None:
@@ -177,7 +185,7 @@ class QemuSession:
         if qemu_args:
             cmd += ["--", *qemu_args]
         self.command = cmd
-        self.screen = Screen(*screen_size)
+        self._terminal = Screen(*screen_size)
         self._raw = bytearray()
         self._text = []  # plain-text pieces of the serial output, in order
         self._pending = ""
@@ -225,7 +233,7 @@ class QemuSession:
         else:
             self._pending = ""
         self._text.append(strip_ansi(text))
-        self.screen.feed(text)
+        self._terminal.feed(_PC_ANSI_MODE.sub("", text))
 
     def close(self):
         if self.proc and self.proc.poll() is None:
@@ -254,6 +262,12 @@ class QemuSession:
     def raw(self):
         with self._lock:
             return bytes(self._raw)
+
+    @property
+    def screen(self):
+        """The terminal's screen as it is now (a copy)."""
+        with self._lock:
+            return self._terminal.copy()
 
     @property
     def output(self):
