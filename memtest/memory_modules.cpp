@@ -7,7 +7,6 @@
 
 namespace tarvik {
 
-constinit MemoryModules InstalledModules = {};
 
 namespace {
 
@@ -21,14 +20,14 @@ VOID FreeIfSet(VOID* Buffer) {
 
 }  // namespace
 
-UINT64 TotalModuleGigabytes() {
+UINT64 TotalModuleGigabytes(const MemoryModules& Modules) {
   UINT64 Total = 0;
-  for (UINT64 M = 0; M < InstalledModules.Count; ++M) Total += ModuleGigabytes(M);
+  for (UINT64 M = 0; M < Modules.Count; ++M) Total += ModuleGigabytes(Modules, M);
   return Total;
 }
 
-VOID CollectMemoryModules() {
-  InstalledModules = MemoryModules{};
+VOID CollectMemoryModules(MemoryModules& M) {
+  M = MemoryModules{};
   SmBiosProtocol* SmBios = LocateService<SmBiosProtocol>(SmBiosProtocolGuid);
   if (SmBios == nullptr) return;
 
@@ -38,7 +37,6 @@ VOID CollectMemoryModules() {
     if (ReadDevice(Record).Size != 0) ++Populated;
   if (Populated == 0) return;
 
-  MemoryModules& M = InstalledModules;
   M.SizeMb = AllocateZeroedArray<UINT64>(Populated);
   M.SpeedMhz = AllocateZeroedArray<UINT64>(Populated);
   M.Type = AllocateZeroedArray<UINT64>(Populated);
@@ -47,7 +45,7 @@ VOID CollectMemoryModules() {
   M.PartNumber = AllocateZeroedArray<CHAR16*>(Populated);
   if (M.SizeMb == nullptr || M.SpeedMhz == nullptr || M.Type == nullptr || M.Manufacturer == nullptr ||
       M.SerialNumber == nullptr || M.PartNumber == nullptr) {
-    ReleaseMemoryModules();
+    ReleaseMemoryModules(M);
     return;
   }
   for (UINT32 Instance = 0; M.Count < Populated && !EFI_ERROR(SmBios->GetSmbiosStructure(MemoryDeviceType, &Record, Instance));
@@ -64,8 +62,7 @@ VOID CollectMemoryModules() {
   }
 }
 
-VOID ReleaseMemoryModules() {
-  MemoryModules& M = InstalledModules;
+VOID ReleaseMemoryModules(MemoryModules& M) {
   CHAR16** const TextArrays[] = {M.Manufacturer, M.SerialNumber, M.PartNumber};
   for (CHAR16** Texts : TextArrays) {
     if (Texts == nullptr) continue;

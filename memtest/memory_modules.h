@@ -16,14 +16,12 @@ struct MemoryModules {
   CHAR16** PartNumber;
 };
 
-extern MemoryModules InstalledModules;
-
-// Fills InstalledModules; no SMBIOS service or no populated device leaves it empty.
-VOID CollectMemoryModules();
-VOID ReleaseMemoryModules();
+// Fills Modules; no SMBIOS service or no populated device leaves it empty.
+VOID CollectMemoryModules(MemoryModules& Modules);
+VOID ReleaseMemoryModules(MemoryModules& Modules);
 
 // Whole gigabytes of module M, and of all modules.
-inline UINT64 ModuleGigabytes(UINT64 M) { return InstalledModules.SizeMb[M] / 1024; }
-UINT64 TotalModuleGigabytes();
+inline UINT64 ModuleGigabytes(const MemoryModules& Modules, UINT64 M) { return Modules.SizeMb[M] / 1024; }
+UINT64 TotalModuleGigabytes(const MemoryModules& Modules);
 
 }  // namespace tarvik

@@ -43,9 +43,9 @@ const CHAR16* OrDash(const CHAR16* Text) { return Text != nullptr && Text[0] != 
 VOID UniqueIdentifier(CHAR16* Text, UINTN Bytes) {
   Text[0] = 0;
   UINTN Used = 0;
-  for (UINT64 M = 0; M < InstalledModules.Count && M < 4; ++M)
+  for (UINT64 M = 0; M < MemoryTest.Modules.Count && M < 4; ++M)
     Used += SPrint(Text + Used, Bytes - Used * sizeof(CHAR16), M == 0 ? u"%s" : u"-%s",
-                   OrDash(InstalledModules.SerialNumber[M]));
+                   OrDash(MemoryTest.Modules.SerialNumber[M]));
 }
 
 }  // namespace
@@ -74,11 +74,11 @@ EFI_STATUS MemorySystemInfoRow(UINT64 Row, CHAR16** Label, CHAR16** Value) {
   V[0] = 0;
   if (Row == 0) {
     SPrint(L, RowBytes, u"%s:", MemoryText(memory_text::TotalPhysicalMemory));
-    SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(TotalModuleGigabytes()));
+    SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(TotalModuleGigabytes(MemoryTest.Modules)));
     return Texts.HandOut(Label, Value);
   }
   const UINT64 M = (Row - 1) / 7;
-  const MemoryModules& Modules = InstalledModules;
+  const MemoryModules& Modules = MemoryTest.Modules;
   switch ((Row - 1) % 7) {
     case 0:  // a blank line before each module
       break;
@@ -92,7 +92,7 @@ EFI_STATUS MemorySystemInfoRow(UINT64 Row, CHAR16** Label, CHAR16** Value) {
       break;
     case 3:
       SPrint(L, RowBytes, u"%s:", MemoryText(memory_text::MemorySize));
-      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(ModuleGigabytes(M)));
+      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(ModuleGigabytes(MemoryTest.Modules, M)));
       break;
     case 4:
       SPrint(L, RowBytes, u"%s:", MemoryText(memory_text::Manufacturer));
@@ -129,13 +129,13 @@ EFI_STATUS MemoryLogRow(UINT64 Row, CHAR16** Key, CHAR16** Value) {
       return Texts.HandOut(Key, Value);
     case 2:
       SPrint(K, RowBytes, u"%s:", u"PHYSICAL_MEMORY");
-      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(TotalModuleGigabytes()));
+      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(TotalModuleGigabytes(MemoryTest.Modules)));
       return Texts.HandOut(Key, Value);
     default:
       break;
   }
   const UINT64 M = (Row - 3) / 8;
-  const MemoryModules& Modules = InstalledModules;
+  const MemoryModules& Modules = MemoryTest.Modules;
   switch ((Row - 3) % 8) {
     case 0:
       SPrint(K, RowBytes, u">>> %s %s", u"RESOURCE", u"BANK");
@@ -155,7 +155,7 @@ EFI_STATUS MemoryLogRow(UINT64 Row, CHAR16** Key, CHAR16** Value) {
       break;
     case 4:
       SPrint(K, RowBytes, u"%s:", u"SIZE");
-      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(ModuleGigabytes(M)));
+      SPrint(V, RowBytes, u"%d GB", static_cast<INT32>(ModuleGigabytes(MemoryTest.Modules, M)));
       break;
     case 5:
       SPrint(K, RowBytes, u"%s:", u"PART_NUMBER");

@@ -5,13 +5,13 @@
 #pragma once
 
 #include "efi/efi.h"
-#include "memtest/memory_modules.h"
+#include "memtest/memory_test_state.h"
 
 namespace tarvik {
 
 inline constexpr UINT64 MemoryRunInfoRows = 2;
-inline UINT64 MemorySystemInfoRowCount() { return InstalledModules.Count * 7 + 1; }
-inline UINT64 MemoryLogRowCount() { return InstalledModules.Count * 8 + 3; }
+inline UINT64 MemorySystemInfoRowCount() { return MemoryTest.Modules.Count * 7 + 1; }
+inline UINT64 MemoryLogRowCount() { return MemoryTest.Modules.Count * 8 + 3; }
 
 EFI_STATUS MemoryRunInfoRow(UINT64 Row, UINT64 DeviceIndex, CHAR16** Label, CHAR16** Value);
 EFI_STATUS MemorySystemInfoRow(UINT64 Row, CHAR16** Label, CHAR16** Value);

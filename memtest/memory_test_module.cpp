@@ -16,6 +16,7 @@ constinit MemoryTestState MemoryTest = {
     .KeepRunning = 1,
     .TotalPages = 0,
     .AvailablePages = 0,
+    .Modules = {},
 };
 
 namespace {
@@ -131,7 +132,7 @@ VOID FillOperations(TestModuleProtocol& Record) {
 }
 
 EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
-  ReleaseMemoryModules();
+  ReleaseMemoryModules(MemoryTest.Modules);
   return ReleaseTestModule(MemoryTest.Installation);
 }
 
@@ -146,7 +147,7 @@ EFI_STATUS InstallMemoryTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
       .StringTableName = u"Memory",
       .AddTestFailureFormat = u"Falha ao instalar Memory Test em Test Collection Protocol: %r\n",
       .InstallFailureFormat = u"Falha ao instalar Memory Test Protocol: %r\n",
-      .Complete = CollectMemoryModules,
+      .Complete = [] { CollectMemoryModules(MemoryTest.Modules); },
   };
   return InstallTestModule(ImageHandle, Module);
 }

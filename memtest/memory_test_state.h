@@ -2,6 +2,7 @@
 // installation (record, registry, "Memory" texts) and what its runs share.
 #pragma once
 
+#include "memtest/memory_modules.h"
 #include "registry/test_module_installer.h"
 
 namespace tarvik {
@@ -11,6 +12,7 @@ struct MemoryTestState {
   volatile UINT8 KeepRunning;  // 1 while a run may go on; StopTest clears it
   UINT64 TotalPages;           // of the memory map, refreshed by each run
   UINT64 AvailablePages;       // free pages of the memory map
+  MemoryModules Modules;       // the SMBIOS memory devices, gathered at installation
 };
 
 // Defined with the module's record and installation (memory_test_module.cpp).

@@ -5,7 +5,6 @@
 
 namespace tarvik {
 
-constinit INT32 SavedConsoleMode = 0;
 
 namespace {
 
@@ -74,21 +73,21 @@ VOID UseSize(const ModeSize& Size) {
 
 }  // namespace
 
-VOID ChooseConsoleMode() {
+INT32 ChooseConsoleMode() {
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
   ScreenSize[0] = 0;
   ScreenSize[1] = 0;
-  SavedConsoleMode = Out->Mode->Mode;
+  const INT32 Found = Out->Mode->Mode;
   const ModeSize First = PreferredMode(Out, 0);
   if (!First.Found) {
     Out->SetMode(Out, 0);
-    return;
+    return Found;
   }
   UINT64 Refused = 0;
   for (ModeSize Size = First; Size.Found && Size.Mode < TrackedModes; Size = PreferredMode(Out, Refused)) {
     if (SetWholeMode(Out, Size)) {
       UseSize(Size);
-      return;
+      return Found;
     }
     Refused |= UINT64{1} << Size.Mode;
   }
@@ -97,6 +96,7 @@ VOID ChooseConsoleMode() {
   // stands.
   Out->SetMode(Out, First.Mode);
   UseSize(First);
+  return Found;
 }
 
 }  // namespace tarvik

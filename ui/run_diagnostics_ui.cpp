@@ -74,8 +74,9 @@ class InterfaceSession {
   TimerEvent Clock_;
 };
 
-// The main screen from start to "Exit Application".
-EFI_STATUS RunMainScreen() {
+// The main screen from start to "Exit Application". SavedMode gets the
+// console mode the interface found, to be put back on exit.
+EFI_STATUS RunMainScreen(INT32& SavedMode) {
   InterfaceSession Session;
   if (EFI_ERROR(Session.Start())) return EFI_ABORTED;
   MainScreen Screen;
@@ -84,7 +85,7 @@ EFI_STATUS RunMainScreen() {
   Screen.ToolCount = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid) != nullptr ? 2 : 1;
 
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
-  ChooseConsoleMode();
+  SavedMode = ChooseConsoleMode();
   Out->EnableCursor(Out, FALSE);
   Session.StartClock();
 
@@ -100,11 +101,12 @@ EFI_STATUS RunMainScreen() {
 }  // namespace
 
 EFI_STATUS RunDiagnosticsUi(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-  if (EFI_ERROR(RunMainScreen())) return EFI_ABORTED;
+  INT32 SavedMode = 0;
+  if (EFI_ERROR(RunMainScreen(SavedMode))) return EFI_ABORTED;
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* Out = gST->ConOut;
   Out->Reset(Out, FALSE);
   Out->ClearScreen(Out);
-  Out->SetMode(Out, static_cast<UINTN>(SavedConsoleMode));
+  Out->SetMode(Out, static_cast<UINTN>(SavedMode));
   Out->SetCursorPosition(Out, 0, 0);
   Out->EnableCursor(Out, TRUE);
   Out->SetAttribute(Out, ui_colour::Plain);
