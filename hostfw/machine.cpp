@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "hostfw/console_out.h"
 #include "hostfw/interrupts.h"
 #include "hostfw/keyboard.h"

@@ -13,6 +13,8 @@
 #include <set>
 #include <sstream>
 
+#include "hostfw/text_case.h"
+
 namespace hostfw {
 namespace {
 
@@ -23,10 +25,6 @@ std::string trim(const std::string& s) {
   return s.substr(b, e - b);
 }
 
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-  return s;
-}
 
 std::vector<std::string> split_list(const std::string& value) {
   std::vector<std::string> out;
@@ -65,7 +63,7 @@ class Reader {
 
   bool flag(const Section& s, const std::string& key) const {
     const auto& [text, line] = s.values.at(key);
-    const std::string v = lower(text);
+    const std::string v = ascii_lower(text);
     if (v == "yes" || v == "true" || v == "1") return true;
     if (v == "no" || v == "false" || v == "0") return false;
     fail(line, key + " must be yes or no, not \"" + text + "\"");
@@ -92,7 +90,7 @@ class Reader {
 };
 
 ConsoleModeSize parse_mode(const Reader& r, const std::string& text, int line) {
-  const size_t x = lower(text).find('x');
+  const size_t x = ascii_lower(text).find('x');
   ConsoleModeSize mode;
   try {
     if (x == std::string::npos) throw std::invalid_argument("no x");
@@ -134,14 +132,14 @@ uint8_t memory_type_code(const Reader& r, const std::string& text, int line) {
   static const std::map<std::string, uint8_t> codes = {{"ddr", 0x12},   {"ddr2", 0x13},   {"ddr3", 0x18},
                                                        {"ddr4", 0x1A},  {"lpddr3", 0x1D}, {"lpddr4", 0x1E},
                                                        {"ddr5", 0x22},  {"lpddr5", 0x23}, {"other", 0x01}};
-  auto it = codes.find(lower(text));
+  auto it = codes.find(ascii_lower(text));
   if (it == codes.end()) r.fail(line, "unknown memory type \"" + text + "\"");
   return it->second;
 }
 
 uint8_t form_factor_code(const Reader& r, const std::string& text, int line) {
   static const std::map<std::string, uint8_t> codes = {{"dimm", 0x09}, {"sodimm", 0x0D}, {"other", 0x01}};
-  auto it = codes.find(lower(text));
+  auto it = codes.find(ascii_lower(text));
   if (it == codes.end()) r.fail(line, "unknown form factor \"" + text + "\"");
   return it->second;
 }
@@ -340,13 +338,13 @@ Profile parse_profile(const std::string& text, const std::string& source, const 
     if (content.empty()) continue;
     if (content.front() == '[') {
       if (content.back() != ']') reader.fail(line, "a section header ends with ']'");
-      sections.push_back(Section{lower(trim(content.substr(1, content.size() - 2))), line, {}});
+      sections.push_back(Section{ascii_lower(trim(content.substr(1, content.size() - 2))), line, {}});
       continue;
     }
     const size_t eq = content.find('=');
     if (eq == std::string::npos) reader.fail(line, "expected key = value");
     if (sections.empty()) reader.fail(line, "a key before any [section]");
-    const std::string key = lower(trim(content.substr(0, eq)));
+    const std::string key = ascii_lower(trim(content.substr(0, eq)));
     if (key.empty()) reader.fail(line, "a value without a key");
     if (sections.back().values.count(key)) reader.fail(line, "\"" + key + "\" is given twice in this section");
     sections.back().values[key] = {trim(content.substr(eq + 1)), line};

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "tests/support/test_machine.h"
 
 namespace {

@@ -36,6 +36,9 @@
 // Self-tests run on the machine clock: started by SMART EXECUTE OFF-LINE
 // IMMEDIATE, they report 0xF9..0xF1 in the self-test execution status byte
 // as time passes, then their outcome, which is added to the self-test logs.
+//
+// The controller (this file) enumerates the drives and checks each packet;
+// ata_commands.* decodes the command and ata_drive.* is the drive.
 #pragma once
 
 #include <cstdint>
@@ -44,7 +47,9 @@
 
 #include "efi/efi.h"
 #include "efi/protocol/ata_pass_thru.h"
+#include "hostfw/ata_drive.h"
 #include "hostfw/profile.h"
+#include "hostfw/protocol_thunk.h"
 
 namespace hostfw {
 
@@ -52,12 +57,6 @@ class Machine;
 
 class AtaController {
  public:
-  // Self-test subcommands of SMART EXECUTE OFF-LINE IMMEDIATE.
-  static constexpr uint8_t kShortSelfTest = 0x01;
-  static constexpr uint8_t kExtendedSelfTest = 0x02;
-  static constexpr uint8_t kConveyanceSelfTest = 0x03;
-  static constexpr uint8_t kAbortSelfTest = 0x7F;
-
   // Installs the controller on a new handle with its device path.
   AtaController(Machine& machine, const std::vector<DriveInfo>& drives);
   ~AtaController();
@@ -65,7 +64,8 @@ class AtaController {
   AtaController& operator=(const AtaController&) = delete;
 
   EFI_HANDLE handle() const { return handle_; }
-  EFI_ATA_PASS_THRU_PROTOCOL* protocol() { return &protocol_; }
+  EFI_ATA_PASS_THRU_PROTOCOL* protocol() { return &protocol_.protocol; }
+  Events& events() const;
   size_t drive_count() const { return drives_.size(); }
 
   // How long a self-test of that subcommand runs on the drive at port, in
@@ -83,15 +83,13 @@ class AtaController {
   EFI_STATUS reset_port(UINT16 port);
   EFI_STATUS reset_device(UINT16 port, UINT16 multiplier_port);
 
-  struct Drive;
-
  private:
-  Drive* find(UINT16 port, UINT16 multiplier_port) const;
+  AtaDrive* find(UINT16 port, UINT16 multiplier_port) const;
 
   Machine& machine_;
-  std::vector<std::unique_ptr<Drive>> drives_;  // in port order
+  std::vector<std::unique_ptr<AtaDrive>> drives_;  // in port order
   EFI_ATA_PASS_THRU_MODE mode_{};
-  EFI_ATA_PASS_THRU_PROTOCOL protocol_{};
+  HostedProtocol<EFI_ATA_PASS_THRU_PROTOCOL, AtaController> protocol_;
   std::vector<uint8_t> device_path_;  // the controller's, ends with the end node
   EFI_HANDLE handle_ = nullptr;
   // Enumeration state: what GetNextPort / GetNextDevice returned last.

@@ -1,0 +1,272 @@
+#include "hostfw/ata_commands.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "hostfw/ata_command_set.h"
+
+namespace hostfw {
+using namespace ata;
+namespace {
+
+// What a command moves, known before it runs.
+struct Transfer {
+  enum Direction { kNone, kIn, kOut } direction = kNone;
+  uint64_t bytes = 0;
+};
+
+uint64_t lba28(const EFI_ATA_COMMAND_BLOCK& c) {
+  return c.AtaSectorNumber | c.AtaCylinderLow << 8 | c.AtaCylinderHigh << 16 | (c.AtaDeviceHead & 0x0Full) << 24;
+}
+uint64_t lba48(const EFI_ATA_COMMAND_BLOCK& c) {
+  return c.AtaSectorNumber | c.AtaCylinderLow << 8 | c.AtaCylinderHigh << 16 | uint64_t{c.AtaSectorNumberExp} << 24 |
+         uint64_t{c.AtaCylinderLowExp} << 32 | uint64_t{c.AtaCylinderHighExp} << 40;
+}
+uint64_t count28(const EFI_ATA_COMMAND_BLOCK& c) { return c.AtaSectorCount == 0 ? 256 : c.AtaSectorCount; }
+uint64_t count48(const EFI_ATA_COMMAND_BLOCK& c) {
+  const uint64_t n = c.AtaSectorCount | c.AtaSectorCountExp << 8;
+  return n == 0 ? 65536 : n;
+}
+
+Transfer transfer_of(const EFI_ATA_COMMAND_BLOCK& c) {
+  switch (c.AtaCommand) {
+    case kIdentifyDevice: return {Transfer::kIn, kPage};
+    case kWriteSectors: return {Transfer::kOut, count28(c) * kPage};
+    case kWriteSectorsExt: return {Transfer::kOut, count48(c) * kPage};
+    case kReadLogExt: return {Transfer::kIn, uint64_t(c.AtaSectorCount | c.AtaSectorCountExp << 8) * kPage};
+    case kSmart:
+      if (c.AtaFeatures == kSmartReadData || c.AtaFeatures == kSmartReadThresholds) return {Transfer::kIn, kPage};
+      if (c.AtaFeatures == kSmartReadLog) return {Transfer::kIn, uint64_t{c.AtaSectorCount} * kPage};
+      return {};
+    default: return {};
+  }
+}
+
+bool protocol_reads(UINT8 p) {
+  return p == EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN || p == EFI_ATA_PASS_THRU_PROTOCOL_UDMA_DATA_IN ||
+         p == EFI_ATA_PASS_THRU_PROTOCOL_DMA;
+}
+bool protocol_writes(UINT8 p) {
+  return p == EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_OUT || p == EFI_ATA_PASS_THRU_PROTOCOL_UDMA_DATA_OUT ||
+         p == EFI_ATA_PASS_THRU_PROTOCOL_DMA;
+}
+
+void put_lba(EFI_ATA_STATUS_BLOCK& s, uint64_t lba, bool ext, uint8_t device) {
+  s.AtaSectorNumber = static_cast<uint8_t>(lba);
+  s.AtaCylinderLow = static_cast<uint8_t>(lba >> 8);
+  s.AtaCylinderHigh = static_cast<uint8_t>(lba >> 16);
+  if (ext) {
+    s.AtaSectorNumberExp = static_cast<uint8_t>(lba >> 24);
+    s.AtaCylinderLowExp = static_cast<uint8_t>(lba >> 32);
+    s.AtaCylinderHighExp = static_cast<uint8_t>(lba >> 40);
+    s.AtaDeviceHead = static_cast<uint8_t>(device & 0xF0);
+  } else {
+    s.AtaSectorNumberExp = s.AtaCylinderLowExp = s.AtaCylinderHighExp = 0;
+    s.AtaDeviceHead = static_cast<uint8_t>((device & 0xF0) | ((lba >> 24) & 0x0F));
+  }
+}
+
+// One command in progress: the drive, the command block, the status block
+// being filled and the data the drive sends back.
+struct Exchange {
+  AtaDrive& drive;
+  const EFI_ATA_COMMAND_BLOCK c;
+  EFI_ATA_STATUS_BLOCK& s;
+  uint64_t now;
+  std::vector<uint8_t> data;
+
+  AtaCompletion fail(uint8_t error) {
+    s.AtaStatus = kStatusError;
+    s.AtaError = error;
+    return AtaCompletion::kError;
+  }
+  AtaCompletion fail_at(uint8_t error, uint64_t lba, bool ext) {
+    put_lba(s, lba, ext, c.AtaDeviceHead);
+    return fail(error);
+  }
+  uint8_t* page(size_t pages = 1) {
+    data.assign(pages * kPage, 0);
+    return data.data();
+  }
+};
+
+AtaCompletion read_verify(Exchange& x) {
+  const bool ext = x.c.AtaCommand == kReadVerifyExt;
+  const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
+  const uint64_t count = ext ? count48(x.c) : count28(x.c);
+  if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
+  uint64_t bad_lba = 0;
+  if (x.drive.first_unreadable(lba, count, &bad_lba)) {
+    x.s.AtaSectorCount = x.s.AtaSectorCountExp = 0;
+    return x.fail_at(kErrorUncorrectable, bad_lba, ext);
+  }
+  return AtaCompletion::kDone;
+}
+
+AtaCompletion write_sectors(Exchange& x) {
+  const bool ext = x.c.AtaCommand == kWriteSectorsExt;
+  const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
+  const uint64_t count = ext ? count48(x.c) : count28(x.c);
+  if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
+  x.drive.write(lba, count);
+  return AtaCompletion::kDone;
+}
+
+AtaCompletion write_uncorrectable(Exchange& x) {
+  // Pseudo-uncorrectable (logged) and flagged: both read back as UNC.
+  if (x.c.AtaFeatures != kPseudoUncorrectable && x.c.AtaFeatures != kFlaggedUncorrectable)
+    return x.fail(kErrorAbort);
+  const uint64_t lba = lba48(x.c), count = count48(x.c);
+  if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, true);
+  x.drive.make_uncorrectable(lba, count);
+  return AtaCompletion::kDone;
+}
+
+AtaCompletion read_log_ext(Exchange& x, uint64_t pages) {
+  const uint8_t address = x.c.AtaSectorNumber;
+  const uint64_t page = x.c.AtaCylinderLow | x.c.AtaCylinderHighExp << 8;
+  if (pages == 0 || page + pages > 1 || (address != kLogDirectory && address != kExtSelfTestLog))
+    return x.fail(kErrorAbort);
+  if (address == kLogDirectory) {
+    AtaDrive::directory(x.page(), true);
+  } else {
+    x.drive.settle(x.now);
+    x.drive.ext_self_test_log(x.page());
+  }
+  return AtaCompletion::kDone;
+}
+
+AtaCompletion smart_execute_offline(Exchange& x) {
+  AtaDrive& d = x.drive;
+  switch (x.c.AtaSectorNumber) {
+    case kOfflineDataCollection: d.offline_status = 0x82; break;  // done at once
+    case kShortSelfTest:
+    case kExtendedSelfTest:
+    case kConveyanceSelfTest:
+      // A new self-test replaces one still running, which is logged as aborted.
+      d.interrupt(kTestAbortedByHost, x.now);
+      d.start_test(x.c.AtaSectorNumber, x.now);
+      break;
+    case kAbortSelfTest: d.interrupt(kTestAbortedByHost, x.now); break;
+    default: return x.fail(kErrorAbort);  // captive, selective and vendor tests
+  }
+  return AtaCompletion::kDone;
+}
+
+AtaCompletion smart(Exchange& x) {
+  AtaDrive& d = x.drive;
+  if (x.c.AtaCylinderLow != kSmartLbaMid || x.c.AtaCylinderHigh != kSmartLbaHigh) return x.fail(kErrorAbort);
+  if (!d.smart_enabled && x.c.AtaFeatures != kSmartEnable) return x.fail(kErrorAbort);
+  switch (x.c.AtaFeatures) {
+    case kSmartReadData: d.smart_data(x.page(), x.now); break;
+    case kSmartReadThresholds: d.smart_thresholds(x.page(), x.now); break;
+    case kSmartEnable: d.smart_enabled = true; break;
+    case kSmartDisable: d.smart_enabled = false; break;
+    case kSmartReturnStatus:
+      if (d.threshold_exceeded(x.now)) {
+        x.s.AtaCylinderLow = kSmartExceededLbaMid;
+        x.s.AtaCylinderHigh = kSmartExceededLbaHigh;
+      }
+      break;
+    case kSmartExecuteOffline: return smart_execute_offline(x);
+    case kSmartReadLog: {
+      const uint8_t address = x.c.AtaSectorNumber;
+      if (x.c.AtaSectorCount != 1 || (address != kLogDirectory && address != kSelfTestLog)) return x.fail(kErrorAbort);
+      if (address == kLogDirectory) {
+        AtaDrive::directory(x.page(), false);
+      } else {
+        d.settle(x.now);
+        d.self_test_log(x.page());
+      }
+      break;
+    }
+    default: return x.fail(kErrorAbort);
+  }
+  return AtaCompletion::kDone;
+}
+
+}  // namespace
+
+bool ata_protocol_carried(UINT8 p) {
+  return p == EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA || protocol_reads(p) || protocol_writes(p);
+}
+
+AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns) {
+  const EFI_ATA_COMMAND_BLOCK& c = *packet.Acb;
+  // Transfer lengths count bytes, or 512-byte sectors without the bytes flag.
+  const uint64_t unit = (packet.Length & EFI_ATA_PASS_THRU_LENGTH_BYTES) != 0 ? 1 : kPage;
+  const Transfer transfer = transfer_of(c);
+
+  // The status block carries the command's registers unless the command
+  // changes them.
+  EFI_ATA_STATUS_BLOCK& s = *packet.Asb;
+  std::memset(&s, 0, sizeof s);
+  s.AtaSectorNumber = c.AtaSectorNumber;
+  s.AtaCylinderLow = c.AtaCylinderLow;
+  s.AtaCylinderHigh = c.AtaCylinderHigh;
+  s.AtaDeviceHead = c.AtaDeviceHead;
+  s.AtaSectorNumberExp = c.AtaSectorNumberExp;
+  s.AtaCylinderLowExp = c.AtaCylinderLowExp;
+  s.AtaCylinderHighExp = c.AtaCylinderHighExp;
+  s.AtaSectorCount = c.AtaSectorCount;
+  s.AtaSectorCountExp = c.AtaSectorCountExp;
+  s.AtaStatus = kStatusReady;
+  Exchange x{drive, c, s, now_ns, {}};
+
+  auto finish = [&](AtaCompletion completion) {
+    if (completion == AtaCompletion::kError) {
+      packet.InTransferLength = 0;
+      packet.OutTransferLength = 0;
+    }
+    return completion;
+  };
+
+  // The packet must carry the command's data the way the command moves it:
+  // data the drive sends with nowhere to go fails the transfer, as it does on
+  // the controller; a buffer too small is refused before anything runs.
+  const uint64_t in_bytes = uint64_t{packet.InTransferLength} * unit;
+  const uint64_t out_bytes = uint64_t{packet.OutTransferLength} * unit;
+  if (transfer.direction == Transfer::kIn && transfer.bytes > 0) {
+    if (!protocol_reads(packet.Protocol)) return finish(x.fail(kErrorAbort));
+    if (in_bytes < transfer.bytes) {
+      packet.InTransferLength = static_cast<UINT32>((transfer.bytes + unit - 1) / unit);
+      return AtaCompletion::kBadBufferSize;
+    }
+  }
+  if (transfer.direction == Transfer::kOut) {
+    if (!protocol_writes(packet.Protocol)) return finish(x.fail(kErrorAbort));
+    if (out_bytes < transfer.bytes) {
+      packet.OutTransferLength = static_cast<UINT32>((transfer.bytes + unit - 1) / unit);
+      return AtaCompletion::kBadBufferSize;
+    }
+  }
+
+  AtaCompletion completion = AtaCompletion::kDone;
+  switch (c.AtaCommand) {
+    case kIdentifyDevice: drive.identify_data(x.page()); break;
+    case kReadVerify:
+    case kReadVerifyExt: completion = read_verify(x); break;
+    case kWriteSectors:
+    case kWriteSectorsExt: completion = write_sectors(x); break;
+    case kWriteUncorrectableExt: completion = write_uncorrectable(x); break;
+    case kReadLogExt: completion = read_log_ext(x, transfer.bytes / kPage); break;
+    case kSmart: completion = smart(x); break;
+    default: completion = x.fail(kErrorAbort); break;
+  }
+  if (completion != AtaCompletion::kDone) return finish(completion);
+
+  if (transfer.direction == Transfer::kIn && !x.data.empty()) {
+    std::memcpy(packet.InDataBuffer, x.data.data(), x.data.size());
+    packet.InTransferLength = static_cast<UINT32>(x.data.size() / unit);
+  } else {
+    packet.InTransferLength = 0;
+  }
+  if (transfer.direction == Transfer::kOut)
+    packet.OutTransferLength = static_cast<UINT32>(transfer.bytes / unit);
+  else
+    packet.OutTransferLength = 0;
+  return AtaCompletion::kDone;
+}
+
+}  // namespace hostfw

@@ -1,0 +1,190 @@
+#include "hostfw/ata_controller.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "hostfw/ata_commands.h"
+#include "hostfw/ata_command_set.h"
+#include "hostfw/machine.h"
+#include "hostfw/memory.h"
+
+namespace hostfw {
+namespace {
+
+const EFI_GUID kAtaPassThruGuid = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
+const EFI_GUID kDevicePathGuid = EFI_DEVICE_PATH_PROTOCOL_GUID;
+
+constexpr UINT16 kNoMultiplier = 0xFFFF;
+constexpr uint32_t kIoAlign = 2;  // AHCI data buffers are word-aligned
+
+// ---- EFIAPI entry points ---------------------------------------------------------
+
+EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16 PortMultiplierPort,
+                           EFI_ATA_PASS_THRU_COMMAND_PACKET* Packet, EFI_EVENT) {
+  return serve<AtaController>(This, [&](AtaController& a) { return a.pass_thru(Port, PortMultiplierPort, Packet); });
+}
+EFIAPI EFI_STATUS GetNextPort(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16* Port) {
+  return serve<AtaController>(This, [&](AtaController& a) { return a.get_next_port(Port); });
+}
+EFIAPI EFI_STATUS GetNextDevice(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16* PortMultiplierPort) {
+  return serve<AtaController>(This, [&](AtaController& a) { return a.get_next_device(Port, PortMultiplierPort); });
+}
+EFIAPI EFI_STATUS BuildDevicePath(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16 PortMultiplierPort,
+                                  EFI_DEVICE_PATH_PROTOCOL** DevicePath) {
+  return serve<AtaController>(
+      This, [&](AtaController& a) { return a.build_device_path(Port, PortMultiplierPort, DevicePath); });
+}
+EFIAPI EFI_STATUS GetDevice(EFI_ATA_PASS_THRU_PROTOCOL* This, EFI_DEVICE_PATH_PROTOCOL* DevicePath, UINT16* Port,
+                            UINT16* PortMultiplierPort) {
+  return serve<AtaController>(
+      This, [&](AtaController& a) { return a.get_device(DevicePath, Port, PortMultiplierPort); });
+}
+EFIAPI EFI_STATUS ResetPort(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port) {
+  return serve<AtaController>(This, [&](AtaController& a) { return a.reset_port(Port); });
+}
+EFIAPI EFI_STATUS ResetDevice(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16 PortMultiplierPort) {
+  return serve<AtaController>(This, [&](AtaController& a) { return a.reset_device(Port, PortMultiplierPort); });
+}
+
+}  // namespace
+
+// ---- The controller -----------------------------------------------------------------
+
+AtaController::AtaController(Machine& machine, const std::vector<DriveInfo>& drives) : machine_(machine) {
+  for (const DriveInfo& d : drives) drives_.push_back(std::make_unique<AtaDrive>(d));
+  std::sort(drives_.begin(), drives_.end(), [](const auto& a, const auto& b) { return a->info.port < b->info.port; });
+
+  mode_.Attributes = EFI_ATA_PASS_THRU_ATTRIBUTES_PHYSICAL | EFI_ATA_PASS_THRU_ATTRIBUTES_LOGICAL;
+  mode_.IoAlign = kIoAlign;
+  protocol_.owner = this;
+  protocol_.protocol.Mode = &mode_;
+  protocol_.protocol.PassThru = PassThru;
+  protocol_.protocol.GetNextPort = GetNextPort;
+  protocol_.protocol.GetNextDevice = GetNextDevice;
+  protocol_.protocol.BuildDevicePath = BuildDevicePath;
+  protocol_.protocol.GetDevice = GetDevice;
+  protocol_.protocol.ResetPort = ResetPort;
+  protocol_.protocol.ResetDevice = ResetDevice;
+
+  // PciRoot(0)/Pci(0x17,0x0): the controller on the root bridge.
+  device_path_ = {ACPI_DEVICE_PATH, 0x01, 12, 0, 0xD0, 0x41, 0x03, 0x0A, 0, 0, 0, 0,
+                  HARDWARE_DEVICE_PATH, 0x01, 6, 0, 0x00, 0x17,
+                  END_DEVICE_PATH_TYPE, END_ENTIRE_DEVICE_PATH_SUBTYPE, 4, 0};
+  machine_.handles().install(&handle_, kAtaPassThruGuid, &protocol_.protocol);
+  machine_.handles().install(&handle_, kDevicePathGuid, device_path_.data());
+}
+
+Events& AtaController::events() const { return machine_.events(); }
+
+AtaController::~AtaController() {
+  machine_.handles().uninstall(handle_, kDevicePathGuid, device_path_.data());
+  machine_.handles().uninstall(handle_, kAtaPassThruGuid, &protocol_.protocol);
+}
+
+AtaDrive* AtaController::find(UINT16 port, UINT16 multiplier_port) const {
+  if (multiplier_port != kNoMultiplier) return nullptr;  // no port multipliers on this controller
+  for (const auto& d : drives_)
+    if (d->info.port == port) return d.get();
+  return nullptr;
+}
+
+uint64_t AtaController::self_test_duration_ns(uint16_t port, uint8_t subcommand) const {
+  const AtaDrive* d = find(port, kNoMultiplier);
+  return d == nullptr ? 0 : d->duration_ns(subcommand);
+}
+
+bool AtaController::sector_is_bad(uint16_t port, uint64_t lba) const {
+  const AtaDrive* d = find(port, kNoMultiplier);
+  return d != nullptr && d->bad.contains(lba);
+}
+
+EFI_STATUS AtaController::get_next_port(UINT16* port) {
+  if (port == nullptr) return EFI_INVALID_PARAMETER;
+  device_returned_ = false;
+  size_t next = 0;
+  if (*port != 0xFFFF) {
+    if (!port_returned_ || *port != last_port_) return EFI_INVALID_PARAMETER;
+    while (next < drives_.size() && drives_[next]->info.port <= *port) ++next;
+  }
+  if (next >= drives_.size()) {
+    port_returned_ = false;
+    return EFI_NOT_FOUND;
+  }
+  *port = last_port_ = drives_[next]->info.port;
+  port_returned_ = true;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS AtaController::get_next_device(UINT16 port, UINT16* multiplier_port) {
+  if (multiplier_port == nullptr || find(port, kNoMultiplier) == nullptr) return EFI_INVALID_PARAMETER;
+  // A drive attached directly is the port's only device, reported as 0xFFFF;
+  // asking again after it has been returned ends the port's list.
+  if (*multiplier_port != kNoMultiplier) return EFI_INVALID_PARAMETER;
+  if (device_returned_ && device_port_ == port) {
+    device_returned_ = false;
+    return EFI_NOT_FOUND;
+  }
+  device_returned_ = true;
+  device_port_ = port;
+  *multiplier_port = kNoMultiplier;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS AtaController::build_device_path(UINT16 port, UINT16 multiplier_port, EFI_DEVICE_PATH_PROTOCOL** path) {
+  if (path == nullptr) return EFI_INVALID_PARAMETER;
+  if (find(port, multiplier_port) == nullptr) return EFI_NOT_FOUND;
+  void* node = nullptr;
+  if (machine_.memory().allocate_pool(EfiBootServicesData, 10, &node) != EFI_SUCCESS) return EFI_OUT_OF_RESOURCES;
+  const uint8_t bytes[10] = {MESSAGING_DEVICE_PATH, MSG_SATA_DP, 10, 0,
+                             static_cast<uint8_t>(port), static_cast<uint8_t>(port >> 8),
+                             static_cast<uint8_t>(multiplier_port), static_cast<uint8_t>(multiplier_port >> 8), 0, 0};
+  std::memcpy(node, bytes, sizeof bytes);
+  *path = static_cast<EFI_DEVICE_PATH_PROTOCOL*>(node);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS AtaController::get_device(const EFI_DEVICE_PATH_PROTOCOL* path, UINT16* port, UINT16* multiplier_port) {
+  if (path == nullptr || port == nullptr || multiplier_port == nullptr) return EFI_INVALID_PARAMETER;
+  if (path->Type != MESSAGING_DEVICE_PATH || path->SubType != MSG_SATA_DP || DevicePathNodeLength(path) != 10)
+    return EFI_UNSUPPORTED;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(path);
+  const UINT16 p = static_cast<UINT16>(bytes[4] | bytes[5] << 8);
+  const UINT16 m = static_cast<UINT16>(bytes[6] | bytes[7] << 8);
+  if (find(p, m) == nullptr) return EFI_NOT_FOUND;
+  *port = p;
+  *multiplier_port = m;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS AtaController::reset_port(UINT16 port) { return reset_device(port, kNoMultiplier); }
+
+EFI_STATUS AtaController::reset_device(UINT16 port, UINT16 multiplier_port) {
+  AtaDrive* d = find(port, multiplier_port);
+  if (d == nullptr) return EFI_NOT_FOUND;
+  d->interrupt(ata::kTestInterruptedByReset, machine_.clock().now_ns());
+  return EFI_SUCCESS;
+}
+
+// ---- PassThru ----------------------------------------------------------------------
+
+EFI_STATUS AtaController::pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA_PASS_THRU_COMMAND_PACKET* packet) {
+  if (packet == nullptr || packet->Acb == nullptr || packet->Asb == nullptr) return EFI_INVALID_PARAMETER;
+  auto misaligned = [](const void* p) { return reinterpret_cast<uintptr_t>(p) % kIoAlign != 0; };
+  if (misaligned(packet->Asb) || misaligned(packet->InDataBuffer) || misaligned(packet->OutDataBuffer))
+    return EFI_INVALID_PARAMETER;
+  if ((packet->InTransferLength != 0 && packet->InDataBuffer == nullptr) ||
+      (packet->OutTransferLength != 0 && packet->OutDataBuffer == nullptr))
+    return EFI_INVALID_PARAMETER;
+  if (!ata_protocol_carried(packet->Protocol)) return EFI_UNSUPPORTED;
+  AtaDrive* drive = find(port, multiplier_port);
+  if (drive == nullptr) return EFI_NOT_FOUND;
+
+  switch (execute_ata_command(*drive, *packet, machine_.clock().now_ns())) {
+    case AtaCompletion::kDone: return EFI_SUCCESS;
+    case AtaCompletion::kError: return EFI_DEVICE_ERROR;  // a task file error, as an AHCI controller reports it
+    case AtaCompletion::kBadBufferSize: return EFI_BAD_BUFFER_SIZE;
+  }
+  return EFI_DEVICE_ERROR;
+}
+
+}  // namespace hostfw
