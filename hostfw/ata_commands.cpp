@@ -29,11 +29,12 @@ uint64_t count48(const EFI_ATA_COMMAND_BLOCK& c) {
   return n == 0 ? 65536 : n;
 }
 
-Transfer transfer_of(const EFI_ATA_COMMAND_BLOCK& c) {
+Transfer transfer_of(const EFI_ATA_COMMAND_BLOCK& c, uint64_t sector_bytes) {
   switch (c.AtaCommand) {
-    case kIdentifyDevice: return {Transfer::kIn, kPage};
-    case kWriteSectors: return {Transfer::kOut, count28(c) * kPage};
-    case kWriteSectorsExt: return {Transfer::kOut, count48(c) * kPage};
+    case kIdentifyDevice:
+    case kIdentifyPacketDevice: return {Transfer::kIn, kPage};
+    case kWriteSectors: return {Transfer::kOut, count28(c) * sector_bytes};
+    case kWriteSectorsExt: return {Transfer::kOut, count48(c) * sector_bytes};
     case kReadLogExt: return {Transfer::kIn, uint64_t(c.AtaSectorCount | c.AtaSectorCountExp << 8) * kPage};
     case kSmart:
       if (c.AtaFeatures == kSmartReadData || c.AtaFeatures == kSmartReadThresholds) return {Transfer::kIn, kPage};
@@ -85,6 +86,21 @@ struct Exchange {
     put_lba(s, lba, ext, c.AtaDeviceHead);
     return fail(error);
   }
+  // The end of an access that met a faulty sector.
+  AtaCompletion fault_at(MediaFault fault, uint64_t lba, bool ext) {
+    switch (fault) {
+      case MediaFault::kHang: return AtaCompletion::kTimeout;
+      case MediaFault::kIdNotFound: return fail_at(kErrorIdNotFound, lba, ext);
+      case MediaFault::kUncorrectable:
+        drive.log_error(lba, now);
+        s.AtaSectorCount = s.AtaSectorCountExp = 0;
+        return fail_at(kErrorUncorrectable, lba, ext);
+      case MediaFault::kAbort:
+      case MediaFault::kUnwritable: return fail_at(kErrorAbort, lba, ext);
+      case MediaFault::kNone: break;
+    }
+    return AtaCompletion::kDone;
+  }
   uint8_t* page(size_t pages = 1) {
     data.assign(pages * kPage, 0);
     return data.data();
@@ -96,12 +112,9 @@ AtaCompletion read_verify(Exchange& x) {
   const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
   const uint64_t count = ext ? count48(x.c) : count28(x.c);
   if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
-  uint64_t bad_lba = 0;
-  if (x.drive.first_unreadable(lba, count, &bad_lba)) {
-    x.s.AtaSectorCount = x.s.AtaSectorCountExp = 0;
-    return x.fail_at(kErrorUncorrectable, bad_lba, ext);
-  }
-  return AtaCompletion::kDone;
+  uint64_t at = 0;
+  const MediaFault fault = x.drive.first_fault(lba, count, false, &at);
+  return x.fault_at(fault, at, ext);
 }
 
 AtaCompletion write_sectors(Exchange& x) {
@@ -109,8 +122,12 @@ AtaCompletion write_sectors(Exchange& x) {
   const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
   const uint64_t count = ext ? count48(x.c) : count28(x.c);
   if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
-  x.drive.write(lba, count);
-  return AtaCompletion::kDone;
+  // The sectors before a faulty one are written; the command stops there.
+  uint64_t at = 0;
+  const MediaFault fault = x.drive.first_fault(lba, count, true, &at);
+  const uint64_t written = fault == MediaFault::kNone ? count : at - lba;
+  if (written > 0) x.drive.write(lba, written);
+  return x.fault_at(fault, at, ext);
 }
 
 AtaCompletion write_uncorrectable(Exchange& x) {
@@ -123,24 +140,26 @@ AtaCompletion write_uncorrectable(Exchange& x) {
   return AtaCompletion::kDone;
 }
 
-AtaCompletion read_log_ext(Exchange& x, uint64_t pages) {
+// Pages of a log: READ LOG EXT names the first page (LBA bits 15:8 and
+// 39:32), SMART READ LOG always starts at the first.
+AtaCompletion read_log(Exchange& x, uint64_t first, uint64_t pages, bool general_purpose) {
   const uint8_t address = x.c.AtaSectorNumber;
-  const uint64_t page = x.c.AtaCylinderLow | x.c.AtaCylinderHighExp << 8;
-  if (pages == 0 || page + pages > 1 || (address != kLogDirectory && address != kExtSelfTestLog))
-    return x.fail(kErrorAbort);
-  if (address == kLogDirectory) {
-    AtaDrive::directory(x.page(), true);
-  } else {
-    x.drive.settle(x.now);
-    x.drive.ext_self_test_log(x.page());
-  }
+  const uint64_t kept = x.drive.log_pages(address, general_purpose);
+  if (pages == 0 || first + pages > kept) return x.fail(kErrorAbort);
+  x.drive.settle(x.now);
+  x.drive.read_log(address, first, pages, general_purpose, x.page(pages));
   return AtaCompletion::kDone;
 }
 
 AtaCompletion smart_execute_offline(Exchange& x) {
   AtaDrive& d = x.drive;
-  switch (x.c.AtaSectorNumber) {
+  const uint8_t subcommand = x.c.AtaSectorNumber;
+  if (subcommand != kOfflineDataCollection && !d.info.self_test_supported) return x.fail(kErrorAbort);
+  switch (subcommand) {
     case kOfflineDataCollection: d.offline_status = 0x82; break;  // done at once
+    case kVendorDriveSelfTest:
+      if (d.info.refuse_vendor_self_test) return x.fail(kErrorAbort);
+      [[fallthrough]];
     case kShortSelfTest:
     case kExtendedSelfTest:
     case kConveyanceSelfTest:
@@ -149,19 +168,23 @@ AtaCompletion smart_execute_offline(Exchange& x) {
       d.start_test(x.c.AtaSectorNumber, x.now);
       break;
     case kAbortSelfTest: d.interrupt(kTestAbortedByHost, x.now); break;
-    default: return x.fail(kErrorAbort);  // captive, selective and vendor tests
+    default: return x.fail(kErrorAbort);  // captive, selective and other vendor tests
   }
   return AtaCompletion::kDone;
 }
 
 AtaCompletion smart(Exchange& x) {
   AtaDrive& d = x.drive;
+  if (!d.info.smart_supported) return x.fail(kErrorAbort);
   if (x.c.AtaCylinderLow != kSmartLbaMid || x.c.AtaCylinderHigh != kSmartLbaHigh) return x.fail(kErrorAbort);
   if (!d.smart_enabled && x.c.AtaFeatures != kSmartEnable) return x.fail(kErrorAbort);
   switch (x.c.AtaFeatures) {
     case kSmartReadData: d.smart_data(x.page(), x.now); break;
     case kSmartReadThresholds: d.smart_thresholds(x.page(), x.now); break;
-    case kSmartEnable: d.smart_enabled = true; break;
+    case kSmartEnable:
+      if (d.info.refuse_smart_enable) return x.fail(kErrorAbort);
+      d.smart_enabled = true;
+      break;
     case kSmartDisable: d.smart_enabled = false; break;
     case kSmartReturnStatus:
       if (d.threshold_exceeded(x.now)) {
@@ -170,37 +193,14 @@ AtaCompletion smart(Exchange& x) {
       }
       break;
     case kSmartExecuteOffline: return smart_execute_offline(x);
-    case kSmartReadLog: {
-      const uint8_t address = x.c.AtaSectorNumber;
-      if (x.c.AtaSectorCount != 1 || (address != kLogDirectory && address != kSelfTestLog)) return x.fail(kErrorAbort);
-      if (address == kLogDirectory) {
-        AtaDrive::directory(x.page(), false);
-      } else {
-        d.settle(x.now);
-        d.self_test_log(x.page());
-      }
-      break;
-    }
+    case kSmartReadLog: return read_log(x, 0, x.c.AtaSectorCount, false);
     default: return x.fail(kErrorAbort);
   }
   return AtaCompletion::kDone;
 }
 
-}  // namespace
-
-bool ata_protocol_carried(UINT8 p) {
-  return p == EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA || protocol_reads(p) || protocol_writes(p);
-}
-
-AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns) {
-  const EFI_ATA_COMMAND_BLOCK& c = *packet.Acb;
-  // Transfer lengths count bytes, or 512-byte sectors without the bytes flag.
-  const uint64_t unit = (packet.Length & EFI_ATA_PASS_THRU_LENGTH_BYTES) != 0 ? 1 : kPage;
-  const Transfer transfer = transfer_of(c);
-
-  // The status block carries the command's registers unless the command
-  // changes them.
-  EFI_ATA_STATUS_BLOCK& s = *packet.Asb;
+// The status block of a command: its own registers, unless it changes them.
+void echo_registers(const EFI_ATA_COMMAND_BLOCK& c, EFI_ATA_STATUS_BLOCK& s) {
   std::memset(&s, 0, sizeof s);
   s.AtaSectorNumber = c.AtaSectorNumber;
   s.AtaCylinderLow = c.AtaCylinderLow;
@@ -212,13 +212,74 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
   s.AtaSectorCount = c.AtaSectorCount;
   s.AtaSectorCountExp = c.AtaSectorCountExp;
   s.AtaStatus = kStatusReady;
+}
+
+void count(AtaDrive& drive, const EFI_ATA_COMMAND_BLOCK& c) {
+  AtaCommandCounts& counts = drive.counts;
+  ++counts.total;
+  ++counts.by_command[c.AtaCommand];
+  if (c.AtaCommand == kSmart) ++counts.by_smart_feature[c.AtaFeatures];
+}
+
+bool needs_lba48(uint8_t command) {
+  return command == kReadVerifyExt || command == kWriteSectorsExt || command == kWriteUncorrectableExt;
+}
+
+// A packet device answers IDENTIFY PACKET DEVICE; IDENTIFY DEVICE and every
+// other ATA command abort, IDENTIFY DEVICE with the packet signature.
+AtaCompletion packet_device(Exchange& x) {
+  if (x.c.AtaCommand == kIdentifyPacketDevice) {
+    x.drive.identify_packet_data(x.page());
+    return AtaCompletion::kDone;
+  }
+  if (x.c.AtaCommand == kIdentifyDevice) {
+    x.s.AtaSectorCount = 0x01;
+    x.s.AtaSectorNumber = 0x01;
+    x.s.AtaCylinderLow = kPacketLbaMid;
+    x.s.AtaCylinderHigh = kPacketLbaHigh;
+  }
+  return x.fail(kErrorAbort);
+}
+
+AtaCompletion dispatch(Exchange& x, const Transfer& transfer) {
+  if (x.drive.info.atapi) return packet_device(x);
+  if (needs_lba48(x.c.AtaCommand) && !x.drive.info.lba48) return x.fail(kErrorAbort);
+  switch (x.c.AtaCommand) {
+    case kIdentifyDevice: x.drive.identify_data(x.page()); return AtaCompletion::kDone;
+    case kReadVerify:
+    case kReadVerifyExt: return read_verify(x);
+    case kWriteSectors:
+    case kWriteSectorsExt: return write_sectors(x);
+    case kWriteUncorrectableExt: return write_uncorrectable(x);
+    case kReadLogExt:
+      return read_log(x, x.c.AtaCylinderLow | x.c.AtaCylinderLowExp << 8, transfer.bytes / kPage, true);
+    case kSmart: return smart(x);
+    default: return x.fail(kErrorAbort);
+  }
+}
+
+}  // namespace
+
+bool ata_protocol_carried(UINT8 p) {
+  return p == EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA || protocol_reads(p) || protocol_writes(p);
+}
+
+AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns) {
+  const EFI_ATA_COMMAND_BLOCK& c = *packet.Acb;
+  // Transfer lengths count bytes, or logical sectors without the bytes flag.
+  const uint64_t sector_bytes = drive.info.logical_sector_bytes;
+  const uint64_t unit = (packet.Length & EFI_ATA_PASS_THRU_LENGTH_BYTES) != 0 ? 1 : sector_bytes;
+  const Transfer transfer = transfer_of(c, sector_bytes);
+  EFI_ATA_STATUS_BLOCK& s = *packet.Asb;
+  echo_registers(c, s);
   Exchange x{drive, c, s, now_ns, {}};
 
   auto finish = [&](AtaCompletion completion) {
-    if (completion == AtaCompletion::kError) {
+    if (completion != AtaCompletion::kDone) {
       packet.InTransferLength = 0;
       packet.OutTransferLength = 0;
     }
+    if (completion == AtaCompletion::kTimeout) s.AtaStatus = 0x80;  // BSY: the drive never finished
     return completion;
   };
 
@@ -242,18 +303,10 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
     }
   }
 
-  AtaCompletion completion = AtaCompletion::kDone;
-  switch (c.AtaCommand) {
-    case kIdentifyDevice: drive.identify_data(x.page()); break;
-    case kReadVerify:
-    case kReadVerifyExt: completion = read_verify(x); break;
-    case kWriteSectors:
-    case kWriteSectorsExt: completion = write_sectors(x); break;
-    case kWriteUncorrectableExt: completion = write_uncorrectable(x); break;
-    case kReadLogExt: completion = read_log_ext(x, transfer.bytes / kPage); break;
-    case kSmart: completion = smart(x); break;
-    default: completion = x.fail(kErrorAbort); break;
-  }
+  count(drive, c);
+  // A drive that has fallen silent takes commands and never completes them.
+  if (drive.counts.total > drive.info.stop_answering_after) return finish(AtaCompletion::kTimeout);
+  const AtaCompletion completion = dispatch(x, transfer);
   if (completion != AtaCompletion::kDone) return finish(completion);
 
   if (transfer.direction == Transfer::kIn && !x.data.empty()) {
@@ -262,10 +315,7 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
   } else {
     packet.InTransferLength = 0;
   }
-  if (transfer.direction == Transfer::kOut)
-    packet.OutTransferLength = static_cast<UINT32>(transfer.bytes / unit);
-  else
-    packet.OutTransferLength = 0;
+  packet.OutTransferLength = transfer.direction == Transfer::kOut ? static_cast<UINT32>(transfer.bytes / unit) : 0;
   return AtaCompletion::kDone;
 }
 

@@ -15,6 +15,7 @@ enum class AtaCompletion {
   kDone,           // the command completed; the status block says so
   kError,          // the command ended with ERR; the status block says why
   kBadBufferSize,  // the buffer cannot hold the command's data; nothing ran
+  kTimeout,        // the drive never answers
 };
 
 // The packet has been checked for shape (blocks present, lengths with

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "hostfw/ata_commands.h"
 #include "hostfw/ata_command_set.h"
@@ -14,8 +17,10 @@ namespace {
 const EFI_GUID kAtaPassThruGuid = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
 const EFI_GUID kDevicePathGuid = EFI_DEVICE_PATH_PROTOCOL_GUID;
 
-constexpr UINT16 kNoMultiplier = 0xFFFF;
-constexpr uint32_t kIoAlign = 2;  // AHCI data buffers are word-aligned
+constexpr UINT16 kNoMultiplier = kDirectAttach;
+// A packet's Timeout of 0 asks to wait for ever; a controller gives up on a
+// drive that never answers after this long.
+constexpr uint64_t kEndlessTimeoutNs = 30ull * 1000 * 1000 * 1000;
 
 // ---- EFIAPI entry points ---------------------------------------------------------
 
@@ -50,12 +55,16 @@ EFIAPI EFI_STATUS ResetDevice(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UIN
 
 // ---- The controller -----------------------------------------------------------------
 
-AtaController::AtaController(Machine& machine, const std::vector<DriveInfo>& drives) : machine_(machine) {
-  for (const DriveInfo& d : drives) drives_.push_back(std::make_unique<AtaDrive>(d));
-  std::sort(drives_.begin(), drives_.end(), [](const auto& a, const auto& b) { return a->info.port < b->info.port; });
+AtaController::AtaController(Machine& machine, const Profile& profile)
+    : machine_(machine), error_report_(profile.ata_error_report) {
+  for (const DriveInfo& d : profile.drives) drives_.push_back(std::make_unique<AtaDrive>(d));
+  // In port order, and on a port behind a multiplier in multiplier-port order.
+  std::sort(drives_.begin(), drives_.end(), [](const auto& a, const auto& b) {
+    return std::pair(a->info.port, a->info.multiplier_port) < std::pair(b->info.port, b->info.multiplier_port);
+  });
 
   mode_.Attributes = EFI_ATA_PASS_THRU_ATTRIBUTES_PHYSICAL | EFI_ATA_PASS_THRU_ATTRIBUTES_LOGICAL;
-  mode_.IoAlign = kIoAlign;
+  mode_.IoAlign = profile.ata_io_align;
   protocol_.owner = this;
   protocol_.protocol.Mode = &mode_;
   protocol_.protocol.PassThru = PassThru;
@@ -82,20 +91,31 @@ AtaController::~AtaController() {
 }
 
 AtaDrive* AtaController::find(UINT16 port, UINT16 multiplier_port) const {
-  if (multiplier_port != kNoMultiplier) return nullptr;  // no port multipliers on this controller
   for (const auto& d : drives_)
-    if (d->info.port == port) return d.get();
+    if (d->info.port == port && d->info.multiplier_port == multiplier_port) return d.get();
   return nullptr;
 }
 
-uint64_t AtaController::self_test_duration_ns(uint16_t port, uint8_t subcommand) const {
-  const AtaDrive* d = find(port, kNoMultiplier);
-  return d == nullptr ? 0 : d->duration_ns(subcommand);
+bool AtaController::port_used(UINT16 port) const {
+  return std::any_of(drives_.begin(), drives_.end(), [port](const auto& d) { return d->info.port == port; });
 }
 
-bool AtaController::sector_is_bad(uint16_t port, uint64_t lba) const {
-  const AtaDrive* d = find(port, kNoMultiplier);
-  return d != nullptr && d->bad.contains(lba);
+const AtaDrive& AtaController::drive(uint16_t port, uint16_t multiplier_port) const {
+  const AtaDrive* d = find(port, multiplier_port);
+  if (d == nullptr) throw std::out_of_range("no drive on port " + std::to_string(port));
+  return *d;
+}
+
+uint64_t AtaController::self_test_duration_ns(uint16_t port, uint8_t subcommand, uint16_t multiplier_port) const {
+  return drive(port, multiplier_port).duration_ns(subcommand);
+}
+
+bool AtaController::sector_is_bad(uint16_t port, uint64_t lba, uint16_t multiplier_port) const {
+  return drive(port, multiplier_port).bad.contains(lba);
+}
+
+const AtaCommandCounts& AtaController::counts(uint16_t port, uint16_t multiplier_port) const {
+  return drive(port, multiplier_port).counts;
 }
 
 EFI_STATUS AtaController::get_next_port(UINT16* port) {
@@ -116,17 +136,25 @@ EFI_STATUS AtaController::get_next_port(UINT16* port) {
 }
 
 EFI_STATUS AtaController::get_next_device(UINT16 port, UINT16* multiplier_port) {
-  if (multiplier_port == nullptr || find(port, kNoMultiplier) == nullptr) return EFI_INVALID_PARAMETER;
-  // A drive attached directly is the port's only device, reported as 0xFFFF;
-  // asking again after it has been returned ends the port's list.
-  if (*multiplier_port != kNoMultiplier) return EFI_INVALID_PARAMETER;
-  if (device_returned_ && device_port_ == port) {
+  if (multiplier_port == nullptr || !port_used(port)) return EFI_INVALID_PARAMETER;
+  // The port's devices in order: a drive attached directly is the only one,
+  // reported as 0xFFFF; drives behind a multiplier by their multiplier ports.
+  // 0xFFFF starts the list; anything else must be the device returned last.
+  std::vector<UINT16> devices;
+  for (const auto& d : drives_)
+    if (d->info.port == port) devices.push_back(d->info.multiplier_port);
+  size_t next = 0;
+  if (*multiplier_port != kNoMultiplier || (device_returned_ && device_port_ == port && devices[0] == kNoMultiplier)) {
+    if (!device_returned_ || device_port_ != port || *multiplier_port != last_device_) return EFI_INVALID_PARAMETER;
+    next = static_cast<size_t>(std::find(devices.begin(), devices.end(), last_device_) - devices.begin()) + 1;
+  }
+  if (next >= devices.size()) {
     device_returned_ = false;
     return EFI_NOT_FOUND;
   }
   device_returned_ = true;
   device_port_ = port;
-  *multiplier_port = kNoMultiplier;
+  *multiplier_port = last_device_ = devices[next];
   return EFI_SUCCESS;
 }
 
@@ -156,33 +184,54 @@ EFI_STATUS AtaController::get_device(const EFI_DEVICE_PATH_PROTOCOL* path, UINT1
   return EFI_SUCCESS;
 }
 
-EFI_STATUS AtaController::reset_port(UINT16 port) { return reset_device(port, kNoMultiplier); }
+EFI_STATUS AtaController::reset_port(UINT16 port) {
+  if (!port_used(port)) return EFI_NOT_FOUND;
+  for (const auto& d : drives_)
+    if (d->info.port == port) reset(*d);
+  return EFI_SUCCESS;
+}
 
 EFI_STATUS AtaController::reset_device(UINT16 port, UINT16 multiplier_port) {
   AtaDrive* d = find(port, multiplier_port);
   if (d == nullptr) return EFI_NOT_FOUND;
-  d->interrupt(ata::kTestInterruptedByReset, machine_.clock().now_ns());
+  reset(*d);
   return EFI_SUCCESS;
+}
+
+// A reset interrupts a running self-test, which the log records.
+void AtaController::reset(AtaDrive& drive) {
+  ++drive.counts.resets;
+  drive.interrupt(ata::kTestInterruptedByReset, machine_.clock().now_ns());
 }
 
 // ---- PassThru ----------------------------------------------------------------------
 
 EFI_STATUS AtaController::pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA_PASS_THRU_COMMAND_PACKET* packet) {
   if (packet == nullptr || packet->Acb == nullptr || packet->Asb == nullptr) return EFI_INVALID_PARAMETER;
-  auto misaligned = [](const void* p) { return reinterpret_cast<uintptr_t>(p) % kIoAlign != 0; };
+  const uint32_t align = mode_.IoAlign;
+  auto misaligned = [align](const void* p) { return align > 1 && reinterpret_cast<uintptr_t>(p) % align != 0; };
   if (misaligned(packet->Asb) || misaligned(packet->InDataBuffer) || misaligned(packet->OutDataBuffer))
     return EFI_INVALID_PARAMETER;
   if ((packet->InTransferLength != 0 && packet->InDataBuffer == nullptr) ||
       (packet->OutTransferLength != 0 && packet->OutDataBuffer == nullptr))
     return EFI_INVALID_PARAMETER;
   if (!ata_protocol_carried(packet->Protocol)) return EFI_UNSUPPORTED;
+  if (!port_used(port)) return EFI_NOT_FOUND;
   AtaDrive* drive = find(port, multiplier_port);
-  if (drive == nullptr) return EFI_NOT_FOUND;
+  if (drive == nullptr) return EFI_INVALID_PARAMETER;  // a port-multiplier port the port does not have
 
   switch (execute_ata_command(*drive, *packet, machine_.clock().now_ns())) {
     case AtaCompletion::kDone: return EFI_SUCCESS;
-    case AtaCompletion::kError: return EFI_DEVICE_ERROR;  // a task file error, as an AHCI controller reports it
+    case AtaCompletion::kError:
+      // A task file error: reported as such, or (as older firmware does after
+      // its retries) as success with the error left in the status block.
+      return error_report_ == AtaErrorReport::kSuccess ? EFI_SUCCESS : EFI_DEVICE_ERROR;
     case AtaCompletion::kBadBufferSize: return EFI_BAD_BUFFER_SIZE;
+    case AtaCompletion::kTimeout: {
+      const uint64_t timeout_ns = packet->Timeout == 0 ? kEndlessTimeoutNs : packet->Timeout * 100;
+      machine_.events().stall((timeout_ns + 999) / 1000);
+      return EFI_TIMEOUT;
+    }
   }
   return EFI_DEVICE_ERROR;
 }

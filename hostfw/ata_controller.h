@@ -58,7 +58,7 @@ class Machine;
 class AtaController {
  public:
   // Installs the controller on a new handle with its device path.
-  AtaController(Machine& machine, const std::vector<DriveInfo>& drives);
+  AtaController(Machine& machine, const Profile& profile);
   ~AtaController();
   AtaController(const AtaController&) = delete;
   AtaController& operator=(const AtaController&) = delete;
@@ -68,11 +68,16 @@ class AtaController {
   Events& events() const;
   size_t drive_count() const { return drives_.size(); }
 
-  // How long a self-test of that subcommand runs on the drive at port, in
-  // nanoseconds of machine time; 0 for no such drive or test.
-  uint64_t self_test_duration_ns(uint16_t port, uint8_t subcommand) const;
-  // Whether a sector of the drive at port currently fails to read.
-  bool sector_is_bad(uint16_t port, uint64_t lba) const;
+  // ---- For tests: the drive at a port (behind a multiplier: at that
+  // multiplier port). Each throws std::out_of_range when there is none.
+  // What the drive was sent: commands by opcode and SMART feature, sectors
+  // written and marked uncorrectable, resets.
+  const AtaCommandCounts& counts(uint16_t port, uint16_t multiplier_port = kDirectAttach) const;
+  // How long a self-test of that subcommand runs, in nanoseconds of machine
+  // time; 0 for a subcommand that is no self-test.
+  uint64_t self_test_duration_ns(uint16_t port, uint8_t subcommand, uint16_t multiplier_port = kDirectAttach) const;
+  // Whether a sector currently fails to read.
+  bool sector_is_bad(uint16_t port, uint64_t lba, uint16_t multiplier_port = kDirectAttach) const;
 
   // ---- The protocol's operations (reached through EFIAPI thunks) -----------
   EFI_STATUS pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA_PASS_THRU_COMMAND_PACKET* packet);
@@ -85,9 +90,13 @@ class AtaController {
 
  private:
   AtaDrive* find(UINT16 port, UINT16 multiplier_port) const;
+  const AtaDrive& drive(uint16_t port, uint16_t multiplier_port) const;
+  bool port_used(UINT16 port) const;
+  void reset(AtaDrive& drive);
 
   Machine& machine_;
-  std::vector<std::unique_ptr<AtaDrive>> drives_;  // in port order
+  AtaErrorReport error_report_;
+  std::vector<std::unique_ptr<AtaDrive>> drives_;  // by port, then multiplier port
   EFI_ATA_PASS_THRU_MODE mode_{};
   HostedProtocol<EFI_ATA_PASS_THRU_PROTOCOL, AtaController> protocol_;
   std::vector<uint8_t> device_path_;  // the controller's, ends with the end node
@@ -97,6 +106,7 @@ class AtaController {
   UINT16 last_port_ = 0;
   bool device_returned_ = false;
   UINT16 device_port_ = 0;
+  UINT16 last_device_ = 0;
 };
 
 }  // namespace hostfw

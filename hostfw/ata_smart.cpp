@@ -12,8 +12,6 @@ namespace {
 
 constexpr uint64_t kSecond = 1000000000ull;
 constexpr uint64_t kHour = 3600 * kSecond;
-constexpr uint8_t kReallocatedThreshold = 36;
-constexpr uint64_t kSpareSectors = 2048;  // the reallocated value reaches 1 near here
 
 uint8_t polling_minutes(uint64_t ns) { return static_cast<uint8_t>(std::min<uint64_t>((ns + 60 * kSecond - 1) / (60 * kSecond), 255)); }
 
@@ -22,7 +20,7 @@ uint8_t polling_minutes(uint64_t ns) { return static_cast<uint8_t>(std::min<uint
 uint64_t AtaDrive::power_on_hours(uint64_t now_ns) const { return info.power_on_hours + now_ns / kHour; }
 
 uint8_t AtaDrive::reallocated_value() const {
-  const uint64_t used = std::min<uint64_t>(reallocated * 100 / kSpareSectors, 99);
+  const uint64_t used = std::min<uint64_t>(reallocated * 100 / info.spare_sectors, 99);
   return static_cast<uint8_t>(100 - used);
 }
 
@@ -33,15 +31,19 @@ std::vector<AtaDrive::Attribute> AtaDrive::attributes(uint64_t now_ns) {
   worst_reallocated_value = std::min(worst_reallocated_value, realloc_value);
   const uint64_t t = info.temperature_c;
   const uint64_t t_min = t > 15 ? t - 15 : 0, t_max = t + 10;
-  return {
+  std::vector<Attribute> all = {
       {1, 0x000F, 100, 100, 6, 0},
-      {5, 0x0033, realloc_value, worst_reallocated_value, kReallocatedThreshold, reallocated},
+      {5, 0x0033, realloc_value, worst_reallocated_value, info.reallocated_threshold, reallocated},
       {9, 0x0032, hours_value, hours_value, 0, hours},
       {12, 0x0032, 100, 100, 20, 1 + hours / 9},
       {194, 0x0022, static_cast<uint8_t>(t), static_cast<uint8_t>(t_max), 0, t | t_min << 16 | t_max << 32},
       {197, 0x0012, 100, 100, 0, pending},
       {198, 0x0010, 100, 100, 0, offline_uncorrectable},
   };
+  std::erase_if(all, [this](const Attribute& a) {
+    return std::find(info.absent_attributes.begin(), info.absent_attributes.end(), a.id) != info.absent_attributes.end();
+  });
+  return all;
 }
 
 bool AtaDrive::threshold_exceeded(uint64_t now_ns) {
@@ -66,7 +68,8 @@ void AtaDrive::smart_data(uint8_t* out, uint64_t now_ns) {
   out[362] = offline_status;
   out[363] = execution_status(now_ns);
   put_le(out + 364, 600, 2);  // off-line data collection: ten minutes
-  out[367] = 0x3B;            // off-line immediate, abort, read scanning, self-tests, conveyance
+  // Off-line immediate, abort, read scanning; self-tests and conveyance when supported.
+  out[367] = info.self_test_supported ? 0x3B : 0x0B;
   put_le(out + 368, 0x0003, 2);
   out[370] = 0x01;  // error logging
   out[372] = polling_minutes(duration_ns(kShortSelfTest));
