@@ -9,33 +9,33 @@
 // logs). Every other command is aborted (ABRT).
 //
 // Sector contents are not stored: reads are verify-only, and what a drive
-// keeps per sector is whether it reads back. Sectors listed bad in the
-// profile, or marked with WRITE UNCORRECTABLE EXT, fail READ VERIFY with
-// UNC; writing such a sector remaps it (reallocated count up, pending count
-// down) and it reads back again.
+// keeps per sector is whether it reads back. What else a drive is and does
+// (IDENTIFY words, SMART, self-tests on the machine clock, logs, faulty
+// sectors) comes from its profile section (docs/machine-profile.md).
 //
 // Completion conventions of PassThru (the status block always carries the
 // finished command's registers):
-//   EFI_SUCCESS           the command completed; AtaStatus 0x50.
+//   EFI_SUCCESS           the command completed; AtaStatus 0x50. Also a
+//                         command that ended with an error when the machine
+//                         reports errors that way (ata_error_status).
 //   EFI_DEVICE_ERROR      the command completed with an error, as an AHCI
 //                         controller reports a task file error: AtaStatus
 //                         0x51, AtaError says why (0x40 UNC with the first
-//                         failing LBA in the LBA registers, 0x10 IDNF beyond
-//                         the end, 0x04 ABRT refused). Also for a packet whose
-//                         transfer direction does not fit the command.
+//                         failing LBA in the LBA registers, 0x10 IDNF, 0x04
+//                         ABRT refused). Also for a packet whose transfer
+//                         direction does not fit the command.
+//   EFI_TIMEOUT           the drive never answered; the packet's Timeout
+//                         passed in machine time.
 //   EFI_BAD_BUFFER_SIZE   the data buffer is smaller than the command's
 //                         transfer; nothing was executed, the transfer length
 //                         says how much the command needs.
 //   EFI_INVALID_PARAMETER malformed packet (no Acb or Asb, a length without a
-//                         buffer, a buffer not aligned to IoAlign).
+//                         buffer, a buffer or status block not aligned to
+//                         IoAlign), or a port-multiplier port the port lacks.
 //   EFI_UNSUPPORTED       a protocol this controller does not carry out
 //                         (resets, diagnostics, queued commands).
-//   EFI_NOT_FOUND         no drive at that port and port-multiplier port.
+//   EFI_NOT_FOUND         no drive on that port.
 // Commands are blocking; an Event is ignored (the mode has no NONBLOCKIO).
-//
-// Self-tests run on the machine clock: started by SMART EXECUTE OFF-LINE
-// IMMEDIATE, they report 0xF9..0xF1 in the self-test execution status byte
-// as time passes, then their outcome, which is added to the self-test logs.
 //
 // The controller (this file) enumerates the drives and checks each packet;
 // ata_commands.* decodes the command and ata_drive.* is the drive.
