@@ -107,26 +107,17 @@ struct Exchange {
   }
 };
 
-AtaCompletion read_verify(Exchange& x) {
-  const bool ext = x.c.AtaCommand == kReadVerifyExt;
+// READ VERIFY or WRITE SECTORS, in either register form. The access stops
+// at the range's first faulty sector; a write stores the sectors before it.
+AtaCompletion media_access(Exchange& x, bool writing) {
+  const bool ext = x.c.AtaCommand == kReadVerifyExt || x.c.AtaCommand == kWriteSectorsExt;
   const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
   const uint64_t count = ext ? count48(x.c) : count28(x.c);
   if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
   uint64_t at = 0;
-  const MediaFault fault = x.drive.first_fault(lba, count, false, &at);
-  return x.fault_at(fault, at, ext);
-}
-
-AtaCompletion write_sectors(Exchange& x) {
-  const bool ext = x.c.AtaCommand == kWriteSectorsExt;
-  const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
-  const uint64_t count = ext ? count48(x.c) : count28(x.c);
-  if (!x.drive.in_range(lba, count)) return x.fail_at(kErrorIdNotFound, lba, ext);
-  // The sectors before a faulty one are written; the command stops there.
-  uint64_t at = 0;
-  const MediaFault fault = x.drive.first_fault(lba, count, true, &at);
+  const MediaFault fault = x.drive.first_fault(lba, count, writing, &at);
   const uint64_t written = fault == MediaFault::kNone ? count : at - lba;
-  if (written > 0) x.drive.write(lba, written);
+  if (writing && written > 0) x.drive.write(lba, written);
   return x.fault_at(fault, at, ext);
 }
 
@@ -247,9 +238,9 @@ AtaCompletion dispatch(Exchange& x, const Transfer& transfer) {
   switch (x.c.AtaCommand) {
     case kIdentifyDevice: x.drive.identify_data(x.page()); return AtaCompletion::kDone;
     case kReadVerify:
-    case kReadVerifyExt: return read_verify(x);
+    case kReadVerifyExt: return media_access(x, false);
     case kWriteSectors:
-    case kWriteSectorsExt: return write_sectors(x);
+    case kWriteSectorsExt: return media_access(x, true);
     case kWriteUncorrectableExt: return write_uncorrectable(x);
     case kReadLogExt:
       return read_log(x, x.c.AtaCylinderLow | x.c.AtaCylinderLowExp << 8, transfer.bytes / kPage, true);
