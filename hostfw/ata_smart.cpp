@@ -53,18 +53,31 @@ bool AtaDrive::threshold_exceeded(uint64_t now_ns) {
   return false;
 }
 
-void AtaDrive::smart_data(uint8_t* out, uint64_t now_ns) {
-  std::memset(out, 0, 512);
+namespace {
+
+// The SMART data and thresholds pages: revision 0x0010, then one 12-byte
+// entry per attribute, each starting with the attribute's number.
+template <typename Fill>
+void attribute_page(uint8_t* out, const std::vector<AtaDrive::Attribute>& attributes, Fill fill) {
+  std::memset(out, 0, kPage);
   put_le(out, 0x0010, 2);
-  size_t at = 2;
-  for (const Attribute& a : attributes(now_ns)) {
-    out[at] = a.id;
-    put_le(out + at + 1, a.flags, 2);
-    out[at + 3] = a.value;
-    out[at + 4] = a.worst;
-    put_le(out + at + 5, a.raw, 6);
-    at += 12;
+  uint8_t* entry = out + 2;
+  for (const AtaDrive::Attribute& a : attributes) {
+    entry[0] = a.id;
+    fill(entry, a);
+    entry += 12;
   }
+}
+
+}  // namespace
+
+void AtaDrive::smart_data(uint8_t* out, uint64_t now_ns) {
+  attribute_page(out, attributes(now_ns), [](uint8_t* entry, const Attribute& a) {
+    put_le(entry + 1, a.flags, 2);
+    entry[3] = a.value;
+    entry[4] = a.worst;
+    put_le(entry + 5, a.raw, 6);
+  });
   out[362] = offline_status;
   out[363] = execution_status(now_ns);
   put_le(out + 364, 600, 2);  // off-line data collection: ten minutes
@@ -81,16 +94,8 @@ void AtaDrive::smart_data(uint8_t* out, uint64_t now_ns) {
 }
 
 void AtaDrive::smart_thresholds(uint8_t* out, uint64_t now_ns) {
-  std::memset(out, 0, 512);
-  put_le(out, 0x0010, 2);
-  size_t at = 2;
-  for (const Attribute& a : attributes(now_ns)) {
-    out[at] = a.id;
-    out[at + 1] = a.threshold;
-    at += 12;
-  }
+  attribute_page(out, attributes(now_ns), [](uint8_t* entry, const Attribute& a) { entry[1] = a.threshold; });
   set_checksum(out);
 }
-
 
 }  // namespace hostfw
