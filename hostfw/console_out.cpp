@@ -44,50 +44,38 @@ class Operation {
 
 }  // namespace
 
-// The protocol's entry points: each finds its console through the protocol
-// pointer the application passes.
-struct ConsoleOutThunks {
-  static ConsoleOut* from(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self) {
-    return self == nullptr ? nullptr : reinterpret_cast<ConsoleOut::Instance*>(self)->console;
-  }
-  static EFIAPI EFI_STATUS Reset(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, BOOLEAN) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->reset();
-  }
-  static EFIAPI EFI_STATUS OutputString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, CHAR16* text) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->output_string(text);
-  }
-  static EFIAPI EFI_STATUS TestString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, CHAR16* text) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->test_string(text);
-  }
-  static EFIAPI EFI_STATUS QueryMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN mode, UINTN* columns,
-                                     UINTN* rows) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->query_mode(mode, columns, rows);
-  }
-  static EFIAPI EFI_STATUS SetMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN mode) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_mode(mode);
-  }
-  static EFIAPI EFI_STATUS SetAttribute(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN attribute) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_attribute(attribute);
-  }
-  static EFIAPI EFI_STATUS ClearScreen(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->clear_screen();
-  }
-  static EFIAPI EFI_STATUS SetCursorPosition(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, UINTN column, UINTN row) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->set_cursor_position(column, row);
-  }
-  static EFIAPI EFI_STATUS EnableCursor(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* self, BOOLEAN visible) {
-    ConsoleOut* c = from(self);
-    return c == nullptr ? EFI_INVALID_PARAMETER : c->enable_cursor(visible != 0);
-  }
-};
+// The protocol's entry points.
+namespace {
+
+EFIAPI EFI_STATUS Reset(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, BOOLEAN) {
+  return serve<ConsoleOut>(This, [](ConsoleOut& c) { return c.reset(); });
+}
+EFIAPI EFI_STATUS OutputString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, CHAR16* text) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.output_string(text); });
+}
+EFIAPI EFI_STATUS TestString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, CHAR16* text) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.test_string(text); });
+}
+EFIAPI EFI_STATUS QueryMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN mode, UINTN* columns, UINTN* rows) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.query_mode(mode, columns, rows); });
+}
+EFIAPI EFI_STATUS SetMode(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN mode) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.set_mode(mode); });
+}
+EFIAPI EFI_STATUS SetAttribute(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN attribute) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.set_attribute(attribute); });
+}
+EFIAPI EFI_STATUS ClearScreen(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This) {
+  return serve<ConsoleOut>(This, [](ConsoleOut& c) { return c.clear_screen(); });
+}
+EFIAPI EFI_STATUS SetCursorPosition(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN column, UINTN row) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.set_cursor_position(column, row); });
+}
+EFIAPI EFI_STATUS EnableCursor(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, BOOLEAN visible) {
+  return serve<ConsoleOut>(This, [&](ConsoleOut& c) { return c.enable_cursor(visible != 0); });
+}
+
+}  // namespace
 
 ConsoleOut::ConsoleOut(Machine& machine, const std::vector<ConsoleModeSize>& modes, Terminal* terminal)
     : machine_(machine), modes_(modes), terminal_(terminal) {
@@ -96,17 +84,17 @@ ConsoleOut::ConsoleOut(Machine& machine, const std::vector<ConsoleModeSize>& mod
     m.columns = std::max(m.columns, 1);
     m.rows = std::max(m.rows, 1);
   }
-  instance_.protocol.Reset = ConsoleOutThunks::Reset;
-  instance_.protocol.OutputString = ConsoleOutThunks::OutputString;
-  instance_.protocol.TestString = ConsoleOutThunks::TestString;
-  instance_.protocol.QueryMode = ConsoleOutThunks::QueryMode;
-  instance_.protocol.SetMode = ConsoleOutThunks::SetMode;
-  instance_.protocol.SetAttribute = ConsoleOutThunks::SetAttribute;
-  instance_.protocol.ClearScreen = ConsoleOutThunks::ClearScreen;
-  instance_.protocol.SetCursorPosition = ConsoleOutThunks::SetCursorPosition;
-  instance_.protocol.EnableCursor = ConsoleOutThunks::EnableCursor;
+  instance_.protocol.Reset = Reset;
+  instance_.protocol.OutputString = OutputString;
+  instance_.protocol.TestString = TestString;
+  instance_.protocol.QueryMode = QueryMode;
+  instance_.protocol.SetMode = SetMode;
+  instance_.protocol.SetAttribute = SetAttribute;
+  instance_.protocol.ClearScreen = ClearScreen;
+  instance_.protocol.SetCursorPosition = SetCursorPosition;
+  instance_.protocol.EnableCursor = EnableCursor;
   instance_.protocol.Mode = &mode_;
-  instance_.console = this;
+  instance_.owner = this;
 
   mode_.MaxMode = static_cast<INT32>(modes_.size());
   mode_.Mode = 0;
@@ -125,6 +113,8 @@ ConsoleOut::ConsoleOut(Machine& machine, const std::vector<ConsoleModeSize>& mod
 }
 
 ConsoleOut::~ConsoleOut() = default;
+
+Events& ConsoleOut::events() const { return machine_.events(); }
 
 bool ConsoleOut::can_show(char16_t ch) {
   if (ch == u'\r' || ch == u'\n' || ch == u'\b') return true;

@@ -16,6 +16,7 @@
 
 #include "efi/efi.h"
 #include "hostfw/profile.h"
+#include "hostfw/protocol_thunk.h"
 #include "hostfw/screen_grid.h"
 
 namespace hostfw {
@@ -35,6 +36,7 @@ class ConsoleOut {
   ConsoleOut& operator=(const ConsoleOut&) = delete;
 
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* protocol() { return &instance_.protocol; }
+  Events& events() const;
 
   // Whether the console can show the character (the glyphs of box drawing,
   // block elements, arrows and geometric shapes, and Latin-1), or handles it
@@ -84,15 +86,6 @@ class ConsoleOut {
   EFI_STATUS enable_cursor(bool visible);
 
  private:
-  friend struct ConsoleOutThunks;
-
-  // The protocol as the application holds it; the thunks find the console
-  // through it.
-  struct Instance {
-    EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL protocol;
-    ConsoleOut* console;
-  };
-
   void fill(uint8_t attribute);
   void put(char16_t ch);
   void new_line();
@@ -105,7 +98,7 @@ class ConsoleOut {
   void move_terminal_cursor(int column, int row);
   void set_terminal_attribute(uint8_t attribute);
 
-  Instance instance_;
+  HostedProtocol<EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL, ConsoleOut> instance_;
   Machine& machine_;
   std::vector<ConsoleModeSize> modes_;
   SIMPLE_TEXT_OUTPUT_MODE mode_{};

@@ -1,5 +1,7 @@
 #include "hostfw/key_script.h"
 
+#include "hostfw/text_case.h"
+
 #include <cctype>
 #include <charconv>
 #include <stdexcept>
@@ -60,11 +62,6 @@ class StepError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-std::string lower(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 // Code points of UTF-8 text; StepError for text that is not UTF-8.
 std::u32string decode_utf8(std::string_view s) {
@@ -142,7 +139,7 @@ std::vector<Token> tokenize(std::string_view step) {
 // One step as written into the steps it stands for (a key with a count
 // stands for that many keys, a typed text for one key per character).
 void parse_step(const std::vector<Token>& tokens, KeyStep base, std::vector<KeyStep>& out) {
-  const std::string command = tokens[0].quoted ? std::string() : lower(tokens[0].text);
+  const std::string command = tokens[0].quoted ? std::string() : ascii_lower(tokens[0].text);
   const size_t args = tokens.size() - 1;
 
   if (command == "wait") {
@@ -168,7 +165,7 @@ void parse_step(const std::vector<Token>& tokens, KeyStep base, std::vector<KeyS
     base.kind = KeyStep::Kind::Key;
     bool found = false;
     if (!name.quoted) {
-      const std::string wanted = lower(name.text);
+      const std::string wanted = ascii_lower(name.text);
       for (const NamedKey& k : kNamedKeys) {
         if (wanted == k.name) {
           base.key = EFI_INPUT_KEY{k.scan, k.ch};

@@ -200,26 +200,23 @@ size_t KeyDecoder::decode_one(bool settle) {
 
 // ---- Keyboard --------------------------------------------------------------------------
 
-struct KeyboardThunks {
-  static Keyboard* from(EFI_SIMPLE_TEXT_INPUT_PROTOCOL* self) {
-    return self == nullptr ? nullptr : reinterpret_cast<Keyboard::Instance*>(self)->keyboard;
-  }
-  static EFIAPI EFI_STATUS Reset(EFI_SIMPLE_TEXT_INPUT_PROTOCOL* self, BOOLEAN) {
-    Keyboard* k = from(self);
-    return k == nullptr ? EFI_INVALID_PARAMETER : k->reset();
-  }
-  static EFIAPI EFI_STATUS ReadKeyStroke(EFI_SIMPLE_TEXT_INPUT_PROTOCOL* self, EFI_INPUT_KEY* key) {
-    Keyboard* k = from(self);
-    return k == nullptr ? EFI_INVALID_PARAMETER : k->read_key_stroke(key);
-  }
-};
+namespace {
+
+EFIAPI EFI_STATUS Reset(EFI_SIMPLE_TEXT_INPUT_PROTOCOL* This, BOOLEAN) {
+  return serve<Keyboard>(This, [](Keyboard& k) { return k.reset(); });
+}
+EFIAPI EFI_STATUS ReadKeyStroke(EFI_SIMPLE_TEXT_INPUT_PROTOCOL* This, EFI_INPUT_KEY* key) {
+  return serve<Keyboard>(This, [&](Keyboard& k) { return k.read_key_stroke(key); });
+}
+
+}  // namespace
 
 Keyboard::Keyboard(Machine& machine, Terminal* terminal, const std::string& key_script)
     : machine_(machine), terminal_(terminal), script_(key_script) {
-  instance_.protocol.Reset = KeyboardThunks::Reset;
-  instance_.protocol.ReadKeyStroke = KeyboardThunks::ReadKeyStroke;
+  instance_.protocol.Reset = Reset;
+  instance_.protocol.ReadKeyStroke = ReadKeyStroke;
   instance_.protocol.WaitForKey = nullptr;
-  instance_.keyboard = this;
+  instance_.owner = this;
   const EFI_STATUS status =
       machine_.events().create(EVT_NOTIFY_WAIT, TPL_NOTIFY, on_wait_for_key, this, &instance_.protocol.WaitForKey);
   if (EFI_ERROR(status)) throw std::runtime_error("the keyboard's WaitForKey event cannot be created");
@@ -228,6 +225,8 @@ Keyboard::Keyboard(Machine& machine, Terminal* terminal, const std::string& key_
 Keyboard::~Keyboard() {
   if (instance_.protocol.WaitForKey != nullptr) machine_.events().close(instance_.protocol.WaitForKey);
 }
+
+Events& Keyboard::events() const { return machine_.events(); }
 
 bool Keyboard::can_provide_more() const {
   return (terminal_open_ && terminal_->active()) || !script_.finished();

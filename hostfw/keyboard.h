@@ -14,6 +14,7 @@
 #include "efi/efi.h"
 #include "hostfw/key_script.h"
 #include "hostfw/machine.h"
+#include "hostfw/protocol_thunk.h"
 
 namespace hostfw {
 
@@ -56,6 +57,7 @@ class Keyboard {
   Keyboard& operator=(const Keyboard&) = delete;
 
   EFI_SIMPLE_TEXT_INPUT_PROTOCOL* protocol() { return &instance_.protocol; }
+  Events& events() const;
 
   // Reads the terminal and runs the key script. Called while the machine
   // idles and whenever the application looks for a key.
@@ -73,11 +75,6 @@ class Keyboard {
   EFI_STATUS read_key_stroke(EFI_INPUT_KEY* key);
 
  private:
-  friend struct KeyboardThunks;
-  struct Instance {
-    EFI_SIMPLE_TEXT_INPUT_PROTOCOL protocol;
-    Keyboard* keyboard;
-  };
   static constexpr size_t kQueueLimit = 64;  // a firmware keyboard buffer's worth
 
   static EFIAPI void on_wait_for_key(EFI_EVENT event, void* context);
@@ -85,7 +82,7 @@ class Keyboard {
   // True when a wait of the script ran out of time (stuck_ says why).
   bool run_script();
 
-  Instance instance_;
+  HostedProtocol<EFI_SIMPLE_TEXT_INPUT_PROTOCOL, Keyboard> instance_;
   Machine& machine_;
   Terminal* terminal_;
   bool terminal_open_ = terminal_ != nullptr;

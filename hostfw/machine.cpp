@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "hostfw/console_out.h"
 #include "hostfw/interrupts.h"
 #include "hostfw/keyboard.h"
@@ -51,7 +51,7 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
     keyboard_ = std::make_unique<Keyboard>(*this, terminal_.get(), options_.key_script);
     smbios_ = std::make_unique<SmbiosTables>(profile_);
     volumes_ = std::make_unique<Volumes>(*this, profile_.volumes);
-    ata_ = std::make_unique<AtaController>(*this, profile_.drives);
+    ata_ = std::make_unique<AtaController>(*this, profile_);
 
     build_system_table();
     // The application was loaded from the first volume, the boot device.

@@ -13,86 +13,14 @@
 #include <set>
 #include <sstream>
 
+#include "hostfw/profile_reader.h"
+#include "hostfw/text_case.h"
+
 namespace hostfw {
 namespace {
 
-std::string trim(const std::string& s) {
-  size_t b = 0, e = s.size();
-  while (b < e && std::isspace(static_cast<unsigned char>(s[b]))) ++b;
-  while (e > b && std::isspace(static_cast<unsigned char>(s[e - 1]))) --e;
-  return s.substr(b, e - b);
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-  return s;
-}
-
-std::vector<std::string> split_list(const std::string& value) {
-  std::vector<std::string> out;
-  std::stringstream in(value);
-  std::string item;
-  while (std::getline(in, item, ',')) {
-    item = trim(item);
-    if (!item.empty()) out.push_back(item);
-  }
-  return out;
-}
-
-// One section of the file while it is read: its keys with their lines.
-struct Section {
-  std::string name;
-  int line = 0;
-  std::map<std::string, std::pair<std::string, int>> values;
-};
-
-class Reader {
- public:
-  Reader(const std::string& source, const std::string& base) : source_(source), base_(base) {}
-
-  [[noreturn]] void fail(int line, const std::string& reason) const { throw ProfileError(source_, line, reason); }
-
-  uint64_t number(const Section& s, const std::string& key, uint64_t min, uint64_t max) const {
-    const auto& [text, line] = s.values.at(key);
-    uint64_t value = 0;
-    if (text.empty() || text.size() > 19 || !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; }))
-      fail(line, key + " must be a whole number, not \"" + text + "\"");
-    value = std::stoull(text);
-    if (value < min || value > max)
-      fail(line, key + " must lie between " + std::to_string(min) + " and " + std::to_string(max));
-    return value;
-  }
-
-  bool flag(const Section& s, const std::string& key) const {
-    const auto& [text, line] = s.values.at(key);
-    const std::string v = lower(text);
-    if (v == "yes" || v == "true" || v == "1") return true;
-    if (v == "no" || v == "false" || v == "0") return false;
-    fail(line, key + " must be yes or no, not \"" + text + "\"");
-  }
-
-  // Applies each known key's handler; unknown keys are refused, required ones demanded.
-  void read(const Section& s, const std::map<std::string, std::function<void(const std::string&)>>& handlers,
-            const std::set<std::string>& required) const {
-    for (const auto& [key, value] : s.values) {
-      auto it = handlers.find(key);
-      if (it == handlers.end()) fail(value.second, "unknown key \"" + key + "\" in [" + s.name + "]");
-      it->second(value.first);
-    }
-    for (const std::string& key : required)
-      if (s.values.count(key) == 0) fail(s.line, "[" + s.name + "] needs \"" + key + "\"");
-  }
-
-  const std::string& source() const { return source_; }
-  const std::string& base() const { return base_; }
-
- private:
-  std::string source_;
-  std::string base_;
-};
-
 ConsoleModeSize parse_mode(const Reader& r, const std::string& text, int line) {
-  const size_t x = lower(text).find('x');
+  const size_t x = ascii_lower(text).find('x');
   ConsoleModeSize mode;
   try {
     if (x == std::string::npos) throw std::invalid_argument("no x");
@@ -155,38 +83,16 @@ uint8_t memory_type_code(const Reader& r, const std::string& text, int line) {
   static const std::map<std::string, uint8_t> codes = {{"ddr", 0x12},   {"ddr2", 0x13},   {"ddr3", 0x18},
                                                        {"ddr4", 0x1A},  {"lpddr3", 0x1D}, {"lpddr4", 0x1E},
                                                        {"ddr5", 0x22},  {"lpddr5", 0x23}, {"other", 0x01}};
-  auto it = codes.find(lower(text));
+  auto it = codes.find(ascii_lower(text));
   if (it == codes.end()) r.fail(line, "unknown memory type \"" + text + "\"");
   return it->second;
 }
 
 uint8_t form_factor_code(const Reader& r, const std::string& text, int line) {
   static const std::map<std::string, uint8_t> codes = {{"dimm", 0x09}, {"sodimm", 0x0D}, {"other", 0x01}};
-  auto it = codes.find(lower(text));
+  auto it = codes.find(ascii_lower(text));
   if (it == codes.end()) r.fail(line, "unknown form factor \"" + text + "\"");
   return it->second;
-}
-
-std::vector<BadSectorRange> parse_bad_sectors(const Reader& r, const std::string& text, int line) {
-  std::vector<BadSectorRange> out;
-  for (const std::string& item : split_list(text)) {
-    BadSectorRange range;
-    const size_t dash = item.find('-');
-    const std::string first = trim(item.substr(0, dash));
-    const std::string last = dash == std::string::npos ? first : trim(item.substr(dash + 1));
-    // Digits only: stoull alone would take "1000x" as 1000 and wrap "-3" around.
-    auto lba = [](const std::string& t) {
-      return !t.empty() && t.size() <= 19 &&
-             std::all_of(t.begin(), t.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
-    };
-    if (!lba(first) || !lba(last))
-      r.fail(line, "bad_sectors lists LBAs or ranges such as 1000, 2000-2010; \"" + item + "\" is neither");
-    range.first = std::stoull(first);
-    range.last = std::stoull(last);
-    if (range.last < range.first) r.fail(line, "the range " + item + " ends before it starts");
-    out.push_back(range);
-  }
-  return out;
 }
 
 Profile build(const Reader& r, const std::vector<Section>& sections) {
@@ -217,7 +123,19 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
                }},
               {"clock_start",
                [&](const std::string& v) { p.clock_start = parse_time(r, v, s.values.at("clock_start").second); }},
-              {"firmware_vendor", text(p.firmware_vendor)}},
+              {"firmware_vendor", text(p.firmware_vendor)},
+              {"ata_error_status",
+               [&](const std::string& v) {
+                 if (v != "device_error" && v != "success")
+                   r.fail(s.line_of("ata_error_status"), "ata_error_status must be device_error or success");
+                 p.ata_error_report = v == "success" ? AtaErrorReport::kSuccess : AtaErrorReport::kDeviceError;
+               }},
+              {"ata_io_align",
+               [&](const std::string&) {
+                 p.ata_io_align = static_cast<uint32_t>(r.number(s, "ata_io_align", 0, 65536));
+                 if ((p.ata_io_align & (p.ata_io_align - 1)) != 0)
+                   r.fail(s.line_of("ata_io_align"), "ata_io_align must be 0 or a power of two");
+               }}},
              {"name", "memory_mib"});
     } else if (s.name == "bios") {
       r.read(s, {{"vendor", text(p.bios.vendor)}, {"version", text(p.bios.version)},
@@ -281,36 +199,11 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
              {"locator", "size_mib"});
       p.memory_modules.push_back(m);
     } else if (s.name == "drive") {
-      DriveInfo d;
-      std::string smart = "ok";
-      r.read(s,
-             {{"port", [&](const std::string&) { d.port = r.number(s, "port", 0, 31); }},
-              {"model", text(d.model)},
-              {"serial", text(d.serial)},
-              {"firmware", text(d.firmware)},
-              {"sectors", [&](const std::string&) { d.sectors = r.number(s, "sectors", 2048, 1ull << 48); }},
-              {"size_gib",
-               [&](const std::string&) { d.sectors = r.number(s, "size_gib", 1, 1u << 20) * 2097152ull; }},
-              {"rotation_rpm", [&](const std::string&) { d.rotation_rpm = r.number(s, "rotation_rpm", 0, 65535); }},
-              {"smart", text(smart)},
-              {"temperature_c",
-               [&](const std::string&) { d.temperature_c = static_cast<uint8_t>(r.number(s, "temperature_c", 0, 90)); }},
-              {"power_on_hours",
-               [&](const std::string&) { d.power_on_hours = static_cast<uint32_t>(r.number(s, "power_on_hours", 0, 60000)); }},
-              {"smart_enabled", [&](const std::string&) { d.smart_enabled = r.flag(s, "smart_enabled"); }},
-              {"bad_sectors",
-               [&](const std::string& v) { d.bad_sectors = parse_bad_sectors(r, v, s.values.at("bad_sectors").second); }}},
-             {"port", "model", "serial"});
-      if (s.values.count("sectors") && s.values.count("size_gib")) r.fail(s.line, "give sectors or size_gib, not both");
-      if (d.sectors == 0) r.fail(s.line, "[drive] needs \"sectors\" or \"size_gib\"");
-      if (smart != "ok" && smart != "failing") r.fail(s.values.at("smart").second, "smart must be ok or failing");
-      d.smart_failing = smart == "failing";
-      if (d.serial.size() > 20) r.fail(s.values.at("serial").second, "a drive serial number has at most 20 characters");
-      if (d.model.size() > 40) r.fail(s.values.at("model").second, "a drive model has at most 40 characters");
+      DriveInfo d = read_drive(r, s);
       for (const DriveInfo& other : p.drives)
-        if (other.port == d.port) r.fail(s.values.at("port").second, "two drives on port " + std::to_string(d.port));
-      for (const BadSectorRange& b : d.bad_sectors)
-        if (b.last >= d.sectors) r.fail(s.values.at("bad_sectors").second, "a bad sector lies beyond the drive's end");
+        if (other.port == d.port && (other.multiplier_port == kDirectAttach || d.multiplier_port == kDirectAttach ||
+                                     other.multiplier_port == d.multiplier_port))
+          r.fail(s.values.at("port").second, "two drives on port " + std::to_string(d.port));
       p.drives.push_back(d);
     } else if (s.name == "volume") {
       VolumeInfo v;
@@ -369,13 +262,13 @@ Profile parse_profile(const std::string& text, const std::string& source, const 
     if (content.empty()) continue;
     if (content.front() == '[') {
       if (content.back() != ']') reader.fail(line, "a section header ends with ']'");
-      sections.push_back(Section{lower(trim(content.substr(1, content.size() - 2))), line, {}});
+      sections.push_back(Section{ascii_lower(trim(content.substr(1, content.size() - 2))), line, {}});
       continue;
     }
     const size_t eq = content.find('=');
     if (eq == std::string::npos) reader.fail(line, "expected key = value");
     if (sections.empty()) reader.fail(line, "a key before any [section]");
-    const std::string key = lower(trim(content.substr(0, eq)));
+    const std::string key = ascii_lower(trim(content.substr(0, eq)));
     if (key.empty()) reader.fail(line, "a value without a key");
     if (sections.back().values.count(key)) reader.fail(line, "\"" + key + "\" is given twice in this section");
     sections.back().values[key] = {trim(content.substr(eq + 1)), line};

@@ -53,16 +53,57 @@ struct BadSectorRange {
   uint64_t first = 0, last = 0;  // inclusive LBAs
 };
 
-struct DriveInfo {  // an ATA drive behind the AHCI controller
+constexpr uint16_t kDirectAttach = 0xFFFF;  // a drive's port-multiplier port when it has none
+
+// An ATA drive behind the AHCI controller, as the profile describes it
+// (docs/machine-profile.md, "[drive]").
+struct DriveInfo {
   uint16_t port = 0;
-  std::string model, serial, firmware;
-  uint64_t sectors = 0;
+  uint16_t multiplier_port = kDirectAttach;
+  std::string model, serial, firmware;  // bytes, as IDENTIFY reports them
+  uint64_t sectors = 0;                 // logical sectors
+  bool atapi = false;                   // a packet device: aborts IDENTIFY DEVICE
+  bool lba48 = true;                    // the 48-bit address feature set
+  uint32_t logical_sector_bytes = 512;
+  uint32_t physical_sector_bytes = 512;
+  uint16_t major_version = 0x03F0;  // IDENTIFY word 80: ATA/ATAPI-4 to ACS-2
+  uint16_t minor_version = 0x0110;  // IDENTIFY word 81: ACS-2 revision 3
+  uint32_t cache_kib = 0;
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
+
+  // SMART.
+  bool smart_supported = true;
+  bool smart_enabled = true;  // at power-on
+  bool refuse_smart_enable = false;
   bool smart_failing = false;
-  std::vector<BadSectorRange> bad_sectors;
-  uint8_t temperature_c = 35;   // SMART attribute 194
-  uint32_t power_on_hours = 0;  // SMART attribute 9 when the machine starts
-  bool smart_enabled = true;    // SMART operations enabled at power-on
+  uint8_t temperature_c = 35;        // attribute 194
+  uint32_t power_on_hours = 0;       // attribute 9 when the machine starts
+  uint64_t reallocated_sectors = 0;  // attribute 5's raw count at power-on
+  uint8_t reallocated_threshold = 36;
+  uint64_t spare_sectors = 2048;  // reallocations that wear attribute 5's value down to 1
+  std::vector<uint8_t> absent_attributes;
+
+  // Self-tests.
+  bool self_test_supported = true;
+  bool refuse_vendor_self_test = false;
+  bool self_test_running = false;  // an extended self-test runs at power-on
+  int self_test_end_status = -1;   // how every self-test ends; -1: as the media says
+  uint64_t self_test_failing_lba = 0xFFFFFFFFFFFFull;
+
+  // Logs.
+  bool log_directories = true;
+  uint16_t log_pages = 1;  // of logs 0x02, 0x03 and 0x07
+  std::vector<uint64_t> error_log_lbas;      // oldest first
+  std::vector<uint64_t> self_test_log_lbas;  // past self-tests that failed there, oldest first
+
+  // The media and its faults.
+  std::vector<BadSectorRange> bad_sectors;          // UNC until written
+  std::vector<BadSectorRange> unwritable_sectors;   // UNC, and writing fails
+  std::vector<BadSectorRange> unrecoverable_sectors;  // UNC, still after a write
+  std::vector<BadSectorRange> idnf_sectors;         // IDNF on every access
+  std::vector<BadSectorRange> abort_sectors;        // ABRT on every access
+  std::vector<BadSectorRange> hang_sectors;         // an access never completes
+  uint64_t stop_answering_after = UINT64_MAX;       // commands it answers before it falls silent
 };
 
 struct VolumeInfo {  // a FAT volume, backed by a host directory
@@ -71,6 +112,13 @@ struct VolumeInfo {  // a FAT volume, backed by a host directory
   uint64_t size_mib = 64;
   bool read_only = false;
   bool fail_writes = false;  // every Write reports a device error
+};
+
+// How the SATA controller's pass-through reports a command that ended with
+// an ATA error.
+enum class AtaErrorReport {
+  kDeviceError,  // EFI_DEVICE_ERROR, as the UEFI specification describes
+  kSuccess,      // EFI_SUCCESS, the error only in the status block (older OVMF)
 };
 
 struct Profile {
@@ -86,6 +134,8 @@ struct Profile {
   LanguageInfo language;
   std::vector<MemoryModuleInfo> memory_modules;
   std::vector<DriveInfo> drives;
+  AtaErrorReport ata_error_report = AtaErrorReport::kDeviceError;
+  uint32_t ata_io_align = 2;
   std::vector<VolumeInfo> volumes;
 };
 

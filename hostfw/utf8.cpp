@@ -35,4 +35,30 @@ std::string utf8_from_utf16(const char16_t* text) {
   return out;
 }
 
+std::u16string utf16_from_utf8(const std::string& text) {
+  std::u16string out;
+  for (size_t i = 0; i < text.size();) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
+    const unsigned char c = byte(i);
+    const size_t length = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 1;
+    bool sequence = length > 1 && i + length <= text.size();
+    for (size_t k = 1; sequence && k < length; ++k) sequence = (byte(i + k) & 0xC0) == 0x80;
+    if (!sequence) {
+      out.push_back(c);
+      ++i;
+      continue;
+    }
+    char32_t code = c & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) code = code << 6 | (byte(i + k) & 0x3F);
+    if (code >= 0x10000) {
+      out.push_back(static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(code));
+    }
+    i += length;
+  }
+  return out;
+}
+
 }  // namespace hostfw

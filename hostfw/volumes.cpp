@@ -13,6 +13,7 @@
 #include "hostfw/clock.h"
 #include "hostfw/events.h"
 #include "hostfw/machine.h"
+#include "hostfw/text_case.h"
 #include "hostfw/utf8.h"
 
 namespace fs = std::filesystem;
@@ -27,53 +28,8 @@ const EFI_GUID kFileSystemInfoGuid = EFI_FILE_SYSTEM_INFO_ID;
 // Vendor GUID of the media node naming a host volume.
 const EFI_GUID kHostVolumeVendor = {0x7A5C1D10, 0x3B2E, 0x4F61, {0x9A, 0x44, 0x1C, 0x0E, 0x55, 0x21, 0x6B, 0x90}};
 
-// Runs one operation of the protocols as firmware does: at TPL_NOTIFY, and
-// without letting a host error escape into the application.
-template <typename Operation>
-EFI_STATUS serve(Operation operation) {
-  TplGuard guard(Machine::current().events(), TPL_NOTIFY);
-  try {
-    return operation(*Machine::current().volumes());
-  } catch (const std::bad_alloc&) {
-    return EFI_OUT_OF_RESOURCES;
-  } catch (...) {
-    return EFI_DEVICE_ERROR;
-  }
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-  return s;
-}
-
-// A host file name as the application sees it: UTF-8 decoded (a byte that
-// starts no valid sequence is taken as Latin-1), characters beyond the BMP
-// as surrogate pairs.
-std::u16string widen(const std::string& text) {
-  std::u16string out;
-  for (size_t i = 0; i < text.size();) {
-    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    const unsigned char c = byte(i);
-    const size_t length = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 1;
-    bool sequence = length > 1 && i + length <= text.size();
-    for (size_t k = 1; sequence && k < length; ++k) sequence = (byte(i + k) & 0xC0) == 0x80;
-    if (!sequence) {
-      out.push_back(c);
-      ++i;
-      continue;
-    }
-    char32_t code = c & (0x7F >> length);
-    for (size_t k = 1; k < length; ++k) code = code << 6 | (byte(i + k) & 0x3F);
-    if (code >= 0x10000) {
-      out.push_back(static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF)));
-    } else {
-      out.push_back(static_cast<char16_t>(code));
-    }
-    i += length;
-  }
-  return out;
-}
+// A host file name as the application sees it.
+std::u16string widen(const std::string& text) { return utf16_from_utf8(text); }
 
 // Whether FAT allows the name ('/' is refused too: on the host it would
 // separate directories).
@@ -117,7 +73,7 @@ fs::path host_path(const fs::path& root, const std::vector<std::string>& parts) 
     std::error_code ec;
     if (!fs::exists(next, ec) && fs::is_directory(at, ec)) {
       for (fs::directory_iterator it(at, ec), end; !ec && it != end; it.increment(ec)) {
-        if (lower(it->path().filename().string()) == lower(part)) {
+        if (ascii_lower(it->path().filename().string()) == ascii_lower(part)) {
           next = it->path();
           break;
         }
@@ -178,37 +134,37 @@ EFI_STATUS file_info(const fs::path& host, const std::string& name, bool read_on
 
 // ---- EFIAPI thunks ---------------------------------------------------------------
 EFIAPI EFI_STATUS OpenVolume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* This, EFI_FILE_PROTOCOL** Root) {
-  return serve([&](Volumes& v) { return v.open_volume(This, Root); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.open_volume(This, Root); });
 }
 EFIAPI EFI_STATUS Open(EFI_FILE_PROTOCOL* This, EFI_FILE_PROTOCOL** New, CHAR16* Name, UINT64 Mode, UINT64 Attr) {
-  return serve([&](Volumes& v) { return v.open(This, New, Name, Mode, Attr); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.open(This, New, Name, Mode, Attr); });
 }
 EFIAPI EFI_STATUS Close(EFI_FILE_PROTOCOL* This) {
-  return serve([&](Volumes& v) { return v.close(This); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.close(This); });
 }
 EFIAPI EFI_STATUS Delete(EFI_FILE_PROTOCOL* This) {
-  return serve([&](Volumes& v) { return v.remove(This); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.remove(This); });
 }
 EFIAPI EFI_STATUS Read(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
-  return serve([&](Volumes& v) { return v.read(This, Size, Buffer); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.read(This, Size, Buffer); });
 }
 EFIAPI EFI_STATUS Write(EFI_FILE_PROTOCOL* This, UINTN* Size, VOID* Buffer) {
-  return serve([&](Volumes& v) { return v.write(This, Size, Buffer); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.write(This, Size, Buffer); });
 }
 EFIAPI EFI_STATUS GetPosition(EFI_FILE_PROTOCOL* This, UINT64* Position) {
-  return serve([&](Volumes& v) { return v.get_position(This, Position); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.get_position(This, Position); });
 }
 EFIAPI EFI_STATUS SetPosition(EFI_FILE_PROTOCOL* This, UINT64 Position) {
-  return serve([&](Volumes& v) { return v.set_position(This, Position); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.set_position(This, Position); });
 }
 EFIAPI EFI_STATUS GetInfo(EFI_FILE_PROTOCOL* This, EFI_GUID* Type, UINTN* Size, VOID* Buffer) {
-  return serve([&](Volumes& v) { return v.get_info(This, Type, Size, Buffer); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.get_info(This, Type, Size, Buffer); });
 }
 // Nothing of a file's information can be changed (names, sizes, times and
 // attributes stay as the host has them).
 EFIAPI EFI_STATUS SetInfo(EFI_FILE_PROTOCOL*, EFI_GUID*, UINTN, VOID*) { return EFI_UNSUPPORTED; }
 EFIAPI EFI_STATUS Flush(EFI_FILE_PROTOCOL* This) {
-  return serve([&](Volumes& v) { return v.flush(This); });
+  return serve<Volumes>(This, [&](Volumes& v) { return v.flush(This); });
 }
 
 }  // namespace
@@ -226,8 +182,9 @@ Volumes::Volumes(Machine& machine, const std::vector<VolumeInfo>& volumes) : mac
   for (size_t i = 0; i < volumes.size(); ++i) {
     auto volume = std::make_unique<Volume>();
     volume->info = volumes[i];
-    volume->fs.Revision = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_REVISION;
-    volume->fs.OpenVolume = OpenVolume;
+    volume->fs.protocol.Revision = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_REVISION;
+    volume->fs.protocol.OpenVolume = OpenVolume;
+    volume->fs.owner = this;
     // A vendor media node holding the volume's number, then the end node.
     std::vector<uint8_t>& dp = volume->device_path;
     dp = {MEDIA_DEVICE_PATH, MEDIA_VENDOR_DP, 24, 0};
@@ -237,7 +194,7 @@ Volumes::Volumes(Machine& machine, const std::vector<VolumeInfo>& volumes) : mac
     const auto* index_bytes = reinterpret_cast<const uint8_t*>(&index);
     dp.insert(dp.end(), index_bytes, index_bytes + 4);
     dp.insert(dp.end(), {END_DEVICE_PATH_TYPE, END_ENTIRE_DEVICE_PATH_SUBTYPE, 4, 0});
-    machine_.handles().install(&volume->handle, kFileSystemGuid, &volume->fs);
+    machine_.handles().install(&volume->handle, kFileSystemGuid, &volume->fs.protocol);
     machine_.handles().install(&volume->handle, kDevicePathGuid, volume->device_path.data());
     volumes_.push_back(std::move(volume));
   }
@@ -247,7 +204,7 @@ Volumes::~Volumes() {
   open_.clear();
   for (const auto& volume : volumes_) {
     machine_.handles().uninstall(volume->handle, kDevicePathGuid, volume->device_path.data());
-    machine_.handles().uninstall(volume->handle, kFileSystemGuid, &volume->fs);
+    machine_.handles().uninstall(volume->handle, kFileSystemGuid, &volume->fs.protocol);
   }
 }
 
@@ -275,6 +232,14 @@ bool Volumes::resolve(const EFI_DEVICE_PATH_PROTOCOL* path, std::string* host) c
   return false;
 }
 
+Events& Volumes::events() const { return machine_.events(); }
+
+void Volumes::retire(EFI_FILE_PROTOCOL* file) {
+  auto it = open_.find(file);
+  closed_.push_back(std::move(it->second));
+  open_.erase(it);
+}
+
 Volumes::OpenFile* Volumes::find(EFI_FILE_PROTOCOL* file) const {
   auto it = open_.find(file);
   return it == open_.end() ? nullptr : it->second.get();
@@ -282,7 +247,8 @@ Volumes::OpenFile* Volumes::find(EFI_FILE_PROTOCOL* file) const {
 
 EFI_FILE_PROTOCOL* Volumes::add(Volume* volume, std::vector<std::string> parts, bool writable) {
   auto file = std::make_unique<OpenFile>();
-  file->protocol = EFI_FILE_PROTOCOL{EFI_FILE_PROTOCOL_REVISION, Open, Close, Delete, Read, Write, GetPosition,
+  file->protocol.owner = this;
+  file->protocol.protocol = EFI_FILE_PROTOCOL{EFI_FILE_PROTOCOL_REVISION, Open, Close, Delete, Read, Write, GetPosition,
                                      SetPosition, GetInfo, SetInfo, Flush, nullptr, nullptr, nullptr, nullptr};
   file->volume = volume;
   file->host = host_path(volume->info.directory, parts);
@@ -290,7 +256,7 @@ EFI_FILE_PROTOCOL* Volumes::add(Volume* volume, std::vector<std::string> parts, 
   std::error_code ec;
   file->directory = fs::is_directory(file->host, ec);
   file->writable = writable;
-  EFI_FILE_PROTOCOL* handle = &file->protocol;
+  EFI_FILE_PROTOCOL* handle = &file->protocol.protocol;
   open_[handle] = std::move(file);
   return handle;
 }
@@ -298,7 +264,7 @@ EFI_FILE_PROTOCOL* Volumes::add(Volume* volume, std::vector<std::string> parts, 
 EFI_STATUS Volumes::open_volume(EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* fs_protocol, EFI_FILE_PROTOCOL** root) {
   if (root == nullptr) return EFI_INVALID_PARAMETER;
   for (const auto& volume : volumes_) {
-    if (&volume->fs != fs_protocol) continue;
+    if (&volume->fs.protocol != fs_protocol) continue;
     std::error_code ec;
     if (!fs::is_directory(volume->info.directory, ec)) return EFI_NO_MEDIA;
     volume->used = bytes_used(volume->info.directory);
@@ -337,7 +303,9 @@ EFI_STATUS Volumes::open(EFI_FILE_PROTOCOL* from, EFI_FILE_PROTOCOL** opened, co
 }
 
 EFI_STATUS Volumes::close(EFI_FILE_PROTOCOL* file) {
-  return open_.erase(file) == 1 ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
+  if (find(file) == nullptr) return EFI_INVALID_PARAMETER;
+  retire(file);
+  return EFI_SUCCESS;
 }
 
 EFI_STATUS Volumes::remove(EFI_FILE_PROTOCOL* file) {
@@ -352,7 +320,7 @@ EFI_STATUS Volumes::remove(EFI_FILE_PROTOCOL* file) {
     removed = fs::remove(f->host, ec);  // a directory only when it is empty
     if (removed) volume.used -= std::min(volume.used, size);
   }
-  open_.erase(file);
+  retire(file);
   return removed ? EFI_SUCCESS : EFI_WARN_DELETE_FAILURE;
 }
 

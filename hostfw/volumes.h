@@ -11,6 +11,7 @@
 
 #include "efi/efi.h"
 #include "hostfw/profile.h"
+#include "hostfw/protocol_thunk.h"
 
 namespace hostfw {
 
@@ -29,6 +30,7 @@ class Volumes {
   // path and continues with media file-path nodes.
   bool resolve(const EFI_DEVICE_PATH_PROTOCOL* path, std::string* host_path) const;
   size_t open_files() const { return open_.size(); }
+  Events& events() const;
 
   // ---- The protocols' operations (reached through EFIAPI thunks) -------------
   struct Volume;
@@ -47,7 +49,7 @@ class Volumes {
 
   struct Volume {
     VolumeInfo info;
-    EFI_SIMPLE_FILE_SYSTEM_PROTOCOL fs{};
+    HostedProtocol<EFI_SIMPLE_FILE_SYSTEM_PROTOCOL, Volumes> fs;
     std::vector<uint8_t> device_path;  // ends with the end node
     EFI_HANDLE handle = nullptr;
     // Bytes of the files under the directory: counted again at each
@@ -55,7 +57,7 @@ class Volumes {
     uint64_t used = 0;
   };
   struct OpenFile {
-    EFI_FILE_PROTOCOL protocol{};
+    HostedProtocol<EFI_FILE_PROTOCOL, Volumes> protocol;
     Volume* volume = nullptr;
     std::filesystem::path host;       // absolute host path
     std::vector<std::string> parts;   // path inside the volume
@@ -67,10 +69,14 @@ class Volumes {
  private:
   OpenFile* find(EFI_FILE_PROTOCOL* file) const;
   EFI_FILE_PROTOCOL* add(Volume* volume, std::vector<std::string> parts, bool writable);
+  // Ends a handle. Its record is kept, so that a call on the closed handle
+  // still finds its owner and is refused.
+  void retire(EFI_FILE_PROTOCOL* file);
 
   Machine& machine_;
   std::vector<std::unique_ptr<Volume>> volumes_;
   std::map<EFI_FILE_PROTOCOL*, std::unique_ptr<OpenFile>> open_;
+  std::vector<std::unique_ptr<OpenFile>> closed_;
 };
 
 }  // namespace hostfw
