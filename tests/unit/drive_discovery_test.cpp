@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "storage/ata_commands.h"
 #include "storage/drive_discovery.h"
 #include "tests/support/fake_ata_pass_thru.h"
