@@ -125,6 +125,9 @@ typedef EFI_STATUS(EFIAPI* EFI_IMAGE_UNLOAD)(EFI_HANDLE ImageHandle);
 typedef EFI_STATUS(EFIAPI* EFI_STALL)(UINTN Microseconds);
 typedef EFI_STATUS(EFIAPI* EFI_SET_WATCHDOG_TIMER)(UINTN Timeout, UINT64 WatchdogCode, UINTN DataSize,
                                                    CHAR16* WatchdogData);
+typedef EFI_STATUS(EFIAPI* EFI_CONNECT_CONTROLLER)(EFI_HANDLE ControllerHandle, EFI_HANDLE* DriverImageHandle,
+                                                   EFI_DEVICE_PATH_PROTOCOL* RemainingDevicePath,
+                                                   BOOLEAN Recursive);
 typedef EFI_STATUS(EFIAPI* EFI_OPEN_PROTOCOL)(EFI_HANDLE Handle, EFI_GUID* Protocol, VOID** Interface,
                                               EFI_HANDLE AgentHandle, EFI_HANDLE ControllerHandle,
                                               UINT32 Attributes);
@@ -179,7 +182,7 @@ struct EFI_BOOT_SERVICES {
   EFI_STALL Stall;
   EFI_SET_WATCHDOG_TIMER SetWatchdogTimer;
 
-  VOID* ConnectController;
+  EFI_CONNECT_CONTROLLER ConnectController;
   VOID* DisconnectController;
 
   EFI_OPEN_PROTOCOL OpenProtocol;
