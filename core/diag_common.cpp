@@ -6,6 +6,7 @@
 #include "core/protocol_registry.h"
 #include "core/random.h"
 #include "core/start_image.h"
+#include "core/startup_texts.h"
 #include "core/status_text.h"
 #include "core/wide_string.h"
 
@@ -34,7 +35,7 @@ EFI_STATUS InstallDiagCommon(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTab
   PoolPtr<DiagCommonProtocol> Record;
   EFI_STATUS Status = Record.Allocate(sizeof(DiagCommonProtocol));
   if (EFI_ERROR(Status)) {
-    Print(u"ERROR: %s\n", StatusToString(Status));
+    Print(startup_text::SharedServicesFailed, StatusToString(Status));
     return EFI_ABORTED;
   }
   *Record.get() = DiagCommonProtocol{
@@ -59,7 +60,7 @@ EFI_STATUS InstallDiagCommon(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTab
   EFI_GUID Guid = DiagCommonProtocolGuid;
   Status = gBS->InstallMultipleProtocolInterfaces(&Handle, &Guid, Record.get(), nullptr);
   if (EFI_ERROR(Status)) {
-    Print(u"ERROR: %s\n", StatusToString(Status));
+    Print(startup_text::SharedServicesFailed, StatusToString(Status));
     return EFI_ABORTED;
   }
   gDiagCommon = Record.release();

@@ -1,7 +1,6 @@
 #include "core/protocol_registry.h"
 
 #include "core/globals.h"
-#include "core/service_record.h"
 
 namespace tarvik {
 namespace {
@@ -59,6 +58,21 @@ EFIAPI EFI_STATUS InstallProtocol(DiagCommonProtocol* Self, EFI_HANDLE* HandlePt
 
   if (InstalledCount < InstalledRecordCapacity) InstalledRecords[InstalledCount++] = Record;
   return EFI_SUCCESS;
+}
+
+EFI_STATUS WithdrawProtocol(ServiceRecordHeader* Record) {
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  // Newest first: a withdrawn record is normally the last one installed.
+  for (UINT32 I = InstalledCount; I-- > 0;) {
+    if (InstalledRecords[I] != Record) continue;
+    for (UINT32 Later = I + 1; Later < InstalledCount; ++Later) InstalledRecords[Later - 1] = InstalledRecords[Later];
+    InstalledRecords[--InstalledCount] = nullptr;
+    break;
+  }
+  EFI_GUID Guid = Record->Guid;
+  const EFI_STATUS Status = gBS->UninstallMultipleProtocolInterfaces(Record->ImageHandle, &Guid, Record, nullptr);
+  Record->Unload = nullptr;
+  return Status;
 }
 
 EFIAPI EFI_STATUS UninstallAllProtocols(DiagCommonProtocol* Self) {

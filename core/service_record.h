@@ -4,6 +4,7 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/startup_texts.h"
 
 namespace tarvik {
 
@@ -26,14 +27,12 @@ struct ServiceDescriptor {
   EFI_GUID Guid;
   const CHAR16* Name;                 // as in "Falha ao instalar <Name>: ..."
   Record** ModuleRecord;              // the module's pointer to its record
-  EFI_HANDLE* ModuleImageHandle;      // the module's copy of the image handle
-  DiagCommonProtocol** ModuleCommon;  // the module's pointer to the shared services
   EFI_IMAGE_UNLOAD Unload;            // the record's clean-up operation
   VOID (*FillOperations)(Record&);
   // Optional work between allocating and filling the record (the registry
   // creates its table, SMBIOS finds its table); its failure is printed with
   // PrepareFailureFormat, when given, which takes the service's name and the
-  // status.
+  // status (startup_text::PreparationFailed).
   EFI_STATUS (*Prepare)(EFI_SYSTEM_TABLE* SystemTable) = nullptr;
   const CHAR16* PrepareFailureFormat = nullptr;
 };
@@ -45,23 +44,20 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
                           const ServiceDescriptor<Record>& Service) {
   static_assert(__builtin_offsetof(Record, Header) == 0);
   EFI_BOOT_SERVICES* BootServices = SystemTable->BootServices;
-  *Service.ModuleImageHandle = ImageHandle;
 
   EFI_GUID CommonGuid = DiagCommonProtocolGuid;
   VOID* Common = nullptr;
   EFI_STATUS Status = BootServices->LocateProtocol(&CommonGuid, nullptr, &Common);
   if (EFI_ERROR(Status)) {
-    SystemTable->ConOut->OutputString(SystemTable->ConOut,
-                                      const_cast<CHAR16*>(u"Falha ao carregar Diag Common Protocol.\n\r"));
+    SystemTable->ConOut->OutputString(SystemTable->ConOut, const_cast<CHAR16*>(startup_text::SharedServicesMissing));
     return Status;
   }
   DiagCommonProtocol* Shared = static_cast<DiagCommonProtocol*>(Common);
-  *Service.ModuleCommon = Shared;
 
   VOID* Raw = nullptr;
   Status = BootServices->AllocatePool(EfiBootServicesData, sizeof(Record), &Raw);
   if (EFI_ERROR(Status)) {
-    Shared->Print(u"Falha ao alocar memoria para %s: %r\n", Service.Name, Status);
+    Shared->Print(startup_text::RecordAllocationFailed, Service.Name, Status);
     return Status;
   }
   Record* Installed = static_cast<Record*>(Raw);
@@ -80,11 +76,12 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
   Service.FillOperations(*Installed);
   *Service.ModuleRecord = Installed;
 
+  EFI_HANDLE Handle = ImageHandle;
   EFI_GUID Guid = Service.Guid;
-  Status = Shared->InstallProtocol(Shared, Service.ModuleImageHandle, &Guid,
-                                   reinterpret_cast<VOID**>(Service.ModuleRecord), Service.Unload);
+  Status = Shared->InstallProtocol(Shared, &Handle, &Guid, reinterpret_cast<VOID**>(Service.ModuleRecord),
+                                   Service.Unload);
   if (EFI_ERROR(Status)) {
-    Shared->Print(u"Falha ao instalar %s: %r\n", Service.Name, Status);
+    Shared->Print(startup_text::InstallationFailed, Service.Name, Status);
     BootServices->FreePool(Installed);
     *Service.ModuleRecord = nullptr;
     return Status;

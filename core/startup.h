@@ -1,5 +1,6 @@
-// Start-up: the order in which services are installed, the hand-over to the
-// user interface, and teardown ending in a cold reset.
+// Start-up: installing the services a plan names in its order, the
+// hand-over to the user interface, and teardown ending in a cold reset. The
+// application's own plan is in app/.
 #pragma once
 
 #include "efi/efi.h"
@@ -21,9 +22,6 @@ struct StartupPlan {
   UINTN TestModuleCount;
   ServiceInstaller RunUserInterface;
 };
-
-// The application as shipped.
-extern const StartupPlan ApplicationPlan;
 
 // Runs the whole life of the application. Returns only when a core service
 // fails to install (with its status) or when the reset returns (with 0).

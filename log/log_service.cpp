@@ -7,8 +7,6 @@ namespace tarvik {
 namespace {
 
 constinit LogProtocol* LogRecord = nullptr;
-constinit EFI_HANDLE LogImageHandle = nullptr;
-constinit DiagCommonProtocol* LogCommon = nullptr;
 
 EFIAPI EFI_STATUS UnloadLog(EFI_HANDLE) {
   ReleaseLogLines();
@@ -37,8 +35,6 @@ EFI_STATUS InstallLog(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
       .Guid = LogProtocolGuid,
       .Name = u"Log Protocol",
       .ModuleRecord = &LogRecord,
-      .ModuleImageHandle = &LogImageHandle,
-      .ModuleCommon = &LogCommon,
       .Unload = UnloadLog,
       .FillOperations = FillOperations,
   };

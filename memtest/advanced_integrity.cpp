@@ -6,10 +6,6 @@
 
 namespace tarvik {
 
-constinit volatile UINT8 KeepRunning = 1;
-constinit UINT64 TotalPages = 0;
-constinit UINT64 AvailablePages = 0;
-
 namespace {
 
 constexpr UINTN MessageBytes = 200;
@@ -41,7 +37,8 @@ VOID SendLine(TestModuleProtocol* This, TEST_MESSAGE_CALLBACK Message, const CHA
 // Claims every free region in map order; false (with the CRITICAL line
 // sent) when one cannot be claimed. Blocks claimed so far stay in Table.
 bool ClaimFreeMemory(const UINT8* Map, UINTN Entries, UINTN DescriptorSize, EFI_PHYSICAL_ADDRESS* Address,
-                     BlockTable& Table, TestModuleProtocol* This, TEST_MESSAGE_CALLBACK Message) {
+                     UINT64 AvailablePages, BlockTable& Table, TestModuleProtocol* This,
+                     TEST_MESSAGE_CALLBACK Message) {
   for (UINTN I = 0; I < Entries && Table.BlockCount < MaxMemoryBlocks; ++I) {
     const EFI_MEMORY_DESCRIPTOR& Region = Entry(Map, I, DescriptorSize);
     if (Region.Type != EfiConventionalMemory || Region.NumberOfPages == 0) continue;
@@ -91,9 +88,9 @@ UINT64 BuildPairRuns(const BlockTable& Table, PairRun* Runs) {
   return Count;
 }
 
-UINT64 RunAdvancedIntegrityTest(TestModuleProtocol* This, TEST_PROGRESS_CALLBACK Progress,
+UINT64 RunAdvancedIntegrityTest(MemoryTestState& State, TestModuleProtocol* This, TEST_PROGRESS_CALLBACK Progress,
                                 TEST_MESSAGE_CALLBACK Message) {
-  KeepRunning = 1;
+  State.KeepRunning = 1;
   if (Progress == nullptr) Progress = IgnoreProgress;
 
   // Everything the run needs is allocated before the memory map is read:
@@ -113,28 +110,29 @@ UINT64 RunAdvancedIntegrityTest(TestModuleProtocol* This, TEST_PROGRESS_CALLBACK
     return TEST_RESULT_PLATFORM_ERROR;
 
   const UINTN Entries = MapSize / DescriptorSize;
-  TotalPages = 0;
-  AvailablePages = 0;
+  State.TotalPages = 0;
+  State.AvailablePages = 0;
   for (UINTN I = 0; I < Entries; ++I) {
     const EFI_MEMORY_DESCRIPTOR& Region = Entry(Map.get(), I, DescriptorSize);
-    TotalPages += Region.NumberOfPages;
-    if (Region.Type == EfiConventionalMemory) AvailablePages += Region.NumberOfPages;
+    State.TotalPages += Region.NumberOfPages;
+    if (Region.Type == EfiConventionalMemory) State.AvailablePages += Region.NumberOfPages;
   }
-  if (AvailablePages / 256 * 256 < MinimumFreePages) return MEMORY_RESULT_LESS_THAN_20MB;
+  if (State.AvailablePages / 256 * 256 < MinimumFreePages) return MEMORY_RESULT_LESS_THAN_20MB;
 
   BlockTable& Blocks = *Table.get();
   Blocks.BlockCount = 0;
   Blocks.HalfWords = 0;
   Blocks.TotalWords = 0;
   UINT64 Result = MEMORY_RESULT_CANNOT_CLAIM;
-  if (ClaimFreeMemory(Map.get(), Entries, DescriptorSize, Address.get(), Blocks, This, Message)) {
+  if (ClaimFreeMemory(Map.get(), Entries, DescriptorSize, Address.get(), State.AvailablePages, Blocks, This,
+                      Message)) {
     Blocks.HalfWords = Blocks.TotalWords / 2;
     Progress(This, 0, 0);
     const UINT64 RunCount = BuildPairRuns(Blocks, Runs.get());
     MarchProgress Reporter{This, Progress, 0, 0, 0};
     PlainWordAccess Words;
     Mismatch Found{0, 0};
-    Result = MarchPasses<PlainWordAccess>(Words, Runs.get(), RunCount, Blocks.HalfWords, &KeepRunning, Reporter)
+    Result = MarchPasses<PlainWordAccess>(Words, Runs.get(), RunCount, Blocks.HalfWords, &State.KeepRunning, Reporter)
                  .Run(&Found);
     if (Result == TEST_RESULT_FAILED) {
       CHAR16 Line[MessageBytes / sizeof(CHAR16)];
@@ -145,7 +143,7 @@ UINT64 RunAdvancedIntegrityTest(TestModuleProtocol* This, TEST_PROGRESS_CALLBACK
   }
   ReleaseClaimedMemory(Blocks);
   Progress(This, 100, 0);
-  return KeepRunning == 0 ? TEST_RESULT_CANCELED : Result;
+  return State.KeepRunning == 0 ? TEST_RESULT_CANCELED : Result;
 }
 
 }  // namespace tarvik

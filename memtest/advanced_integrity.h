@@ -4,6 +4,7 @@
 
 #include "efi/efi.h"
 #include "memtest/march_passes.h"
+#include "memtest/memory_test_state.h"
 #include "registry/test_module_protocol.h"
 
 namespace tarvik {
@@ -30,19 +31,15 @@ struct BlockTable {
   UINT64 BlockBase[MaxMemoryBlocks];
 };
 
-// The memory module's state that runs share.
-extern volatile UINT8 KeepRunning;   // cleared by StopTest
-extern UINT64 TotalPages;            // of the memory map, refreshed by each run
-extern UINT64 AvailablePages;        // free pages of the memory map
-
 // Splits the pairs (k, k + HalfWords) of the table's words into runs in
 // which both words stay inside one block each; Runs holds MaxPairRuns.
 // Returns how many runs.
 UINT64 BuildPairRuns(const BlockTable& Table, PairRun* Runs);
 
 // The test's RunTest body: TEST_RESULT_PASSED, _FAILED, _CANCELED,
-// _PLATFORM_ERROR, or MEMORY_RESULT_LESS_THAN_20MB / _CANNOT_CLAIM.
-UINT64 RunAdvancedIntegrityTest(TestModuleProtocol* This, TEST_PROGRESS_CALLBACK Progress,
+// _PLATFORM_ERROR, or MEMORY_RESULT_LESS_THAN_20MB / _CANNOT_CLAIM. Sets
+// State's page counts and runs while its KeepRunning stays 1.
+UINT64 RunAdvancedIntegrityTest(MemoryTestState& State, TestModuleProtocol* This, TEST_PROGRESS_CALLBACK Progress,
                                 TEST_MESSAGE_CALLBACK Message);
 
 }  // namespace tarvik

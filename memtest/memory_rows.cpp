@@ -58,7 +58,7 @@ EFI_STATUS MemoryRunInfoRow(UINT64 Row, UINT64 DeviceIndex, CHAR16** Label, CHAR
   if (EFI_ERROR(Status)) return Status;
   const BOOLEAN Total = Row == 0;
   SPrint(Texts.Label(), RunInfoBytes, u"%s", MemoryText(Total ? memory_text::TotalMemory : memory_text::AvailableMemory));
-  SPrint(Texts.Value(), RunInfoBytes, u"%,ld MB", (Total ? TotalPages : AvailablePages) / 256);
+  SPrint(Texts.Value(), RunInfoBytes, u"%,ld MB", (Total ? MemoryTest.TotalPages : MemoryTest.AvailablePages) / 256);
   return Texts.HandOut(Label, Value);
 }
 
@@ -179,7 +179,7 @@ EFI_STATUS MemorySummaryLine(UINT64 Index, CHAR16** Text) {
   PoolPtr<CHAR16> Line;
   EFI_STATUS Status = Line.Allocate(RowBytes);
   if (EFI_ERROR(Status)) return Status;
-  SPrint(Line.get(), RowBytes, u"%s %s: %,ld MB", u"MESSAGE", u"TESTED_SIZE", AvailablePages / 256);
+  SPrint(Line.get(), RowBytes, u"%s %s: %,ld MB", u"MESSAGE", u"TESTED_SIZE", MemoryTest.AvailablePages / 256);
   *Text = Line.release();
   return EFI_SUCCESS;
 }

@@ -1,22 +1,24 @@
-// The memory module's record: its slots, its installation and its clean-up.
-#include "core/diag_common.h"
-#include "core/globals.h"
-#include "core/locate.h"
+// The memory module: its state, its record's slots, its descriptor and its
+// clean-up. A new test module starts from this file.
 #include "core/pool_text.h"
 #include "memtest/advanced_integrity.h"
 #include "memtest/memory_modules.h"
 #include "memtest/memory_rows.h"
 #include "memtest/memory_test_protocol.h"
+#include "memtest/memory_test_state.h"
 #include "memtest/memory_texts.h"
-#include "registry/test_collection_protocol.h"
-#include "text/language_protocol.h"
+#include "registry/test_module_installer.h"
 
 namespace tarvik {
-namespace {
 
-constinit TestModuleProtocol* MemoryTestRecord = nullptr;
-constinit EFI_HANDLE MemoryImageHandle = nullptr;
-constinit TestCollectionProtocol* Registry = nullptr;
+constinit MemoryTestState MemoryTest = {
+    .Installation = {},
+    .KeepRunning = 1,
+    .TotalPages = 0,
+    .AvailablePages = 0,
+};
+
+namespace {
 
 constexpr CHAR16 AlgorithmKey[] = u"ADVANCED_INTEGRITY";
 
@@ -28,7 +30,7 @@ EFI_STATUS CopyMemoryText(UINT64 Id, CHAR16** Text) {
 EFIAPI UINT64 RunTest(TestModuleProtocol* This, UINT64 Algorithm, UINT8, TEST_PROGRESS_CALLBACK Progress,
                       TEST_MESSAGE_CALLBACK Message) {
   if (Algorithm != 0) return EFI_INVALID_PARAMETER;
-  return RunAdvancedIntegrityTest(This, Progress, Message);
+  return RunAdvancedIntegrityTest(MemoryTest, This, Progress, Message);
 }
 
 EFIAPI EFI_STATUS GetAlgorithmName(TestModuleProtocol*, UINT64 Index, CHAR16** Name) {
@@ -57,7 +59,7 @@ EFIAPI EFI_STATUS GetTestName(TestModuleProtocol*, CHAR16** Name) { return CopyM
 
 // Runs from the run screen's key poll: the run notices within one pair.
 EFIAPI EFI_STATUS StopTest(TestModuleProtocol*) {
-  KeepRunning = 0;
+  MemoryTest.KeepRunning = 0;
   return EFI_SUCCESS;
 }
 
@@ -103,11 +105,7 @@ EFIAPI UINT64 SummaryLineCount() { return 1; }
 EFIAPI EFI_STATUS GetSummaryLine(UINT64 Index, CHAR16** Text) { return MemorySummaryLine(Index, Text); }
 EFIAPI EFI_STATUS EvaluateResults(TestModuleProtocol*, UINT64**, TEST_MESSAGE_CALLBACK) { return EFI_ABORTED; }
 
-VOID FillRecord(TestModuleProtocol& Record, EFI_HANDLE ImageHandle) {
-  Record = TestModuleProtocol{};
-  Record.Revision = 1;
-  Record.ImageHandle = ImageHandle;
-  Record.ModuleGuid = MemoryTestProtocolGuid;
+VOID FillOperations(TestModuleProtocol& Record) {
   Record.RunTest = RunTest;
   Record.GetAlgorithmName = GetAlgorithmName;
   Record.GetAlgorithmKey = GetAlgorithmKey;
@@ -132,72 +130,25 @@ VOID FillRecord(TestModuleProtocol& Record, EFI_HANDLE ImageHandle) {
   Record.EvaluateResults = EvaluateResults;
 }
 
-VOID ReleaseStrings() {
-  if (MemoryStrings != nullptr) {
-    for (UINT64 I = 0; I < MemoryStringCount; ++I)
-      if (MemoryStrings[I] != nullptr) gBS->FreePool(MemoryStrings[I]);
-    gBS->FreePool(MemoryStrings);
-  }
-  MemoryStrings = nullptr;
-  MemoryStringCount = 0;
-}
-
-EFI_STATUS FreeRecord() {
-  if (MemoryTestRecord == nullptr) return EFI_SUCCESS;
-  const EFI_STATUS Status = gBS->FreePool(MemoryTestRecord);
-  MemoryTestRecord = nullptr;
-  return Status;
-}
-
 EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
   ReleaseMemoryModules();
-  if (Registry != nullptr) Registry->RemoveLastTest(nullptr);
-  const EFI_STATUS Status = FreeRecord();
-  ReleaseStrings();
-  return Status;
+  return ReleaseTestModule(MemoryTest.Installation);
 }
 
 }  // namespace
 
 EFI_STATUS InstallMemoryTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  DiagCommonProtocol* Common = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
-  if (Common == nullptr) return EFI_ABORTED;
-  Registry = LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid);
-  if (Registry == nullptr) {
-    Common->Print(u"Test collection protocol not exists\n");
-    return EFI_ABORTED;
-  }
-  VOID* Raw = nullptr;
-  if (EFI_ERROR(gBS->AllocatePool(EfiBootServicesData, sizeof(TestModuleProtocol), &Raw))) return EFI_ABORTED;
-  MemoryTestRecord = static_cast<TestModuleProtocol*>(Raw);
-  FillRecord(*MemoryTestRecord, ImageHandle);
-  MemoryImageHandle = ImageHandle;
-
-  LanguageProtocol* Language = LocateService<LanguageProtocol>(LanguageProtocolGuid);
-  if (Language != nullptr && EFI_ERROR(Language->GetStringTable(u"Memory", &MemoryStringCount, &MemoryStrings))) {
-    MemoryStrings = nullptr;
-    MemoryStringCount = 0;
-  }
-
-  EFI_STATUS Status = Registry->AddTest(MemoryTestRecord);
-  if (EFI_ERROR(Status)) {
-    Common->Print(u"Falha ao instalar Memory Test em Test Collection Protocol: %r\n", Status);
-    FreeRecord();
-    ReleaseStrings();
-    return Status;
-  }
-  EFI_GUID Guid = MemoryTestProtocolGuid;
-  Status = Common->InstallProtocol(Common, &MemoryImageHandle, &Guid, reinterpret_cast<VOID**>(&MemoryTestRecord),
-                                   Unload);
-  if (EFI_ERROR(Status)) {
-    Common->Print(u"Falha ao instalar Memory Test Protocol: %r\n", Status);
-    Registry->RemoveLastTest(nullptr);
-    FreeRecord();
-    ReleaseStrings();
-    return Status;
-  }
-  CollectMemoryModules();
-  return EFI_SUCCESS;
+  const TestModuleDescriptor<> Module = {
+      .Guid = MemoryTestProtocolGuid,
+      .Installation = &MemoryTest.Installation,
+      .Unload = Unload,
+      .FillOperations = FillOperations,
+      .StringTableName = u"Memory",
+      .AddTestFailureFormat = u"Falha ao instalar Memory Test em Test Collection Protocol: %r\n",
+      .InstallFailureFormat = u"Falha ao instalar Memory Test Protocol: %r\n",
+      .Complete = CollectMemoryModules,
+  };
+  return InstallTestModule(ImageHandle, Module);
 }
 
 }  // namespace tarvik

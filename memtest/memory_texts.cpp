@@ -1,11 +1,9 @@
 #include "memtest/memory_texts.h"
 
 #include "core/wide_string.h"
+#include "memtest/memory_test_state.h"
 
 namespace tarvik {
-
-constinit CHAR16** MemoryStrings = nullptr;
-constinit UINT64 MemoryStringCount = 0;
 
 namespace {
 
@@ -37,8 +35,9 @@ constexpr KeyText KeyTexts[] = {
 }  // namespace
 
 const CHAR16* MemoryText(UINT64 Id) {
-  if (MemoryStrings == nullptr || Id >= MemoryStringCount || MemoryStrings[Id] == nullptr) return u"";
-  return MemoryStrings[Id];
+  const TestModuleInstallation& Texts = MemoryTest.Installation;
+  if (Texts.Strings == nullptr || Id >= Texts.StringCount || Texts.Strings[Id] == nullptr) return u"";
+  return Texts.Strings[Id];
 }
 
 const CHAR16* MemoryTypeName(UINT64 Type) {

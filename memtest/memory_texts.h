@@ -6,9 +6,6 @@
 
 namespace tarvik {
 
-extern CHAR16** MemoryStrings;
-extern UINT64 MemoryStringCount;
-
 namespace memory_text {
 inline constexpr UINT64 TestName = 0;
 inline constexpr UINT64 ModuleName = 1;
@@ -28,7 +25,8 @@ inline constexpr UINT64 LessThan20Mb = 81;
 inline constexpr UINT64 CannotClaim = 82;
 }  // namespace memory_text
 
-// A "Memory" text by number; empty when the table has no such entry.
+// A "Memory" text by number, from the table the module was given at
+// installation; empty when the table has no such entry.
 const CHAR16* MemoryText(UINT64 Id);
 // The name of an SMBIOS Memory Type value ("Unkown" for any value not named).
 const CHAR16* MemoryTypeName(UINT64 Type);

@@ -8,8 +8,6 @@ namespace tarvik {
 namespace {
 
 constinit TestCollectionProtocol* CollectionRecord = nullptr;
-constinit EFI_HANDLE CollectionImageHandle = nullptr;
-constinit DiagCommonProtocol* CollectionCommon = nullptr;
 
 // The module table, created on first use.
 constinit TestModuleProtocol** Modules = nullptr;
@@ -18,13 +16,6 @@ constinit BOOLEAN Initialised = FALSE;
 
 EFI_STATUS InitialiseTable() {
   if (Initialised) return EFI_SUCCESS;
-  if (CollectionCommon == nullptr) {
-    EFI_GUID CommonGuid = DiagCommonProtocolGuid;
-    VOID* Common = nullptr;
-    EFI_STATUS Status = gBS->LocateProtocol(&CommonGuid, nullptr, &Common);
-    if (EFI_ERROR(Status)) return Status;
-    CollectionCommon = static_cast<DiagCommonProtocol*>(Common);
-  }
   PoolPtr<TestModuleProtocol*> Table;
   EFI_STATUS Status = Table.Allocate(TestCollectionCapacity * sizeof(TestModuleProtocol*));
   if (EFI_ERROR(Status)) return Status;
@@ -87,12 +78,10 @@ EFI_STATUS InstallTestCollection(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* Syste
       .Guid = TestCollectionProtocolGuid,
       .Name = u"Test Collection Protocol",
       .ModuleRecord = &CollectionRecord,
-      .ModuleImageHandle = &CollectionImageHandle,
-      .ModuleCommon = &CollectionCommon,
       .Unload = UnloadTestCollection,
       .FillOperations = FillOperations,
       .Prepare = [](EFI_SYSTEM_TABLE*) { return InitialiseTable(); },
-      .PrepareFailureFormat = u"Falha ao iniciar estruturas internas de %s: %r\n",
+      .PrepareFailureFormat = startup_text::PreparationFailed,
   };
   return InstallService(ImageHandle, SystemTable, Service);
 }

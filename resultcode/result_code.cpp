@@ -10,8 +10,6 @@ namespace tarvik {
 namespace {
 
 constinit ErrorCodeProtocol* ErrorCodeRecord = nullptr;
-constinit EFI_HANDLE ErrorCodeImageHandle = nullptr;
-constinit DiagCommonProtocol* ErrorCodeCommon = nullptr;
 
 // Flags First .. First + 4 as one digit 0-9, A-V (First is the lowest bit).
 constexpr CHAR16 Base32Digit(const UINT8* Flags, UINTN First) {
@@ -95,8 +93,6 @@ EFI_STATUS InstallErrorCode(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTabl
       .Guid = ErrorCodeProtocolGuid,
       .Name = u"Error Code Protocol",
       .ModuleRecord = &ErrorCodeRecord,
-      .ModuleImageHandle = &ErrorCodeImageHandle,
-      .ModuleCommon = &ErrorCodeCommon,
       .Unload = UnloadErrorCode,
       .FillOperations = FillOperations,
   };

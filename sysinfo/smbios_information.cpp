@@ -9,8 +9,6 @@ namespace tarvik {
 namespace {
 
 constinit SmBiosProtocol* SmBiosRecord = nullptr;
-constinit EFI_HANDLE SmBiosImageHandle = nullptr;
-constinit DiagCommonProtocol* SmBiosCommon = nullptr;
 constinit SmbiosTable Table = {};
 
 // Fields of the SMBIOS 2.x entry point.
@@ -90,8 +88,6 @@ EFI_STATUS InstallSmBios(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) 
       .Guid = SmBiosProtocolGuid,
       .Name = u"SmBios Protocol",
       .ModuleRecord = &SmBiosRecord,
-      .ModuleImageHandle = &SmBiosImageHandle,
-      .ModuleCommon = &SmBiosCommon,
       .Unload = UnloadSmBios,
       .FillOperations = FillOperations,
       .Prepare = FindTableBeforeInstalling,

@@ -11,8 +11,6 @@ namespace tarvik {
 namespace {
 
 constinit LanguageProtocol* LanguageRecord = nullptr;
-constinit EFI_HANDLE LanguageImageHandle = nullptr;
-constinit DiagCommonProtocol* LanguageCommon = nullptr;
 constinit UINT64 LanguageIndex = 0;
 
 // Two-letter codes by language index; any other code is index 0.
@@ -112,8 +110,6 @@ EFI_STATUS InstallLanguage(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable
       .Guid = LanguageProtocolGuid,
       .Name = u"Language Protocol",
       .ModuleRecord = &LanguageRecord,
-      .ModuleImageHandle = &LanguageImageHandle,
-      .ModuleCommon = &LanguageCommon,
       .Unload = UnloadLanguage,
       .FillOperations = FillOperations,
   };

@@ -21,6 +21,9 @@ constinit UINT64* SaveVolumeSizes = nullptr;
 
 namespace {
 
+// Room for 100 volumes, and a fixed size on purpose: with more file-system
+// handles LocateHandle answers EFI_BUFFER_TOO_SMALL and the dialog offers no
+// volume, as it always has; not grown like the other queries.
 constexpr UINTN HandleBufferBytes = 800;
 constexpr UINTN FileSystemInfoBytes = 1104;
 

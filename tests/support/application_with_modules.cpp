@@ -4,9 +4,9 @@
 
 #include <vector>
 
+#include "app/application_plan.h"
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/globals.h"
-#include "core/startup.h"
 #include "ui/run_diagnostics_ui.h"
 
 namespace testing_support {

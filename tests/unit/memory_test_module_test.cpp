@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/startup.h"
+#include "app/application_plan.h"
 #include "memtest/memory_test_protocol.h"
 #include "tests/support/fake_test_module.h"
 #include "tests/support/test_machine.h"

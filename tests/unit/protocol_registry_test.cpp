@@ -158,4 +158,18 @@ TEST_F(ProtocolRegistry, AFailedInstallationUndoesTheCleanUpAssignment) {
   EXPECT_EQ(install(make_record(3, console), console, unload_record<3>), EFI_UNSUPPORTED);
 }
 
+TEST_F(ProtocolRegistry, AWithdrawnRecordIsUninstalledAndLeftOutOfTeardown) {
+  for (UINT32 n = 1; n <= 3; ++n)
+    ASSERT_EQ(install(make_record(n, machine->image_handle()), machine->image_handle(), &unload_record<0>),
+              EFI_SUCCESS);
+  records[0]->Header.Unload = unload_record<1>;
+  records[2]->Header.Unload = unload_record<3>;
+  EXPECT_EQ(tarvik::WithdrawProtocol(&records[1]->Header), EFI_SUCCESS);
+  EXPECT_FALSE(locatable(2));
+  EXPECT_EQ(tarvik::InstalledRecordCount(), 2u);
+  EXPECT_TRUE(unloaded.empty()) << "the one who withdraws releases the record";
+  common->UninstallAllProtocols(common);
+  EXPECT_EQ(unloaded, (std::vector<int>{3, 1}));
+}
+
 }  // namespace

@@ -27,8 +27,6 @@ std::vector<std::string> g_events;
 template <int N>
 struct FakeService {
   static inline FakeRecord* Record = nullptr;
-  static inline EFI_HANDLE ImageHandle = nullptr;
-  static inline tarvik::DiagCommonProtocol* Common = nullptr;
 
   static EFIAPI EFI_STATUS Ping() { return EFI_SUCCESS; }
   static EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
@@ -41,7 +39,7 @@ struct FakeService {
     static const CHAR16* const names[] = {u"Zero Protocol", u"Error Code Protocol", u"SmBios Protocol",
                                           u"Language Protocol", u"Test Collection Protocol"};
     const tarvik::ServiceDescriptor<FakeRecord> descriptor{
-        Guid(), names[N], &Record, &ImageHandle, &Common, Unload, [](FakeRecord& r) { r.Ping = Ping; }};
+        Guid(), names[N], &Record, Unload, [](FakeRecord& r) { r.Ping = Ping; }};
     return tarvik::InstallService(image, system_table, descriptor);
   }
   static bool installed() {

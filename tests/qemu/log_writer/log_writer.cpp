@@ -2,10 +2,10 @@
 // interface it builds the log of a fixed memory run, with the result code
 // of this machine's serial number, saves it on the volume it was started
 // from, and ends in the application's teardown and cold reset.
+#include "app/application_plan.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/pool.h"
-#include "core/startup.h"
 #include "log/log_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"

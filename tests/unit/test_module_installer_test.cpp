@@ -1,0 +1,314 @@
+// InstallTestModule on the host machine: every step that can fail prints the
+// module's own message and undoes the steps before it, and a companion
+// service stands or falls with its module. The stand-in module is described
+// the way the storage module and its bad-sector tool are.
+#include "registry/test_module_installer.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/application_plan.h"
+#include "badsector/bad_sectors_tool_protocol.h"
+#include "memtest/memory_test_protocol.h"
+#include "memtest/memory_test_state.h"
+#include "tests/support/fake_test_module.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::TestMachine;
+using Events = std::vector<std::string>;
+
+constexpr EFI_GUID kModuleGuid = {0x783E657F, 0x28DB, 0x4055, {0x98, 0xEB, 0xAE, 0x8B, 0x76, 0x1A, 0xC0, 0x77}};
+
+struct Tool {
+  tarvik::ServiceRecordHeader Header;
+  VOID* Operation;
+};
+
+hostfw::Machine& machine() { return hostfw::Machine::current(); }
+
+// Makes the next pool allocation fail.
+void fail_next_allocation() {
+  machine().faults().fail_allocate_pool_call = machine().memory().pool_allocations() + 1;
+}
+
+VOID* take_pool() {
+  VOID* buffer = nullptr;
+  tarvik::gBS->AllocatePool(EfiBootServicesData, 16, &buffer);
+  return buffer;
+}
+
+// A module with every optional step; each step notes that it ran and holds a
+// pool buffer, so that a missed release shows as a leak.
+struct Stand {
+  static inline tarvik::TestModuleInstallation installation{};
+  static inline Tool* tool = nullptr;
+  static inline VOID* prepared = nullptr;
+  static inline VOID* gathered = nullptr;
+  static inline EFI_STATUS prepare_status = EFI_SUCCESS;
+  static inline EFI_STATUS gather_status = EFI_SUCCESS;
+  static inline BOOLEAN offer = TRUE;
+  static inline bool fail_record_allocation = false;
+  static inline bool fail_tool_allocation = false;
+  static inline Events events;
+
+  static void reset() {
+    installation = {};
+    tool = nullptr;
+    prepared = gathered = nullptr;
+    prepare_status = gather_status = EFI_SUCCESS;
+    offer = TRUE;
+    fail_record_allocation = fail_tool_allocation = false;
+    events.clear();
+  }
+
+  static EFI_STATUS Prepare() {
+    if (EFI_ERROR(prepare_status)) {
+      events.push_back("prepare fails");
+      return prepare_status;
+    }
+    events.push_back("prepare");
+    prepared = take_pool();
+    if (fail_record_allocation) fail_next_allocation();
+    return EFI_SUCCESS;
+  }
+  static VOID ReleasePrepared() {
+    events.push_back("release prepared");
+    tarvik::gBS->FreePool(prepared);
+    prepared = nullptr;
+  }
+  static VOID Complete() { events.push_back("complete"); }
+  static VOID Fill(tarvik::TestModuleProtocol& record) { record.GetTestName = nullptr; }
+  static EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
+    events.push_back("unload module");
+    ReleasePrepared();
+    return tarvik::ReleaseTestModule(installation);
+  }
+
+  static EFI_STATUS Gather(BOOLEAN* offered) {
+    if (EFI_ERROR(gather_status)) {
+      events.push_back("gather fails");
+      return gather_status;
+    }
+    events.push_back("gather");
+    gathered = take_pool();
+    *offered = offer;
+    if (fail_tool_allocation) fail_next_allocation();
+    return EFI_SUCCESS;
+  }
+  static VOID FillTool(Tool& record) { record.Operation = &tool; }
+  static EFIAPI EFI_STATUS UnloadTool(EFI_HANDLE) {
+    events.push_back("unload tool");
+    if (gathered != nullptr) tarvik::gBS->FreePool(gathered);
+    gathered = nullptr;
+    return tarvik::ReleaseServiceRecord(tarvik::gBS, tool);
+  }
+
+  static constexpr tarvik::CompanionService<Tool> kTool = {
+      .Guid = tarvik::BadSectorsToolProtocolGuid,
+      .ModuleRecord = &tool,
+      .Unload = UnloadTool,
+      .FillOperations = FillTool,
+      .Gather = Gather,
+      .GatherFailureMessage = u"Error in allocate buffer to non Ata Devices\n",
+      .InstallFailureFormat = u"Fail during Bad Sectors Tool Protocol installation in Image Handle: %r\n",
+  };
+  static constexpr tarvik::TestModuleDescriptor<Tool> kModule = {
+      .Guid = kModuleGuid,
+      .Installation = &installation,
+      .Unload = Unload,
+      .FillOperations = Fill,
+      .StringTableName = u"Storage",
+      .AddTestFailureFormat = u"Fail in Test Collection during Storage Test Protocol installation : %r\n",
+      .InstallFailureFormat = u"Fail during Storage Test Protocol installation in Image Handle: %r\n",
+      .Prepare = Prepare,
+      .ReleasePrepared = ReleasePrepared,
+      .Complete = Complete,
+      .Companion = &kTool,
+  };
+};
+
+bool located(EFI_GUID guid) {
+  VOID* found = nullptr;
+  return tarvik::gBS->LocateProtocol(&guid, nullptr, &found) == EFI_SUCCESS;
+}
+
+// A machine with the application's core services (all of them, or all up to
+// the registry), torn down at the end with no pool left.
+class Session {
+ public:
+  explicit Session(bool with_registry = true) {
+    Stand::reset();
+    for (const auto& step : std::vector<tarvik::CoreServiceStep>(
+             tarvik::ApplicationPlan.CoreServices,
+             tarvik::ApplicationPlan.CoreServices + tarvik::ApplicationPlan.CoreServiceCount)) {
+      if (!with_registry && step.Install == tarvik::InstallTestCollection) break;
+      EXPECT_EQ(step.Install(machine_->image_handle(), machine_->system_table()), EFI_SUCCESS);
+    }
+  }
+  ~Session() {
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+    EXPECT_EQ(machine_->memory().outstanding_pools(), 0u);
+  }
+
+  tarvik::TestCollectionProtocol* registry() { return testing_support::located_test_collection(); }
+
+  // Fills the registry so that the next AddTest is refused.
+  void fill_registry() {
+    while (registry()->GetTestCount() < tarvik::TestCollectionCapacity) registry()->AddTest(&filler_);
+  }
+
+  // What is there before an installation, to compare with after it failed.
+  struct Snapshot {
+    size_t pools;
+    UINT64 tests;
+    UINT32 records;
+    bool operator==(const Snapshot&) const = default;
+  };
+  Snapshot snapshot() {
+    return {machine_->memory().outstanding_pools(), registry() != nullptr ? registry()->GetTestCount() : 0,
+            tarvik::InstalledRecordCount()};
+  }
+
+  TestMachine machine_;
+
+ private:
+  tarvik::TestModuleProtocol filler_{};
+};
+
+struct FailingStep {
+  const char* name;
+  std::function<void(Session&)> arrange;
+  EFI_STATUS status;
+  std::string transcript;
+  Events events;
+  bool with_registry = true;
+};
+
+TEST(TestModuleInstaller, EachFailingStepPrintsTheModulesMessageAndLeavesNothingBehind) {
+  const Events prepared_then_released = {"prepare", "release prepared"};
+  const Events tool_then_module_released = {"prepare", "gather", "unload tool", "release prepared"};
+  const std::vector<FailingStep> steps = {
+      {"no registry", [](Session&) {}, EFI_ABORTED, "Test collection protocol not exists\r\n", {}, false},
+      {"prepare", [](Session&) { Stand::prepare_status = EFI_NOT_FOUND; }, EFI_NOT_FOUND, "", {"prepare fails"}},
+      {"record allocation", [](Session&) { Stand::fail_record_allocation = true; }, EFI_ABORTED, "",
+       prepared_then_released},
+      {"registry full", [](Session& s) { s.fill_registry(); }, EFI_VOLUME_FULL,
+       "Fail in Test Collection during Storage Test Protocol installation : Volume Full\r\n", prepared_then_released},
+      {"module installation",
+       [](Session& s) {
+         s.machine_->faults().fail_install_of_guid = true;
+         s.machine_->faults().install_guid_to_fail = kModuleGuid;
+       },
+       EFI_OUT_OF_RESOURCES, "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n",
+       prepared_then_released},
+      {"tool allocation", [](Session&) { Stand::fail_tool_allocation = true; }, EFI_OUT_OF_RESOURCES, "",
+       tool_then_module_released},
+      {"tool installation",
+       [](Session& s) {
+         s.machine_->faults().fail_install_of_guid = true;
+         s.machine_->faults().install_guid_to_fail = tarvik::BadSectorsToolProtocolGuid;
+       },
+       EFI_OUT_OF_RESOURCES,
+       "Fail during Bad Sectors Tool Protocol installation in Image Handle: Out of Resources\r\n",
+       tool_then_module_released},
+  };
+  for (const FailingStep& step : steps) {
+    SCOPED_TRACE(step.name);
+    Session session(step.with_registry);
+    step.arrange(session);
+    const Session::Snapshot before = session.snapshot();
+    EXPECT_EQ(tarvik::InstallTestModule(session.machine_->image_handle(), Stand::kModule), step.status);
+    EXPECT_EQ(session.machine_.transcript(), step.transcript);
+    EXPECT_EQ(Stand::events, step.events);
+    EXPECT_TRUE(session.snapshot() == before) << "no pool, registry entry or installed record is left";
+    EXPECT_FALSE(located(kModuleGuid));
+    EXPECT_FALSE(located(tarvik::BadSectorsToolProtocolGuid));
+    EXPECT_EQ(Stand::installation.Record, nullptr);
+    EXPECT_EQ(Stand::installation.Strings, nullptr);
+    EXPECT_EQ(Stand::tool, nullptr);
+  }
+}
+
+TEST(TestModuleInstaller, TheModuleStaysWhenItsCompanionHasNothingToOfferOrCannotGather) {
+  {
+    Session session;
+    Stand::offer = FALSE;
+    EXPECT_EQ(tarvik::InstallTestModule(session.machine_->image_handle(), Stand::kModule), EFI_SUCCESS);
+    EXPECT_TRUE(located(kModuleGuid));
+    EXPECT_FALSE(located(tarvik::BadSectorsToolProtocolGuid));
+    EXPECT_EQ(Stand::events, (Events{"prepare", "gather", "unload tool", "complete"}));
+  }
+  {
+    Session session;
+    Stand::gather_status = EFI_OUT_OF_RESOURCES;
+    EXPECT_EQ(tarvik::InstallTestModule(session.machine_->image_handle(), Stand::kModule), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(session.machine_.transcript(), "Error in allocate buffer to non Ata Devices\r\n");
+    EXPECT_TRUE(located(kModuleGuid));
+    EXPECT_EQ(session.registry()->GetTestCount(), 1u);
+    EXPECT_EQ(Stand::events, (Events{"prepare", "gather fails", "complete"}));
+  }
+}
+
+TEST(TestModuleInstaller, AnInstalledModuleAndCompanionAreFilledRegisteredAndReleasedCompanionFirst) {
+  {
+    Session session;
+    EXPECT_EQ(tarvik::InstallTestModule(session.machine_->image_handle(), Stand::kModule), EFI_SUCCESS);
+    EXPECT_EQ(session.machine_.transcript(), "");
+    tarvik::TestModuleProtocol* registered = nullptr;
+    ASSERT_EQ(session.registry()->GetTest(0, &registered), EFI_SUCCESS);
+    EXPECT_EQ(registered, Stand::installation.Record);
+    EXPECT_EQ(registered->Revision, 1u);
+    EXPECT_EQ(registered->ImageHandle, session.machine_->image_handle());
+    EXPECT_EQ(registered->Unload, &Stand::Unload);
+    EXPECT_EQ(testing_support::utf8(Stand::installation.Strings[0]), "Quick Storage Device Test");
+    ASSERT_NE(Stand::tool, nullptr);
+    EXPECT_EQ(Stand::tool->Header.Revision, 1u);
+    EXPECT_EQ(Stand::tool->Header.Unload, &Stand::UnloadTool);
+    EXPECT_EQ(Stand::tool->Operation, &Stand::tool);
+    EXPECT_TRUE(located(tarvik::BadSectorsToolProtocolGuid));
+    EXPECT_EQ(Stand::events, (Events{"prepare", "gather", "complete"}));
+    Stand::events.clear();
+  }
+  EXPECT_EQ(Stand::events, (Events{"unload tool", "unload module", "release prepared"}));
+}
+
+TEST(TestModuleInstaller, TheMemoryModulePrintsItsOwnMessages) {
+  struct Case {
+    const char* name;
+    std::function<void(Session&)> arrange;
+    EFI_STATUS status;
+    std::string transcript;
+  };
+  const std::vector<Case> cases = {
+      {"record allocation", [](Session&) { fail_next_allocation(); }, EFI_ABORTED, ""},
+      {"registry full", [](Session& s) { s.fill_registry(); }, EFI_VOLUME_FULL,
+       "Falha ao instalar Memory Test em Test Collection Protocol: Volume Full\r\n"},
+      {"installation",
+       [](Session& s) {
+         s.machine_->faults().fail_install_of_guid = true;
+         s.machine_->faults().install_guid_to_fail = tarvik::MemoryTestProtocolGuid;
+       },
+       EFI_OUT_OF_RESOURCES, "Falha ao instalar Memory Test Protocol: Out of Resources\r\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Session session;
+    c.arrange(session);
+    const Session::Snapshot before = session.snapshot();
+    EXPECT_EQ(tarvik::InstallMemoryTest(session.machine_->image_handle(), session.machine_->system_table()),
+              c.status);
+    EXPECT_EQ(session.machine_.transcript(), c.transcript);
+    EXPECT_TRUE(session.snapshot() == before);
+    EXPECT_FALSE(located(tarvik::MemoryTestProtocolGuid));
+    EXPECT_EQ(tarvik::MemoryTest.Installation.Record, nullptr);
+  }
+}
+
+}  // namespace
