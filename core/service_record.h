@@ -37,6 +37,17 @@ struct ServiceDescriptor {
   const CHAR16* PrepareFailureFormat = nullptr;
 };
 
+// Fills a newly allocated record: zeroes, the header, then the operations.
+template <typename Record>
+VOID FillServiceRecord(Record& Installed, EFI_HANDLE ImageHandle, const EFI_GUID& Guid,
+                       VOID (*FillOperations)(Record&)) {
+  Installed = Record{};
+  Installed.Header.Revision = 1;
+  Installed.Header.ImageHandle = ImageHandle;
+  Installed.Header.Guid = Guid;
+  FillOperations(Installed);
+}
+
 // Locates the shared services, allocates the record, fills it and installs
 // it through InstallProtocol, printing the service's own message on failure.
 template <typename Record>
@@ -69,11 +80,7 @@ EFI_STATUS InstallService(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable,
       return Status;
     }
   }
-  *Installed = Record{};
-  Installed->Header.Revision = 1;
-  Installed->Header.Guid = Service.Guid;
-  Installed->Header.ImageHandle = ImageHandle;
-  Service.FillOperations(*Installed);
+  FillServiceRecord(*Installed, ImageHandle, Service.Guid, Service.FillOperations);
   *Service.ModuleRecord = Installed;
 
   EFI_HANDLE Handle = ImageHandle;

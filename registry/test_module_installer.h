@@ -59,7 +59,7 @@ struct TestModuleDescriptor {
   TestModuleInstallation* Installation;
   EFI_IMAGE_UNLOAD Unload;                 // the module's clean-up at teardown
   VOID (*FillOperations)(TestModuleProtocol&);
-  const CHAR16* StringTableName;           // "Memory", "Storage"
+  const CHAR16* StringTableName;           // "Memory", "Storage"; null for none
   const CHAR16* AddTestFailureFormat;      // the registry refused the record
   const CHAR16* InstallFailureFormat;      // InstallProtocol refused it
   // Work before the record is allocated (the storage module finds its
@@ -91,6 +91,7 @@ VOID ReleaseUnregistered(const TestModuleDescriptor<CompanionRecord>& Module) {
   TestModuleInstallation& State = *Module.Installation;
   if (State.Record != nullptr) gBS->FreePool(State.Record);
   State.Record = nullptr;
+  State.Registry = nullptr;
   ReleaseModuleStrings(State);
   if (Module.ReleasePrepared != nullptr) Module.ReleasePrepared();
 }
@@ -126,13 +127,8 @@ EFI_STATUS PublishCompanion(EFI_HANDLE ImageHandle, DiagCommonProtocol& Shared,
     Service.Unload(ImageHandle);
     return Status;
   }
-  Record* Installed = static_cast<Record*>(Raw);
-  *Installed = Record{};
-  Installed->Header.Revision = 1;
-  Installed->Header.ImageHandle = ImageHandle;
-  Installed->Header.Guid = Service.Guid;
-  Service.FillOperations(*Installed);
-  *Service.ModuleRecord = Installed;
+  *Service.ModuleRecord = static_cast<Record*>(Raw);
+  FillServiceRecord(**Service.ModuleRecord, ImageHandle, Service.Guid, Service.FillOperations);
 
   EFI_HANDLE Handle = ImageHandle;
   EFI_GUID Guid = Service.Guid;
@@ -178,7 +174,8 @@ EFI_STATUS InstallTestModule(EFI_HANDLE ImageHandle, const TestModuleDescriptor<
   Module.FillOperations(*State.Record);
 
   // Without the text service the module runs with empty texts.
-  LanguageProtocol* Language = LocateService<LanguageProtocol>(LanguageProtocolGuid);
+  LanguageProtocol* Language =
+      Module.StringTableName != nullptr ? LocateService<LanguageProtocol>(LanguageProtocolGuid) : nullptr;
   if (Language != nullptr && EFI_ERROR(Language->GetStringTable(Module.StringTableName, &State.StringCount,
                                                                 &State.Strings))) {
     State.Strings = nullptr;

@@ -1,9 +1,8 @@
 #include "tests/qemu/log_writer/fixed_run_module.h"
 
-#include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/pool_text.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/test_module_installer.h"
 
 namespace logwriter {
 namespace {
@@ -24,8 +23,7 @@ constexpr Row LogRows[] = {
 };
 constexpr UINT64 LogRowCount = sizeof(LogRows) / sizeof(LogRows[0]);
 
-constinit TestModuleProtocol* Record = nullptr;
-constinit EFI_HANDLE RecordImageHandle = nullptr;
+constinit tarvik::TestModuleInstallation Installation = {};
 
 EFIAPI UINT64 RunTest(TestModuleProtocol*, UINT64, UINT8, tarvik::TEST_PROGRESS_CALLBACK,
                       tarvik::TEST_MESSAGE_CALLBACK) {
@@ -54,55 +52,37 @@ EFIAPI EFI_STATUS LogRow(TestModuleProtocol*, UINT64 Index, CHAR16** Key, CHAR16
   return Status;
 }
 
-EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
-  EFI_GUID Guid = tarvik::TestCollectionProtocolGuid;
-  VOID* Registry = nullptr;
-  if (!EFI_ERROR(tarvik::gBS->LocateProtocol(&Guid, nullptr, &Registry))) {
-    static_cast<tarvik::TestCollectionProtocol*>(Registry)->RemoveLastTest(nullptr);
-  }
-  if (Record == nullptr) return EFI_SUCCESS;
-  EFI_STATUS Status = tarvik::gBS->FreePool(Record);
-  Record = nullptr;
-  return Status;
+EFIAPI EFI_STATUS Unload(EFI_HANDLE) { return tarvik::ReleaseTestModule(Installation); }
+
+VOID FillOperations(TestModuleProtocol& Record) {
+  Record.RunTest = RunTest;
+  Record.GetAlgorithmName = AlgorithmName;
+  Record.GetAlgorithmKey = AlgorithmKey;
+  Record.GetAlgorithmCount = One;
+  Record.GetRunInfoRowCount = Zero;
+  Record.GetModuleCode = ModuleCode;
+  Record.GetTestName = TestName;
+  Record.GetSystemInfoRowCount = Zero;
+  Record.GetModuleName = ModuleName;
+  Record.GetModuleKey = ModuleKey;
+  Record.GetDeviceCount = One;
+  Record.GetLogRowCount = RowCount;
+  Record.GetLogRow = LogRow;
 }
 
 }  // namespace
 
 EFI_STATUS InstallFixedRunModule(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  EFI_GUID RegistryGuid = tarvik::TestCollectionProtocolGuid;
-  VOID* Registry = nullptr;
-  EFI_STATUS Status = tarvik::gBS->LocateProtocol(&RegistryGuid, nullptr, &Registry);
-  if (EFI_ERROR(Status)) return Status;
-  VOID* Raw = nullptr;
-  Status = tarvik::gBS->AllocatePool(EfiBootServicesData, sizeof(TestModuleProtocol), &Raw);
-  if (EFI_ERROR(Status)) return Status;
-  Record = static_cast<TestModuleProtocol*>(Raw);
-  *Record = TestModuleProtocol{};
-  Record->Revision = 1;
-  Record->ImageHandle = ImageHandle;
-  Record->ModuleGuid = EFI_GUID{0x7E570A11, 0x106F, 0x4E57, {0x90, 0x0D, 0x10, 0x67, 0x57, 0x41, 0x56, 0x45}};
-  Record->RunTest = RunTest;
-  Record->GetAlgorithmName = AlgorithmName;
-  Record->GetAlgorithmKey = AlgorithmKey;
-  Record->GetAlgorithmCount = One;
-  Record->GetRunInfoRowCount = Zero;
-  Record->GetModuleCode = ModuleCode;
-  Record->GetTestName = TestName;
-  Record->GetSystemInfoRowCount = Zero;
-  Record->GetModuleName = ModuleName;
-  Record->GetModuleKey = ModuleKey;
-  Record->GetDeviceCount = One;
-  Record->GetLogRowCount = RowCount;
-  Record->GetLogRow = LogRow;
-  Status = static_cast<tarvik::TestCollectionProtocol*>(Registry)->AddTest(Record);
-  if (EFI_ERROR(Status)) {
-    Unload(ImageHandle);
-    return Status;
-  }
-  RecordImageHandle = ImageHandle;
-  EFI_GUID Guid = Record->ModuleGuid;
-  return tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &RecordImageHandle, &Guid,
-                                              reinterpret_cast<VOID**>(&Record), Unload);
+  const tarvik::TestModuleDescriptor<> Module = {
+      .Guid = EFI_GUID{0x7E570A11, 0x106F, 0x4E57, {0x90, 0x0D, 0x10, 0x67, 0x57, 0x41, 0x56, 0x45}},
+      .Installation = &Installation,
+      .Unload = Unload,
+      .FillOperations = FillOperations,
+      .StringTableName = nullptr,
+      .AddTestFailureFormat = u"LOG WRITER: the registry refused the module: %r\n",
+      .InstallFailureFormat = u"LOG WRITER: the module was not installed: %r\n",
+  };
+  return tarvik::InstallTestModule(ImageHandle, Module);
 }
 
 }  // namespace logwriter
