@@ -145,7 +145,9 @@ IdentifyPage& IdentifyPage::bytes(int offset, const std::vector<uint8_t>& value)
 
 IdentifyPage IdentifyPage::typical(const std::string& model, const std::string& serial, uint64_t sectors) {
   IdentifyPage page;
-  page.word(0, 0x0040).text(10, 10, serial).text(23, 4, "FW01").text(27, 20, model);
+  // Drives right-justify their serial numbers.
+  const std::string padded_serial = std::string(serial.size() < 20 ? 20 - serial.size() : 0, ' ') + serial;
+  page.word(0, 0x0040).text(10, 10, padded_serial).text(23, 4, "FW01").text(27, 20, model);
   page.word(21, 0x0200).word(80, 0x01F0).word(81, 0x0110).word(82, 0x4021).word(83, 0x7400);
   page.word(84, 0x4003).word(85, 0x4021).word(106, 0x4000).word(217, 7200);
   for (int w = 0; w < 4; ++w) page.word(100 + w, static_cast<uint16_t>(sectors >> (16 * w)));
