@@ -17,6 +17,12 @@ bool NoteSilentDrive(StorageRun& Run, const StorageDevice& Device) {
   return true;
 }
 
+bool HasCapacity(StorageRun& Run, const StorageDevice& Device) {
+  if (Device.Info->TotalSectors != 0) return true;
+  Run.LogKey(LineWarning, KeyCantPerformTest);
+  return false;
+}
+
 bool EnableSmartIfNeeded(StorageRun& Run, StorageDevice& Device, const CHAR16* DisabledFormat) {
   if (Device.Info->SmartEnabled != 0) return true;
   Run.LogKey(DisabledFormat, KeySmartDisabled);

@@ -21,6 +21,11 @@ bool DriveAnswered(const StorageDevice& Device);
 // "ERROR COMMUNICATION_FAILURE" and returns true.
 bool NoteSilentDrive(StorageRun& Run, const StorageDevice& Device);
 
+// A drive without a capacity (no 48-bit address feature set) gives the
+// surface tests nothing to aim at: logs "WARNING CANT_PERFORM_TEST" and
+// returns false.
+bool HasCapacity(StorageRun& Run, const StorageDevice& Device);
+
 // Switches SMART on for a drive that supports it with SMART off: logs the
 // disabled state with DisabledFormat ("MESSAGE %s" or "WARNING %s") and
 // "MESSAGE ENABLING_SMART", sends SMART ENABLE OPERATIONS and on success sets
