@@ -8,7 +8,8 @@ namespace tarvik {
 bool CommandSucceeded(UINT64 Status) { return Status != ATA_COMMAND_FAILED && !EFI_ERROR(Status); }
 
 bool DriveAnswered(const StorageDevice& Device) {
-  return Device.StatusBlock != nullptr && (Device.StatusBlock->AtaStatus & ata::StatusError) != 0;
+  const EFI_ATA_STATUS_BLOCK* Registers = Device.StatusBlock;
+  return Registers != nullptr && ((Registers->AtaStatus & ata::StatusError) != 0 || Registers->AtaError != 0);
 }
 
 bool NoteSilentDrive(StorageRun& Run, const StorageDevice& Device) {

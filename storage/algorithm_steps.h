@@ -13,8 +13,9 @@ namespace tarvik {
 bool CommandSucceeded(UINT64 Status);
 
 // After a failed command: true when the drive finished it with an error of
-// its own (its status block shows ERR), false when it did not answer at all
-// (a timeout, a drive gone from its port).
+// its own (its status block shows ERR or an error code), false when it did
+// not answer at all (a timeout, a drive gone from its port), which leaves no
+// error in the status block.
 bool DriveAnswered(const StorageDevice& Device);
 
 // After a failed command: when the drive did not answer, logs
