@@ -1,12 +1,14 @@
 // Random and funnel seek on simulated drives: where they read, how many
 // commands, progress, the first unreadable sector, drives too wide for the
-// generator's 31 bits, tiny drives, a stop request and a silent drive.
+// generator's 31 bits, tiny drives, a stop request and a silent drive; and
+// the surface tests on a drive that reports no capacity.
 #include "storage/seek_tests.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "storage/targeted_read.h"
 #include "tests/unit/storage_algorithm_bench.h"
 
 namespace {
@@ -80,13 +82,14 @@ TEST(SeekTests, ADriveThatStopsAnsweringFailsWithoutBlamingASector) {
   }
 }
 
-TEST(SeekTests, ADriveReportingNoCapacityCannotBeSeekTested) {
+TEST(SeekTests, ADriveReportingNoCapacityCannotBeSurfaceTested) {
   Bench bench({storage_bench::drive(0, 100000)});
   bench.device(0).Info->TotalSectors = 0;  // a drive without the 48-bit feature set
   InterposedPassThru wire(bench.device(0));
   EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  EXPECT_EQ(bench.lines, Lines(2, "WARNING CANT_PERFORM_TEST"));
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, Lines(3, "WARNING CANT_PERFORM_TEST"));
   EXPECT_TRUE(wire.blocks.empty());
 }
 
