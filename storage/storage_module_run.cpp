@@ -14,6 +14,8 @@ namespace {
 // The extended self-test runs under index 6, which the menus do not list.
 constexpr UINT64 StorageAlgorithmCount = 7;
 
+constexpr const CHAR16* KeyCantDisableSmart = u"CANT_DISABLE_SMART";
+
 EFIAPI EFI_STATUS IgnoreProgress(VOID*, UINT64, UINT64) { return EFI_SUCCESS; }
 
 UINT64 RunAlgorithm(UINT64 Algorithm, StorageRun& Run, StorageDevice& Device, const DiagCommonProtocol& Common) {
@@ -35,6 +37,8 @@ EFIAPI UINT64 StorageRunTest(TestModuleProtocol* This, UINT64 Algorithm, UINT8 D
   StorageModule* Module = StorageModuleOf(This);
   if (Module == nullptr || Algorithm >= StorageAlgorithmCount || DeviceIndex >= Module->Drives.DeviceCount)
     return EFI_INVALID_PARAMETER;
+  // The seek tests draw their addresses from the shared generator.
+  if (gDiagCommon == nullptr) return TEST_RESULT_PLATFORM_ERROR;
   StorageRun& Run = Module->Run;
   Run.This = This;
   Run.ProgressCallback = Progress != nullptr ? Progress : IgnoreProgress;
@@ -43,13 +47,11 @@ EFIAPI UINT64 StorageRunTest(TestModuleProtocol* This, UINT64 Algorithm, UINT8 D
   Run.SmartEnabledByTest = 0;
   Run.Progress = 0;
 
-  // The seek tests draw their addresses from the shared generator.
-  if (gDiagCommon == nullptr) return TEST_RESULT_PLATFORM_ERROR;
   StorageDevice& Device = Module->Drives.Devices[DeviceIndex];
   UINT64 Result = RunAlgorithm(Algorithm, Run, Device, *gDiagCommon);
   // Leave the drive's SMART setting as the user had it.
   if (Run.SmartEnabledByTest != 0 && SmartDisableOperations(&Device) != 0) {
-    Run.LogKey(LineWarning, u"CANT_DISABLE_SMART");
+    Run.LogKey(LineWarning, KeyCantDisableSmart);
     Result = TEST_RESULT_FAILED;
   }
   if (!Run.KeepRunning()) Result = TEST_RESULT_CANCELED;
