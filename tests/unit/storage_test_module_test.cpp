@@ -32,12 +32,13 @@ struct DriveFaults {
   static inline bool no_smart = false;          // IDENTIFY denies SMART and every SMART command aborts
   static inline bool refuse_smart_off = false;  // SMART DISABLE OPERATIONS aborts
   static inline bool fail_identify = false;
+  static inline int fail_identify_from = 0;  // the first IDENTIFY (counted from 1) to fail; 0 none
   static inline int identify_commands = 0;
 
   static void attach(hostfw::Machine& machine) {
     port = -1;
     no_smart = refuse_smart_off = fail_identify = false;
-    identify_commands = 0;
+    identify_commands = fail_identify_from = 0;
     EFI_ATA_PASS_THRU_PROTOCOL* controller = machine.ata()->protocol();
     forward = controller->PassThru;
     controller->PassThru = PassThru;
@@ -57,7 +58,7 @@ struct DriveFaults {
     const UINT8 feature = packet->Acb->AtaFeatures;
     if (command == 0xEC && concerned) {
       ++identify_commands;
-      if (fail_identify) return Abort(packet);
+      if (fail_identify || (fail_identify_from > 0 && identify_commands >= fail_identify_from)) return Abort(packet);
     }
     if (concerned && command == 0xB0 && (no_smart || (refuse_smart_off && feature == 0xD9))) return Abort(packet);
     const EFI_STATUS status = forward(self, drive_port, multiplier_port, packet, event);
@@ -360,6 +361,15 @@ TEST_F(StorageModule, InstallationWithoutADriveSaysSoAndLeavesNothing) {
   boot([](hostfw::Profile& p) { p.drives.clear(); });
   EXPECT_EQ(install(), EFI_ABORTED);
   EXPECT_EQ(machine->transcript(), "Ata Device not found!\r\n");
+  expect_nothing_left();
+}
+
+TEST_F(StorageModule, ADriveFoundButNotIdentifiedFailsTheInstallationSilently) {
+  boot();
+  DriveFaults::fail_identify_from = 4;  // the three probes pass, the first identification fails
+  EXPECT_EQ(install(), EFI_ABORTED);
+  EXPECT_EQ(DriveFaults::identify_commands, 4);
+  EXPECT_EQ(machine->transcript(), "");
   expect_nothing_left();
 }
 
