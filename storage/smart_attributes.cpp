@@ -2,30 +2,37 @@
 
 namespace tarvik {
 
-BOOLEAN FindSmartAttribute(const UINT8* SmartDataPage, UINT8 Id, SmartAttribute* Found) {
-  if (SmartDataPage == nullptr || Id == 0) return FALSE;
-  SmartData Page;
-  __builtin_memcpy(&Page, SmartDataPage, sizeof(Page));
-  BOOLEAN Matched = FALSE;
-  for (const SmartAttribute& Attribute : Page.Attributes) {
-    if (Attribute.Id != Id) continue;
-    if (Found != nullptr) *Found = Attribute;
-    Matched = TRUE;
+namespace {
+
+static_assert(__builtin_offsetof(SmartData, Attributes) == __builtin_offsetof(SmartThresholds, Entries));
+static_assert(sizeof(SmartAttribute) == sizeof(SmartThreshold));
+
+// The last of a page's slots whose identifier (first byte) is Id, or null.
+// Data and threshold pages share the slot layout.
+const UINT8* LastSlotWithId(const UINT8* Page, UINT8 Id) {
+  if (Page == nullptr || Id == 0) return nullptr;
+  const UINT8* Found = nullptr;
+  for (UINTN Slot = 0; Slot < SmartAttributeSlots; ++Slot) {
+    const UINT8* Entry = Page + __builtin_offsetof(SmartData, Attributes) + Slot * sizeof(SmartAttribute);
+    if (Entry[0] == Id) Found = Entry;
   }
-  return Matched;
+  return Found;
+}
+
+}  // namespace
+
+BOOLEAN FindSmartAttribute(const UINT8* SmartDataPage, UINT8 Id, SmartAttribute* Found) {
+  const UINT8* Entry = LastSlotWithId(SmartDataPage, Id);
+  if (Entry == nullptr) return FALSE;
+  if (Found != nullptr) __builtin_memcpy(Found, Entry, sizeof(*Found));
+  return TRUE;
 }
 
 BOOLEAN FindSmartThreshold(const UINT8* ThresholdsPage, UINT8 Id, UINT8* Threshold) {
-  if (ThresholdsPage == nullptr || Id == 0) return FALSE;
-  SmartThresholds Page;
-  __builtin_memcpy(&Page, ThresholdsPage, sizeof(Page));
-  BOOLEAN Matched = FALSE;
-  for (const SmartThreshold& Entry : Page.Entries) {
-    if (Entry.Id != Id) continue;
-    if (Threshold != nullptr) *Threshold = Entry.Threshold;
-    Matched = TRUE;
-  }
-  return Matched;
+  const UINT8* Entry = LastSlotWithId(ThresholdsPage, Id);
+  if (Entry == nullptr) return FALSE;
+  if (Threshold != nullptr) *Threshold = Entry[__builtin_offsetof(SmartThreshold, Threshold)];
+  return TRUE;
 }
 
 INT8 SmartTemperature(const UINT8* SmartDataPage) {

@@ -94,9 +94,11 @@ TEST_F(AfterFailedSelfTest, AStopWhileTheLogsAreReadEndsCanceledAndFreesTheCandi
   bench->on_progress = [&](uint64_t percent) {
     if (percent == 40) bench->run.Running = 0;
   };
-  InterposedPassThru wire(bench->device(0));
-  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_TRUE(wire.read_lbas.empty());
+  {
+    InterposedPassThru wire(bench->device(0));
+    EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
+    EXPECT_TRUE(wire.read_lbas.empty());
+  }
   EXPECT_EQ(bench->progress.back(), 100u);
   bench->release();  // no candidate node left behind
 }
