@@ -164,8 +164,11 @@ EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
   return Status;
 }
 
-// The bad-sector tool joins here as the module's companion once it exists:
-// published when a rotating drive was found, withdrawn with the module.
+// The bad-sector tool joins here as the module's companion (.Companion)
+// once it exists: its Gather builds the rotating drives' list
+// (BuildToolDeviceList, "Error in allocate buffer to non Ata Devices\n" when
+// it cannot), it is published only when that list is not empty, and a tool
+// that fails to install withdraws the module with it.
 constexpr TestModuleDescriptor<> StorageDescriptor = {
     .Guid = StorageTestProtocolGuid,
     .Installation = &Storage.Installation,
