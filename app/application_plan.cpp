@@ -6,6 +6,7 @@
 #include "memtest/memory_test_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"
+#include "storage/storage_test_protocol.h"
 #include "sysinfo/smbios_protocol.h"
 #include "text/language_protocol.h"
 #include "ui/run_diagnostics_ui.h"
@@ -26,6 +27,7 @@ constexpr CoreServiceStep ApplicationCoreServices[] = {
 // Registered in this order, which is the order the main screen lists them in.
 constexpr ServiceInstaller ApplicationTestModules[] = {
     InstallMemoryTest,
+    InstallStorageTest,
 };
 
 }  // namespace

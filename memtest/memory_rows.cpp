@@ -2,6 +2,7 @@
 
 #include "core/diag_common.h"
 #include "core/pool.h"
+#include "core/row_texts.h"
 #include "memtest/advanced_integrity.h"
 #include "memtest/memory_texts.h"
 
@@ -10,31 +11,6 @@ namespace {
 
 constexpr UINTN RunInfoBytes = 200;
 constexpr UINTN RowBytes = 2048;
-
-// The two texts of a row, each a new pool buffer handed to the caller.
-class RowTexts {
- public:
-  EFI_STATUS Allocate(UINTN Bytes) {
-    Bytes_ = Bytes;
-    EFI_STATUS Status = Label_.Allocate(Bytes);
-    if (!EFI_ERROR(Status)) Status = Value_.Allocate(Bytes);
-    if (EFI_ERROR(Status)) Label_.reset();
-    return Status;
-  }
-  CHAR16* Label() { return Label_.get(); }
-  CHAR16* Value() { return Value_.get(); }
-  UINTN Bytes() const { return Bytes_; }
-  EFI_STATUS HandOut(CHAR16** Label, CHAR16** Value) {
-    *Label = Label_.release();
-    *Value = Value_.release();
-    return EFI_SUCCESS;
-  }
-
- private:
-  PoolPtr<CHAR16> Label_;
-  PoolPtr<CHAR16> Value_;
-  UINTN Bytes_ = 0;
-};
 
 // An empty module text is shown as "-".
 const CHAR16* OrDash(const CHAR16* Text) { return Text != nullptr && Text[0] != 0 ? Text : u"-"; }

@@ -36,7 +36,9 @@ class BootTest(qemu_session.ImageTestCase):
             screen_checks.assert_main_screen_whole(self, screen)
             self.assertIn(" Quick Memory Test ", screen.line(5))
             self.assertIn(" System Information ", screen.line(5))
-            self.assertIn(" Exit Application ", screen.line(6))
+            # The boot disk sits on the AHCI controller: the storage test finds it.
+            self.assertIn(" Quick Storage Device Test ", screen.line(6))
+            self.assertIn(" Exit Application ", screen.line(7))
             # The selected entry across the panel's width, and only that one.
             self.assertEqual(screen.attribute(5, 5), screen_checks.WHITE_ON_BLUE)
             self.assertEqual(screen.attribute(5, 44), screen_checks.WHITE_ON_BLUE)

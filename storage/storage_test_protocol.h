@@ -1,0 +1,19 @@
+// The storage test module: "Quick Storage Device Test" with six algorithms on
+// every ATA drive the firmware's pass-through reaches. Its record is a
+// TestModuleProtocol, registered after the memory module.
+#pragma once
+
+#include "registry/test_module_protocol.h"
+
+namespace tarvik {
+
+#define STORAGE_TEST_PROTOCOL_GUID \
+  EFI_GUID { 0x783E657F, 0x28DB, 0x4055, { 0x98, 0xEB, 0xAE, 0x8B, 0x76, 0x1A, 0xC0, 0x77 } }
+inline constexpr EFI_GUID StorageTestProtocolGuid = STORAGE_TEST_PROTOCOL_GUID;
+
+// Finds and identifies the drives, registers the module and installs its
+// record. Each failure prints its message and leaves nothing registered,
+// installed or allocated.
+EFI_STATUS InstallStorageTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
+
+}  // namespace tarvik

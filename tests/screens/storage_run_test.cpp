@@ -1,0 +1,122 @@
+// The storage test as a technician runs it on the default machine (a healthy
+// SSD, a rotating drive with unreadable sectors its error log names, and an
+// old drive whose SMART status reports a failure): every drive and every
+// algorithm, the advice box, the outcome of each pair, the storage part of
+// the log on screen and in the saved file; and ESC in the middle of a
+// self-test.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "hostfw/console_out.h"
+#include "tests/support/application_with_modules.h"
+
+namespace {
+
+using testing_support::ApplicationSetup;
+using testing_support::run_to_reset;
+using testing_support::TestMachine;
+
+std::string trimmed(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+// The right panel's line on a row, from its text column.
+std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
+
+std::string file_text(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+constexpr char kStartStorageTest[] =
+    "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
+    "wait \"Select Algorithms\"; snap \"algorithms\"; key Enter;";
+// Back on the main screen the storage test is still chosen; below it is Exit.
+constexpr char kLeave[] = "wait \"Main Screen\"; key Down; key Enter";
+
+TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndTheLog) {
+  TestMachine machine(std::string(kStartStorageTest) +
+                      "wait 7200 \"Problems have been identified\"; snap \"advice\"; key Enter;"
+                      "wait \"F3 = view log\"; snap \"outcome\"; key Down 12; snap \"outcome scrolled\";"
+                      "key F3; wait \"F2 = save log\"; snap \"log\"; key F2; wait \"Save Log\"; key Enter;"
+                      "wait \"Log saved successfully!\"; key Enter; key Esc; key Esc;" + kLeave);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
+  EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
+  const hostfw::ConsoleOut& console = machine->console();
+
+  const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
+  for (const char* name : {"Arkon SSD-A510", "SEAGATE ST2000TV101", "WDC WX5000TVK-00A1B"})
+    EXPECT_TRUE(devices.contains(name)) << name;
+  const hostfw::ScreenGrid& algorithms = console.snapshot("algorithms").grid;
+  for (const char* name : {"Smart Status", "Smart Short Selftest", "Drive Self Test", "Random Seek Test",
+                           "Funnel Seek Test", "Targeted Read Test"})
+    EXPECT_TRUE(algorithms.contains(name)) << name;
+
+  const hostfw::ScreenGrid& advice = console.snapshot("advice").grid;
+  EXPECT_TRUE(advice.contains("Problems have been identified on one or"));
+  EXPECT_TRUE(advice.contains("the Check and Recover Bad Sectors test."));
+  EXPECT_TRUE(advice.contains("Press ENTER to continue."));
+
+  // None of the simulated drives takes the vendor's drive self-test.
+  const hostfw::ScreenGrid& outcome = console.snapshot("outcome").grid;
+  const std::vector<std::string> ssd = {
+      "Arkon SSD-A510",         "Smart Status         PASSED", "Smart Short Selftest PASSED",
+      "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
+      "Targeted Read Test   PASSED",
+  };
+  for (int i = 0; i < static_cast<int>(ssd.size()); ++i) EXPECT_EQ(result_line(outcome, 7 + i), ssd[i]);
+  EXPECT_EQ(result_line(outcome, 15).substr(0, 22), "Result Code: UHD01R000");
+
+  // The seek tests miss the few unreadable sectors; the self-test and the
+  // targeted read, which reads where the error log points, find them.
+  const hostfw::ScreenGrid& scrolled = console.snapshot("outcome scrolled").grid;
+  const std::vector<std::string> rotating = {
+      "SEAGATE ST2000TV101",         "Smart Status         PASSED", "Smart Short Selftest FAILED",
+      "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
+      "Targeted Read Test   FAILED",
+  };
+  for (int i = 0; i < static_cast<int>(rotating.size()); ++i) EXPECT_EQ(result_line(scrolled, 5 + i), rotating[i]);
+  EXPECT_EQ(result_line(scrolled, 13).substr(0, 22), "Result Code: UHD01R012");
+  EXPECT_EQ(result_line(scrolled, 15), "WDC WX5000TVK-00A1B");
+  EXPECT_EQ(result_line(scrolled, 16), "Smart Status         FAILED");
+  EXPECT_EQ(result_line(scrolled, 23).substr(0, 22), "Result Code: UHD01R013");
+
+  // The log view shows the module's keys through its TranslateKey.
+  const hostfw::ScreenGrid& log = console.snapshot("log").grid;
+  EXPECT_EQ(trimmed(log.row_text(4)), " Storage - 2026/11/22 09:30:00");
+  EXPECT_EQ(trimmed(log.row_text(6)).substr(0, 46), " SSD-A510 ATA Device - Result Code: UHD01R000-");
+  EXPECT_EQ(trimmed(log.row_text(9)), " Manufacter: Arkon");
+  EXPECT_EQ(trimmed(log.row_text(13)), " Rotation rate: Non-rotating media detected");
+  EXPECT_EQ(trimmed(log.row_text(19)),
+            " Supported standards:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.");
+  EXPECT_EQ(trimmed(log.row_text(21)), " Start Tests");
+
+  const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
+  for (const char* line : {"\nUID: Arkon-SSD-A510-AS510A2203004417\n", "\nDISPLAYNAME: SSD-A510 ATA Device\n",
+                           "\nTEMPERATURE: 46 C\n", "\nSPEC_VERSION: ACS-2 Revision 3\n",
+                           " STOP SMARTSHORTSELFTEST SUCCESS ", " STOP SMARTDRIVESELFTEST UNSUPPORTED\n",
+                           " MESSAGE SHORT_SELFTEST_ERROR_DETECTED\n", " ERROR READ_SECTOR_ERROR 1000\n",
+                           " STOP TARGETEDREAD FAILURE ", " STOP SMARTSTATUS FAILURE ", "\n--- STORAGE\n"})
+    EXPECT_NE(saved.find(line), std::string::npos) << line << "\n" << saved;
+}
+
+TEST(StorageRun, EscDuringASelfTestCancelsItAndNothingElseRuns) {
+  TestMachine machine(std::string(kStartStorageTest) +
+                      "wait \"Smart Short Selftest IN PROGRESS\"; pause 2000; key Esc; wait \"F3 = view log\"; snap \"outcome\";"
+                      "key Esc;" + kLeave);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
+  EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
+  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
+  EXPECT_EQ(result_line(outcome, 8), "Smart Status         PASSED");
+  EXPECT_EQ(result_line(outcome, 9), "Smart Short Selftest CANCELED");
+  EXPECT_EQ(result_line(outcome, 10), "Drive Self Test      ON QUEUE");
+  EXPECT_FALSE(outcome.contains("Problems have been identified")) << "nothing failed";
+}
+
+}  // namespace

@@ -1,0 +1,470 @@
+// The storage module through its record, on the simulated drives: the rows
+// it shows and logs, its keys, its verdict over a run, RunTest's own share
+// of a run (SMART switched back off, a stop request), and its installation
+// failing at every step without leaving anything behind.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/application_plan.h"
+#include "core/diag_common.h"
+#include "core/protocol_registry.h"
+#include "hostfw/ata.h"
+#include "storage/storage_device.h"
+#include "storage/storage_test_protocol.h"
+#include "tests/support/fake_test_module.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::TestMachine;
+using testing_support::utf8;
+using Row = std::pair<std::string, std::string>;
+
+// Sits between the application and the simulated controller to make a drive
+// misbehave in ways its profile cannot say.
+struct DriveFaults {
+  static inline EFI_ATA_PASS_THRU_PASSTHRU forward = nullptr;
+  static inline int port = -1;  // the drive concerned; -1 every drive
+  static inline bool no_smart = false;          // IDENTIFY denies SMART and every SMART command aborts
+  static inline bool refuse_smart_off = false;  // SMART DISABLE OPERATIONS aborts
+  static inline bool fail_identify = false;
+  static inline int fail_identify_from = 0;  // the first IDENTIFY (counted from 1) to fail; 0 none
+  static inline int identify_commands = 0;
+
+  static void attach(hostfw::Machine& machine) {
+    port = -1;
+    no_smart = refuse_smart_off = fail_identify = false;
+    identify_commands = fail_identify_from = 0;
+    EFI_ATA_PASS_THRU_PROTOCOL* controller = machine.ata()->protocol();
+    forward = controller->PassThru;
+    controller->PassThru = PassThru;
+  }
+
+  static EFI_STATUS Abort(EFI_ATA_PASS_THRU_COMMAND_PACKET* packet) {
+    *packet->Asb = EFI_ATA_STATUS_BLOCK{};
+    packet->Asb->AtaStatus = 0x51;
+    packet->Asb->AtaError = 0x04;
+    return EFI_DEVICE_ERROR;
+  }
+
+  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* self, UINT16 drive_port, UINT16 multiplier_port,
+                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
+    const bool concerned = port < 0 || port == drive_port;
+    const UINT8 command = packet->Acb->AtaCommand;
+    const UINT8 feature = packet->Acb->AtaFeatures;
+    if (command == 0xEC && concerned) {
+      ++identify_commands;
+      if (fail_identify || (fail_identify_from > 0 && identify_commands >= fail_identify_from)) return Abort(packet);
+    }
+    if (concerned && command == 0xB0 && (no_smart || (refuse_smart_off && feature == 0xD9))) return Abort(packet);
+    const EFI_STATUS status = forward(self, drive_port, multiplier_port, packet, event);
+    if (command == 0xEC && concerned && no_smart && status == EFI_SUCCESS) {
+      auto* words = static_cast<UINT16*>(packet->InDataBuffer);
+      words[82] &= ~1u;  // SMART feature set
+      words[84] &= ~2u;  // self-test
+      words[85] &= ~1u;  // SMART enabled
+    }
+    return status;
+  }
+};
+
+// What a run or a verdict told its callbacks.
+struct Heard {
+  static inline std::vector<UINT64> progress;
+  static inline std::vector<std::string> lines;
+  static inline std::vector<std::pair<std::string, UINT8>> boxes;
+  static inline tarvik::TestModuleProtocol* stop_on_report = nullptr;
+  static inline EFI_STATUS box_answer = EFI_SUCCESS;
+
+  static void clear() {
+    progress.clear();
+    lines.clear();
+    boxes.clear();
+    stop_on_report = nullptr;
+    box_answer = EFI_SUCCESS;
+  }
+  static EFIAPI EFI_STATUS Progress(VOID*, UINT64 percent, UINT64) {
+    progress.push_back(percent);
+    if (stop_on_report != nullptr) stop_on_report->StopTest(stop_on_report);
+    return EFI_SUCCESS;
+  }
+  static EFIAPI EFI_STATUS Message(VOID*, const CHAR16* text, UINT8 kind, UINT64) {
+    if (kind == static_cast<UINT8>(tarvik::TestMessageKind::LogLine)) {
+      lines.push_back(utf8(text));
+      return EFI_SUCCESS;
+    }
+    boxes.emplace_back(utf8(text), kind);
+    return box_answer;
+  }
+};
+
+constexpr char kAdvice[] =
+    "Problems have been identified on one or more of your storage devices.Backup the data on the affected storage "
+    "device as soon as possible. You can attempt to correct the problem using the Recover Bad Sectors Tool in the "
+    "tools menu after backing up your data. Be sure to select the Check and Recover Bad Sectors test.";
+
+class StorageModule : public ::testing::Test {
+ protected:
+  // The default machine (three drives), changed by edit, with the core
+  // services installed and the pass-through behind DriveFaults.
+  void boot(const std::function<void(hostfw::Profile&)>& edit = nullptr) {
+    machine.reset();
+    machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) {
+      if (edit) edit(p);
+    });
+    for (UINTN i = 0; i < tarvik::ApplicationPlan.CoreServiceCount; ++i)
+      ASSERT_EQ(tarvik::ApplicationPlan.CoreServices[i].Install((*machine)->image_handle(), (*machine)->system_table()),
+                EFI_SUCCESS);
+    DriveFaults::attach(**machine);
+    Heard::clear();
+    pools_before = (*machine)->memory().outstanding_pools();
+    pages_before = (*machine)->memory().outstanding_pages();
+    records_before = tarvik::InstalledRecordCount();
+  }
+  EFI_STATUS install() {
+    return tarvik::InstallStorageTest((*machine)->image_handle(), (*machine)->system_table());
+  }
+  void start(const std::function<void(hostfw::Profile&)>& edit = nullptr) {
+    boot(edit);
+    ASSERT_EQ(install(), EFI_SUCCESS);
+    ASSERT_EQ(testing_support::located_test_collection()->GetTest(0, &record), EFI_SUCCESS);
+  }
+  // A failed installation leaves the machine as it found it.
+  void expect_nothing_left() {
+    EXPECT_EQ(testing_support::located_test_collection()->GetTestCount(), 0u);
+    EXPECT_EQ(tarvik::InstalledRecordCount(), records_before);
+    EXPECT_EQ((*machine)->memory().outstanding_pools(), pools_before);
+    EXPECT_EQ((*machine)->memory().outstanding_pages(), pages_before);
+  }
+  // Teardown as start-up does it: every record unloaded, nothing left.
+  void tear_down_and_expect_nothing_left() {
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
+    EXPECT_EQ((*machine)->memory().outstanding_pools(), 0u);
+    EXPECT_EQ((*machine)->memory().outstanding_pages(), 0u);
+  }
+
+  template <typename Getter>
+  Row row(Getter get, UINT64 index) {
+    CHAR16* label = nullptr;
+    CHAR16* value = nullptr;
+    EXPECT_EQ(get(record, index, &label, &value), EFI_SUCCESS) << index;
+    Row texts{utf8(label), utf8(value)};
+    tarvik::gBS->FreePool(label);
+    tarvik::gBS->FreePool(value);
+    return texts;
+  }
+  Row system(UINT64 index) { return row(record->GetSystemInfoRow, index); }
+  Row log(UINT64 index) { return row(record->GetLogRow, index); }
+
+  template <typename Getter>
+  std::string text(Getter get) {
+    CHAR16* out = nullptr;
+    EXPECT_EQ(get(&out), EFI_SUCCESS);
+    std::string s = utf8(out);
+    tarvik::gBS->FreePool(out);
+    return s;
+  }
+  std::string translated(const CHAR16* key) {
+    return text([&](CHAR16** out) { return record->TranslateKey(record, key, out); });
+  }
+  std::string device_name(UINT64 device) {
+    return text([&](CHAR16** out) { return record->GetDeviceName(record, device, out); });
+  }
+  const tarvik::StorageDevice& drive(UINT64 index) {
+    return static_cast<const tarvik::StorageDevice*>(record->DeviceTable)[index];
+  }
+  UINT64 run(UINT64 algorithm, UINT8 device) {
+    return record->RunTest(record, algorithm, device, Heard::Progress, Heard::Message);
+  }
+
+  std::unique_ptr<TestMachine> machine;
+  tarvik::TestModuleProtocol* record = nullptr;
+  size_t pools_before = 0;
+  uint64_t pages_before = 0;
+  UINT32 records_before = 0;
+};
+
+TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
+  start();
+  ASSERT_EQ(record->GetDeviceCount(record), 3u);
+  EXPECT_EQ(record->GetSystemInfoRowCount(record), 57u);
+  const std::vector<Row> ssd = {
+      {"Manufacter:", "Arkon"},
+      {"Model number:", "SSD-A510"},
+      {"Serial number:", "AS510A2203004417"},
+      {"Firmware revision:", "AS51R102"},
+      {"Size:", "476 GB"},
+      {"Cache size:", " - "},
+      {"Rotation rate:", "Non-rotating media detected"},
+      {"Temperature:", "33 C"},
+      {"Phisycal sector size:", "512 bytes"},
+      {"Logical sector size:", "512 bytes"},
+      {"Number of logical sectors:", std::to_string(476ull << 21) + " sectors"},
+      {"Supported standards:", ""},
+      {"   ATA/ATAPI 4:", "Supported"},
+      {"   ATA/ATAPI 5:", "Supported"},
+      {"   ATA/ATAPI 6:", "Supported"},
+      {"   ATA/ATAPI 7:", "Supported"},
+      {"   ATA8_ACS:", "Supported"},
+      {"Standard version", "ACS-2 Revision 3"},
+      {"", ""},
+  };
+  DriveFaults::identify_commands = 0;
+  for (UINT64 r = 0; r < ssd.size(); ++r) EXPECT_EQ(system(r), ssd[r]) << r;
+  EXPECT_EQ(DriveFaults::identify_commands, 19) << "every row identifies the drive afresh";
+  // Row 19 is the first row of the second drive, a rotating one.
+  EXPECT_EQ(system(19), (Row{"Manufacter:", "SEAGATE"}));
+  EXPECT_EQ(system(19 + 5), (Row{"Cache size:", "16 MB"}));
+  EXPECT_EQ(system(19 + 6), (Row{"Rotation rate:", "7200 rpm"}));
+  EXPECT_EQ(system(38 + 1), (Row{"Model number:", "WX5000TVK-00A1B0"}));
+  EXPECT_EQ(system(56), (Row{"", ""}));
+
+  CHAR16* label = nullptr;
+  CHAR16* value = nullptr;
+  EXPECT_EQ(record->GetSystemInfoRow(record, 57, &label, &value), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetSystemInfoRow(record, 0, &label, nullptr), EFI_ABORTED);
+  EXPECT_EQ(record->GetSystemInfoRow(record, 99, nullptr, &value), EFI_ABORTED) << "out-pointers are checked first";
+  DriveFaults::fail_identify = true;
+  EXPECT_EQ(record->GetSystemInfoRow(record, 0, &label, &value), EFI_DEVICE_ERROR);
+  EXPECT_EQ(label, nullptr);
+  EXPECT_EQ(value, nullptr);
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
+  start();
+  EXPECT_EQ(record->GetLogRowCount(record), 48u);
+  const std::vector<Row> seagate = {
+      {"UID:", "SEAGATE-ST2000TV101-7QX102-ZFL1KQ7M"},
+      {"DISPLAYNAME:", "ST2000TV101-7QX102 ATA Device"},
+      {"TYPE:", "Internal HDD"},
+      {"MODEL:", "ST2000TV101-7QX102"},
+      {"MANUFACTURER:", "SEAGATE"},
+      {"SERIAL:", "ZFL1KQ7M"},
+      {"FIRMWARE:", "0001    "},
+      {"SIZE:", "1863 GB"},
+      {"ROTATION_RATE:", "7200 rpm"},
+      {"CACHE:", "16 MB"},
+      {"TEMPERATURE:", "38 C"},
+      {"PHYSICAL_SECTOR_SIZE:", "512 bytes"},
+      {"LOGICAL_SECTOR_SIZE:", "512 bytes"},
+      {"LOGICAL_SECTORS:", std::to_string(1863ull << 21) + " sectors"},
+      {"SUPPORTED_STANDARDS:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.", ""},
+      {"SPEC_VERSION:", "ACS-2 Revision 3"},
+  };
+  DriveFaults::identify_commands = 0;
+  for (UINT64 r = 0; r < seagate.size(); ++r) EXPECT_EQ(log(16 + r), seagate[r]) << r;
+  EXPECT_EQ(DriveFaults::identify_commands, 0) << "log rows use the identification at hand";
+  EXPECT_EQ(log(8), (Row{"ROTATION_RATE:", "Non-rotating media detected"}));
+  EXPECT_EQ(log(9), (Row{"CACHE:", " - "}));
+  CHAR16* key = nullptr;
+  CHAR16* value = nullptr;
+  EXPECT_EQ(record->GetLogRow(record, 48, &key, &value), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetLogRow(record, 0, nullptr, &value), EFI_ABORTED);
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, ADriveWithoutSmartHasNoTemperature) {
+  boot();
+  DriveFaults::port = 1;
+  DriveFaults::no_smart = true;
+  ASSERT_EQ(install(), EFI_SUCCESS);
+  ASSERT_EQ(testing_support::located_test_collection()->GetTest(0, &record), EFI_SUCCESS);
+  EXPECT_EQ(drive(1).Info->SmartSupported, 0);
+  EXPECT_EQ(system(19 + 7), (Row{"Temperature:", " - "}));
+  EXPECT_EQ(log(16 + 10), (Row{"TEMPERATURE:", "0 C"}));
+  EXPECT_EQ(system(7), (Row{"Temperature:", "33 C"})) << "the other drives keep theirs";
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, NamesKeysAndTexts) {
+  start();
+  EXPECT_EQ(device_name(0), "Arkon SSD-A510");
+  EXPECT_EQ(device_name(1), "SEAGATE ST2000TV101") << "cut at 19 characters";
+  EXPECT_EQ(device_name(2), "WDC WX5000TVK-00A1B");
+  CHAR16* out = nullptr;
+  EXPECT_EQ(record->GetDeviceName(record, 3, &out), EFI_INVALID_PARAMETER);
+
+  EXPECT_EQ(record->GetAlgorithmCount(record), 6u);
+  const char* names[] = {"Smart Status",     "Smart Short Selftest", "Drive Self Test",
+                         "Random Seek Test", "Funnel Seek Test",     "Targeted Read Test"};
+  const char* keys[] = {"SMARTSTATUS", "SMARTSHORTSELFTEST", "SMARTDRIVESELFTEST",
+                        "RANDOMSEEK",  "FUNNELSEEK",         "TARGETEDREAD"};
+  for (UINT64 a = 0; a < 6; ++a) {
+    EXPECT_EQ(text([&](CHAR16** t) { return record->GetAlgorithmName(record, a, t); }), names[a]);
+    EXPECT_EQ(text([&](CHAR16** t) { return record->GetAlgorithmKey(record, a, t); }), keys[a]);
+    EXPECT_EQ(translated(std::u16string(keys[a], keys[a] + std::char_traits<char>::length(keys[a])).c_str()),
+              names[a]);
+  }
+  EXPECT_EQ(record->GetAlgorithmName(record, 6, &out), EFI_ABORTED) << "the extended self-test is not listed";
+  EXPECT_EQ(record->GetAlgorithmKey(record, 6, &out), EFI_ABORTED);
+  EXPECT_EQ(out, nullptr);
+
+  EXPECT_EQ(translated(u"STORAGE"), "Storage");
+  EXPECT_EQ(translated(u"TYPE"), "Type");
+  EXPECT_EQ(translated(u"MANUFACTURER"), "Manufacter");
+  EXPECT_EQ(translated(u"CANT_DISABLE_SMART"), "Diagnosis unable to disable SMART");
+  EXPECT_EQ(translated(u"READ_SECTOR_ERROR"), "Error reading sector");
+  EXPECT_EQ(translated(u"UID"), "UID") << "a key the module does not know comes back as it is";
+  EXPECT_EQ(translated(u"read_sector_error"), "read_sector_error");
+  EXPECT_EQ(record->TranslateKey(record, u"SIZE", nullptr), EFI_ABORTED);
+
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetTestName(record, t); }), "Quick Storage Device Test");
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleName(record, t); }), "Storage");
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleKey(record, t); }), "STORAGE");
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleCode(record, t); }), "HD");
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetResultText(record, 12345, t); }),
+            "Failed to run Quick Storage Device Test.");
+  EXPECT_EQ(record->GetSummaryLineCount(), 0u);
+  EXPECT_EQ(record->GetSummaryLine(0, &out), EFI_ABORTED);
+
+  EXPECT_EQ(record->GetRunInfoRowCount(record), 1u);
+  const auto run_info = [&](UINT64 device) {
+    return row([device](tarvik::TestModuleProtocol* m, UINT64 r, CHAR16** l, CHAR16** v) {
+      return m->GetRunInfoRow(m, r, device, l, v);
+    }, 0);
+  };
+  EXPECT_EQ(run_info(2), (Row{"Device: WDC WX5000TVK-00A1B0", ""}));
+  CHAR16* label = nullptr;
+  CHAR16* value = nullptr;
+  EXPECT_EQ(record->GetRunInfoRow(record, 1, 0, &label, &value), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, &label, &value), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, nullptr, &value), EFI_ABORTED);
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, OnlyAFailedAlgorithmBringsUpTheAdviceBox) {
+  start();
+  std::vector<std::vector<UINT64>> results(3, std::vector<UINT64>(6, 0));
+  std::vector<UINT64*> rows;
+  for (auto& r : results) rows.push_back(r.data());
+  results[0] = {1000, 1002, 1002, 1000, 1000, 1002};
+  results[2][3] = 1000;
+  EXPECT_EQ(record->EvaluateResults(record, rows.data(), Heard::Message), EFI_ABORTED);
+  EXPECT_TRUE(Heard::boxes.empty());
+
+  results[2][5] = 1001;
+  Heard::box_answer = EFI_ABORTED;  // ESC on the box changes nothing
+  EXPECT_EQ(record->EvaluateResults(record, rows.data(), Heard::Message), EFI_SUCCESS);
+  ASSERT_EQ(Heard::boxes.size(), 1u);
+  EXPECT_EQ(Heard::boxes[0].first, kAdvice);
+  EXPECT_EQ(Heard::boxes[0].second, 1);
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, InstallationWithoutADriveSaysSoAndLeavesNothing) {
+  boot([](hostfw::Profile& p) { p.drives.clear(); });
+  EXPECT_EQ(install(), EFI_ABORTED);
+  EXPECT_EQ(machine->transcript(), "Ata Device not found!\r\n");
+  expect_nothing_left();
+}
+
+TEST_F(StorageModule, ADriveFoundButNotIdentifiedFailsTheInstallationSilently) {
+  boot();
+  DriveFaults::fail_identify_from = 4;  // the three probes pass, the first identification fails
+  EXPECT_EQ(install(), EFI_ABORTED);
+  EXPECT_EQ(DriveFaults::identify_commands, 4);
+  EXPECT_EQ(machine->transcript(), "");
+  expect_nothing_left();
+}
+
+TEST_F(StorageModule, InstallationWithoutAPassThroughSaysSoAndLeavesNothing) {
+  boot();
+  hostfw::AtaController& controller = *(*machine)->ata();
+  EFI_GUID pass_thru = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
+  ASSERT_EQ(tarvik::gBS->UninstallProtocolInterface(controller.handle(), &pass_thru, controller.protocol()),
+            EFI_SUCCESS);
+  EXPECT_EQ(install(), EFI_ABORTED);
+  EXPECT_EQ(machine->transcript(), "Protocol AtaPassThrough not found!\r\n");
+  expect_nothing_left();
+}
+
+TEST_F(StorageModule, AFullRegistryRefusesTheModuleWithItsMessage) {
+  boot();
+  std::vector<std::unique_ptr<testing_support::FakeTestModule>> others;
+  for (UINT64 i = 0; i < tarvik::TestCollectionCapacity; ++i) {
+    others.push_back(std::make_unique<testing_support::FakeTestModule>((*machine)->image_handle()));
+    ASSERT_EQ(testing_support::located_test_collection()->AddTest(others.back()->record()), EFI_SUCCESS);
+  }
+  const size_t pools = (*machine)->memory().outstanding_pools();
+  EXPECT_EQ(install(), EFI_VOLUME_FULL);
+  EXPECT_EQ(machine->transcript(), "Fail in Test Collection during Storage Test Protocol installation : Volume Full\r\n");
+  EXPECT_EQ(testing_support::located_test_collection()->GetTestCount(), tarvik::TestCollectionCapacity);
+  EXPECT_EQ((*machine)->memory().outstanding_pools(), pools);
+  EXPECT_EQ((*machine)->memory().outstanding_pages(), pages_before);
+}
+
+TEST_F(StorageModule, ARefusedInstallationTakesTheModuleBackOutOfTheRegistry) {
+  boot();
+  (*machine)->faults().fail_install_of_guid = true;
+  (*machine)->faults().install_guid_to_fail = tarvik::StorageTestProtocolGuid;
+  EXPECT_EQ(install(), EFI_OUT_OF_RESOURCES);
+  EXPECT_EQ(machine->transcript(), "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n");
+  expect_nothing_left();
+}
+
+TEST_F(StorageModule, WhicheverAllocationFailsNothingIsLeftBehind) {
+  // Count the installation's pool allocations once, then fail each in turn.
+  boot();
+  const uint64_t first = (*machine)->memory().pool_allocations() + 1;
+  ASSERT_EQ(install(), EFI_SUCCESS);
+  const uint64_t last = (*machine)->memory().pool_allocations();
+  int failures = 0;
+  for (uint64_t call = first; call <= last; ++call) {
+    boot();
+    (*machine)->faults().fail_allocate_pool_call = call;
+    const EFI_STATUS status = install();
+    if (status == EFI_SUCCESS) {
+      EXPECT_EQ(testing_support::located_test_collection()->GetTestCount(), 1u) << call;
+      // Past the record only the texts are allocated, whose loss leaves
+      // the module installed with empty texts.
+      if (failures > 0) break;
+      continue;
+    }
+    ++failures;
+    SCOPED_TRACE(call);
+    expect_nothing_left();
+  }
+  EXPECT_GE(failures, 3) << "at least the device table, the info table and the record";
+}
+
+TEST_F(StorageModule, SmartSwitchedOnForAnAlgorithmIsSwitchedOffAgainAndADriveThatRefusesFailsThePair) {
+  start([](hostfw::Profile& p) { p.drives[0].smart_enabled = false; });
+  EXPECT_EQ(drive(0).Info->SmartEnabled, 0);
+  EXPECT_EQ(record->RunTest(record, 0, 0, nullptr, Heard::Message), tarvik::TEST_RESULT_PASSED)
+      << "no progress callback is needed";
+  EXPECT_EQ(Heard::lines, (std::vector<std::string>{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
+  system(0);  // identifies the drive afresh
+  EXPECT_EQ(drive(0).Info->SmartEnabled, 0);
+
+  Heard::clear();
+  DriveFaults::refuse_smart_off = true;
+  EXPECT_EQ(run(0, 0), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(Heard::lines, (std::vector<std::string>{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART",
+                                                    "WARNING CANT_DISABLE_SMART"}));
+  Heard::clear();
+  EXPECT_EQ(run(0, 1), tarvik::TEST_RESULT_PASSED) << "SMART was on: nothing to switch off";
+  EXPECT_TRUE(Heard::lines.empty());
+  tear_down_and_expect_nothing_left();
+}
+
+TEST_F(StorageModule, AStopRequestCancelsWhateverTheAlgorithmFound) {
+  start();
+  for (const UINT64 algorithm : {0ull, 3ull, 4ull, 6ull}) {
+    Heard::clear();
+    Heard::stop_on_report = record;
+    EXPECT_EQ(run(algorithm, 1), tarvik::TEST_RESULT_CANCELED) << algorithm;
+  }
+  Heard::clear();
+  EXPECT_EQ(run(3, 0), tarvik::TEST_RESULT_PASSED) << "the next run starts afresh";
+  EXPECT_EQ(run(7, 0), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(run(0, 3), EFI_INVALID_PARAMETER);
+  tear_down_and_expect_nothing_left();
+}
+
+}  // namespace
