@@ -27,10 +27,12 @@ using testing_support::RecordedPacket;
 using testing_support::TestMachine;
 using testing_support::ToolBench;
 using testing_support::ToolScreen;
+using testing_support::kCheck;
+using testing_support::kNo;
+using testing_support::kRecover;
+using testing_support::kWriteUncorrectable;
 using Lines = std::vector<std::string>;
 
-constexpr UINT64 kCheck = 0, kRecover = 1, kWriteUncorrectable = 2;
-constexpr EFI_STATUS kNo = EFI_ABORTED;
 constexpr uint8_t kAbort = 0x04, kUncorrectable = 0x40;
 
 // A rotating drive of the 28-bit form (under 2^28 sectors), answering as the
@@ -195,10 +197,7 @@ TEST_F(ScriptedRepair, LargerLogicalSectorsAreWrittenWholeWithThePatternRepeated
   const auto writes = watch->writes();
   ASSERT_EQ(writes.size(), 1u);
   ASSERT_EQ(writes[0].data.size(), 4096u);
-  std::u16string pattern;
-  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
-  pattern.resize(255);
-  pattern.push_back(0);
+  const std::u16string pattern = testing_support::repair_pattern();
   for (size_t block = 0; block < 8; ++block)
     EXPECT_EQ(std::memcmp(writes[0].data.data() + 512 * block, pattern.data(), 512), 0) << block;
 }

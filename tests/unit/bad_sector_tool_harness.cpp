@@ -149,6 +149,14 @@ std::pair<std::string, std::string> ToolBench::row(UINT64 index, UINT64 device) 
   return texts;
 }
 
+std::u16string repair_pattern() {
+  std::u16string pattern;
+  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
+  pattern.resize(255);
+  pattern.push_back(0);
+  return pattern;
+}
+
 hostfw::DriveInfo rotating_drive(uint16_t port, uint64_t sectors, std::vector<hostfw::BadSectorRange> bad) {
   hostfw::DriveInfo drive;
   drive.port = port;

@@ -76,6 +76,14 @@ class ToolBench {
   bool started_ = false;
 };
 
+// The tool's operations, as RunTool takes them, and the answer "no".
+inline constexpr UINT64 kCheck = 0, kRecover = 1, kWriteUncorrectable = 2;
+inline constexpr EFI_STATUS kNo = EFI_ABORTED;
+
+// The 512 bytes the repair writes: "BAD_SECTOR_REPAIRED_" to 255 characters
+// and the terminator.
+std::u16string repair_pattern();
+
 // A rotating drive of the simulated machine.
 hostfw::DriveInfo rotating_drive(uint16_t port, uint64_t sectors, std::vector<hostfw::BadSectorRange> bad = {});
 

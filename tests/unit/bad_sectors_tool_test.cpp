@@ -22,10 +22,12 @@ using testing_support::rotating_drive;
 using testing_support::TestMachine;
 using testing_support::ToolBench;
 using testing_support::ToolScreen;
+using testing_support::kCheck;
+using testing_support::kNo;
+using testing_support::kRecover;
+using testing_support::kWriteUncorrectable;
 using Lines = std::vector<std::string>;
 
-constexpr UINT64 kCheck = 0, kRecover = 1, kWriteUncorrectable = 2;
-constexpr EFI_STATUS kNo = EFI_ABORTED;
 
 class BadSectorsTool : public ::testing::Test {
  protected:
@@ -119,10 +121,7 @@ TEST_F(BadSectorsTool, RecoveryRewritesEachBadSectorNewestFirstWithThePatternAnd
   const auto writes = watch->writes();
   ASSERT_EQ(writes.size(), 3u);
   const uint64_t expected_lbas[] = {2001, 2000, 1000};
-  std::u16string pattern;
-  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
-  pattern.resize(255);
-  pattern.push_back(0);
+  const std::u16string pattern = testing_support::repair_pattern();
   for (size_t i = 0; i < writes.size(); ++i) {
     EXPECT_EQ(writes[i].code, 0x30);
     EXPECT_EQ(writes[i].lba, expected_lbas[i]);
