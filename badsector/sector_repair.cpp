@@ -51,11 +51,11 @@ VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadL
 
 VOID LogSummary(BadSectorsTool& Tool, UINT64 Bad, const RepairTally& Tally) {
   ToolRun& Run = Tool.Run;
-  if (Bad > 0) ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::BadSectorsFound), (UINT32)Bad);
+  if (Bad > 0) ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::BadSectorsFound), static_cast<UINT32>(Bad));
   if (Tally.Repaired > 0)
-    ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::SectorsRecovered), (UINT32)Tally.Repaired);
+    ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::SectorsRecovered), static_cast<UINT32>(Tally.Repaired));
   if (Tally.Remaining > 0)
-    ToolLine(Run, ToolLineChars, u"# %d %s #", (UINT32)Tally.Remaining, Tool.Text(tool_text::SectorsRemain));
+    ToolLine(Run, ToolLineChars, u"# %d %s #", static_cast<UINT32>(Tally.Remaining), Tool.Text(tool_text::SectorsRemain));
   if (!Run.Running()) ToolLine(Run, ToolLineChars, u"%s", Tool.Text(tool_text::CanceledByUser));
 }
 
@@ -70,7 +70,7 @@ UINT64 CheckAndRecoverBadSectors(BadSectorsTool& Tool, StorageDevice& Device) {
     if (!Run.Ask(Tool.Text(tool_text::AttemptRecovery), ToolMessageKind::Question)) {
       Run.Cancel();
     } else {
-      ToolLine(Run, ToolLineChars, u"# %s = %d #", Tool.Text(tool_text::BadSectorsFound), (UINT32)Scan.Bad);
+      ToolLine(Run, ToolLineChars, u"# %s = %d #", Tool.Text(tool_text::BadSectorsFound), static_cast<UINT32>(Scan.Bad));
       // Sectors the list had no room for are as bad as the others.
       Tally.Remaining = Scan.Unlisted;
       RepairBadSectors(Tool, Device, BadList, Tally);

@@ -46,7 +46,6 @@ struct ScriptedDrive {
   std::set<uint64_t> unrecoverable;  // a write succeeds, the sector stays bad
   std::optional<uint64_t> aborts_at;           // a READ VERIFY over it ends with ABRT
   std::optional<uint64_t> reports_failing_at;  // the LBA an UNC names, whatever failed
-  bool smart_supported = true;
   bool smart_read_fails = false;
   bool refuses_write_uncorrectable = false;
   std::optional<uint8_t> reallocated_value = 100;  // attribute 5; none: not listed
@@ -95,7 +94,6 @@ struct ScriptedDrive {
   }
   std::vector<uint8_t> identify() const {
     auto page = testing_support::IdentifyPage::typical("ACME XR-1000", "SN0000000001", sectors);
-    if (!smart_supported) page.word(82, 0x4020);
     if (logical_bytes != 512)
       page.word(106, 0x5000).word(117, static_cast<uint16_t>(logical_bytes / 2)).word(118, 0);
     return page.data();
@@ -267,16 +265,6 @@ TEST_F(ScriptedRepair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithout
   EXPECT_EQ(first_box(), 1);  // neither listed: both 0
   drive.smart_read_fails = true;
   EXPECT_EQ(first_box(), 2);  // the drive cannot tell
-}
-
-TEST_F(ScriptedRepair, ADriveWithoutSmartIsNeitherAskedNorWarned) {
-  drive.smart_supported = false;
-  drive.reallocated_value.reset();
-  start();
-  ToolScreen screen;
-  EXPECT_EQ(run(kCheck, screen), 1000u);
-  EXPECT_EQ(screen.boxes.at(0).first, 2);
-  EXPECT_TRUE(watch->of(0xB0).empty());
 }
 
 TEST_F(ScriptedRepair, ADriveThatRefusesWriteUncorrectableEndsTheOperationWith1004) {

@@ -132,9 +132,10 @@ ToolBench::~ToolBench() {
   EXPECT_EQ(machine_->memory().outstanding_pages(), pages_before_);
 }
 
-UINT64 ToolBench::run(UINT64 operation, ToolScreen& screen, UINT64 device) {
+UINT64 ToolBench::run(UINT64 operation, ToolScreen& screen, UINT64 device, bool progress) {
   current_screen = &screen;
-  const UINT64 result = tool->RunTool(nullptr, operation, device, screen_progress, screen_message);
+  const UINT64 result =
+      tool->RunTool(nullptr, operation, device, progress ? screen_progress : nullptr, screen_message);
   current_screen = nullptr;
   return result;
 }

@@ -59,8 +59,9 @@ class ToolBench {
   // Installs the core services and finds the drives, then publishes the
   // tool unless told not to; false (with a test failure) when a step failed.
   bool start(bool publish = true);
-  // RunTool with a null record, as the recovery screen calls it.
-  UINT64 run(UINT64 operation, ToolScreen& screen, UINT64 device = 0);
+  // RunTool with a null record, as the recovery screen calls it; without
+  // progress, with a null progress callback.
+  UINT64 run(UINT64 operation, ToolScreen& screen, UINT64 device = 0, bool progress = true);
   // Label and value of a row of the tool.
   std::pair<std::string, std::string> row(UINT64 row, UINT64 device = 0);
 
