@@ -16,6 +16,7 @@ namespace {
 constexpr UINT64 ProbeTimeoutSeconds = 2;
 constexpr UINT64 IdentifyTimeoutSeconds = 20;
 constexpr UINT16 FirstPort = 0xFFFF;  // asks GetNextPort / GetNextDevice for the first
+constexpr UINT16 NoPortMultiplier = 0xFFFF;
 
 // The handles carrying an ATA pass-through; Count 0 when there are none.
 VOID LocatePassThruHandles(PoolPtr<EFI_HANDLE>& Handles, UINTN& Count) {
@@ -50,6 +51,9 @@ VOID EnumerateInstance(StorageDrives* Drives, EFI_ATA_PASS_THRU_PROTOCOL* PassTh
            !EFI_ERROR(PassThru->GetNextDevice(PassThru, Port, &MultiplierPort))) {
       if (!EFI_ERROR(ProbeDevice(PassThru, Port, MultiplierPort, &Drives->Devices[Drives->DeviceCount])))
         ++Drives->DeviceCount;
+      // A drive without a port multiplier is its port's only device; asking
+      // again with 0xFFFF would ask for the first device once more.
+      if (MultiplierPort == NoPortMultiplier) break;
     }
   }
 }

@@ -104,11 +104,20 @@ EFIAPI EFI_STATUS FakeAtaPassThru::GetNextDevice(EFI_ATA_PASS_THRU_PROTOCOL* Thi
                                                  UINT16* PortMultiplierPort) {
   FakeAtaPassThru& self = of(This);
   if (PortMultiplierPort == nullptr) return EFI_INVALID_PARAMETER;
+  // As OVMF: after a drive without a port multiplier (0xFFFF), asking again
+  // with 0xFFFF ends the port's list.
+  if (*PortMultiplierPort == 0xFFFF && self.no_multiplier_returned_ && self.last_device_port_ == Port) {
+    self.no_multiplier_returned_ = false;
+    return EFI_NOT_FOUND;
+  }
+  self.no_multiplier_returned_ = false;
+  self.last_device_port_ = Port;
   bool previous_seen = *PortMultiplierPort == 0xFFFF;
   for (const auto& [port, multiplier] : self.devices) {
     if (port != Port) continue;
     if (previous_seen) {
       *PortMultiplierPort = multiplier;
+      self.no_multiplier_returned_ = multiplier == 0xFFFF;
       return EFI_SUCCESS;
     }
     previous_seen = multiplier == *PortMultiplierPort;
@@ -145,7 +154,9 @@ IdentifyPage& IdentifyPage::bytes(int offset, const std::vector<uint8_t>& value)
 
 IdentifyPage IdentifyPage::typical(const std::string& model, const std::string& serial, uint64_t sectors) {
   IdentifyPage page;
-  page.word(0, 0x0040).text(10, 10, serial).text(23, 4, "FW01").text(27, 20, model);
+  // Drives right-justify their serial numbers.
+  const std::string padded_serial = std::string(serial.size() < 20 ? 20 - serial.size() : 0, ' ') + serial;
+  page.word(0, 0x0040).text(10, 10, padded_serial).text(23, 4, "FW01").text(27, 20, model);
   page.word(21, 0x0200).word(80, 0x01F0).word(81, 0x0110).word(82, 0x4021).word(83, 0x7400);
   page.word(84, 0x4003).word(85, 0x4021).word(106, 0x4000).word(217, 7200);
   for (int w = 0; w < 4; ++w) page.word(100 + w, static_cast<uint16_t>(sectors >> (16 * w)));

@@ -1,0 +1,291 @@
+// Finding and identifying drives: the simulated machine's drives end to end,
+// and through the recording pass-through what the simulator cannot show (an
+// unprintable serial, a packet device, more than 100 drives, port
+// multipliers, firmware that publishes no pass-through until controllers
+// are connected). Nothing may stay allocated after the release.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hostfw/ata.h"
+#include "storage/ata_commands.h"
+#include "storage/drive_discovery.h"
+#include "tests/support/fake_ata_pass_thru.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::AtaReply;
+using testing_support::FakeAtaPassThru;
+using testing_support::IdentifyPage;
+using testing_support::RecordedPacket;
+using testing_support::TestMachine;
+using testing_support::utf8;
+using namespace tarvik;
+
+constexpr uint8_t kIdentify = 0xEC;
+
+// Answers like a healthy drive whose serial names its port and
+// port-multiplier port: IDENTIFY, and SMART data with attribute 194.
+AtaReply healthy_drive(const RecordedPacket& p) {
+  AtaReply reply;
+  if (p.acb.AtaCommand == kIdentify) {
+    reply.data = IdentifyPage::typical("ACME D" + std::to_string(p.port),
+                                       "P" + std::to_string(p.port) + "M" + std::to_string(p.multiplier_port))
+                     .data();
+  } else if (p.acb.AtaCommand == 0xB0 && p.acb.AtaFeatures == 0xD0) {
+    reply.data.assign(512, 0);
+    reply.data[2] = 194;
+    reply.data[2 + 5] = 41;
+  }
+  return reply;
+}
+
+class DriveDiscovery : public ::testing::Test {
+ protected:
+  // A machine whose own controller has no drives, and the fake beside it.
+  void with_fake_only() {
+    machine = std::make_unique<TestMachine>("", [](hostfw::Profile& p) { p.drives.clear(); });
+    fake.responder = healthy_drive;
+    fake.install();
+  }
+  void expect_nothing_left() {
+    ReleaseStorageDevices(&drives);
+    EXPECT_EQ(drives.Devices, nullptr);
+    EXPECT_EQ(drives.DeviceCount, 0u);
+    EXPECT_EQ((*machine)->memory().outstanding_pages(), 0u);
+    EXPECT_EQ((*machine)->memory().outstanding_pools(), 0u);
+  }
+  std::vector<const RecordedPacket*> identify_packets() const {
+    std::vector<const RecordedPacket*> found;
+    for (const auto& p : fake.packets)
+      if (p.acb.AtaCommand == kIdentify) found.push_back(&p);
+    return found;
+  }
+
+  std::unique_ptr<TestMachine> machine;
+  FakeAtaPassThru fake;
+  StorageDrives drives{};
+};
+
+TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) {
+  machine = std::make_unique<TestMachine>();
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.DeviceCount, 3u);
+  for (UINT64 i = 0; i < drives.DeviceCount; ++i) {
+    EXPECT_EQ(drives.Devices[i].Port, i);
+    EXPECT_EQ(drives.Devices[i].PortMultiplierPort, 0xFFFF);
+    EXPECT_EQ(drives.Devices[i].CommandPacket, &drives.CommandPacket);
+  }
+  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
+  const StorageDeviceInfo& ssd = *drives.Devices[0].Info;
+  EXPECT_EQ(utf8(ssd.Manufacturer), "Arkon");
+  EXPECT_EQ(utf8(ssd.Model), "SSD-A510");
+  EXPECT_EQ(ssd.NonRotating, 1);
+  EXPECT_EQ(ssd.Temperature, 33);
+  const StorageDeviceInfo& seagate = *drives.Devices[1].Info;
+  EXPECT_EQ(utf8(seagate.Manufacturer), "SEAGATE");
+  EXPECT_EQ(utf8(seagate.Model), "ST2000TV101-7QX102");
+  EXPECT_EQ(utf8(seagate.SerialNumber).rfind("ZFL1KQ7M", 0), 0u);
+  EXPECT_EQ(seagate.Lba48, 1);
+  EXPECT_EQ(seagate.SizeBytes / (1ull << 30), 1863u);
+  EXPECT_EQ(seagate.Temperature, 38);
+  EXPECT_EQ(GetRotationClass(&drives.Devices[1]), 7200);
+  EXPECT_EQ(utf8(drives.Devices[2].Info->Manufacturer), "WDC");
+  EXPECT_EQ(drives.Devices[2].Info->Temperature, 46);
+
+  ASSERT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.ToolDeviceCount, 2u);
+  EXPECT_EQ(drives.ToolDevices[0], &drives.Devices[1]);
+  EXPECT_EQ(drives.ToolDevices[1], &drives.Devices[2]);
+
+  // The commands work on what discovery set up.
+  EXPECT_EQ(AtaReadVerify(&drives.Devices[1], 0, 8), EFI_SUCCESS);
+  EXPECT_EQ(AtaReadVerify(&drives.Devices[1], 1000, 1), EFI_DEVICE_ERROR) << "a bad sector of the profile";
+  EXPECT_EQ(drives.Devices[1].StatusBlock->AtaError, 0x40);
+  EXPECT_EQ(FailingLba(&drives.Devices[1]), 1000u);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, ProbesSkipUnprintableSerialsAndResetPacketDevices) {
+  with_fake_only();
+  fake.devices = {{0, 0xFFFF}, {1, 0xFFFF}, {2, 0xFFFF}, {3, 0xFFFF}, {4, 0xFFFF}};
+  fake.responder = [](const RecordedPacket& p) {
+    AtaReply reply = healthy_drive(p);
+    if (p.acb.AtaCommand != kIdentify) return reply;
+    if (p.port == 0) reply.data[25] = 0x07;  // a control byte inside the serial number
+    if (p.port == 1 || p.port == 3) {
+      // A packet device; port 3's firmware reports the error only in the status block.
+      reply = AtaReply::error(p.port == 1 ? EFI_DEVICE_ERROR : EFI_SUCCESS, 0x04);
+      reply.status_block.AtaCylinderLow = 0x14;
+      reply.status_block.AtaCylinderHigh = 0xEB;
+    }
+    if (p.port == 4) reply = AtaReply::error(EFI_DEVICE_ERROR, 0x04);  // no signature: no reset
+    return reply;
+  };
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.DeviceCount, 1u);
+  EXPECT_EQ(drives.Devices[0].Port, 2);
+  EXPECT_EQ(drives.Devices[1].PassThru, nullptr) << "failed probes leave the record free";
+  EXPECT_EQ(drives.Devices[1].StatusBlock, nullptr);
+  EXPECT_EQ(fake.resets, (std::vector<std::pair<UINT16, UINT16>>{{1, 0xFFFF}, {3, 0xFFFF}}));
+  for (const RecordedPacket* p : identify_packets()) EXPECT_EQ(p->timeout, 20000000u) << "2 s";
+  EXPECT_EQ((*machine)->memory().outstanding_pages(), 2u) << "status block and data page of the one drive";
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, PortMultiplierDevicesAreAddressedByTheirPort) {
+  with_fake_only();
+  fake.devices = {{0, 0}, {0, 1}, {5, 0xFFFF}};
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.DeviceCount, 3u);
+  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
+  EXPECT_EQ(utf8(drives.Devices[1].Info->SerialNumber), "P0M1");
+  EXPECT_EQ(utf8(drives.Devices[2].Info->SerialNumber), "P5M65535");
+  EXPECT_EQ(drives.Devices[2].Info->Temperature, 41);
+
+  fake.packets.clear();
+  for (UINT64 i = 0; i < 3; ++i) EXPECT_EQ(SmartReturnStatus(&drives.Devices[i]), EFI_SUCCESS);
+  ASSERT_EQ(fake.packets.size(), 3u);
+  EXPECT_EQ(fake.packets[0].acb.AtaDeviceHead, 0xE0);
+  EXPECT_EQ(fake.packets[1].acb.AtaDeviceHead, 0xF0);
+  EXPECT_EQ(fake.packets[1].multiplier_port, 1);
+  EXPECT_EQ(fake.packets[2].acb.AtaDeviceHead, 0xF0);
+  EXPECT_EQ(fake.packets[2].multiplier_port, 0xFFFF);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, DiscoveryStopsAtTheHundredthDrive) {
+  with_fake_only();
+  for (UINT16 port = 0; port < 30; ++port)
+    for (UINT16 multiplier = 0; multiplier < 4; ++multiplier) fake.devices.emplace_back(port, multiplier);
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  EXPECT_EQ(drives.DeviceCount, MaxStorageDevices);
+  EXPECT_EQ(identify_packets().size(), MaxStorageDevices) << "the 101st drive is not even probed";
+  EXPECT_EQ(drives.Devices[99].Port, 24);
+  EXPECT_EQ(drives.Devices[99].PortMultiplierPort, 3);
+  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
+  EXPECT_EQ(drives.ToolDeviceCount, 100u);
+  expect_nothing_left();
+}
+
+// The firmware's ConnectController while a test runs: counts the calls and
+// publishes the fake on the first, when asked to.
+struct Connecting {
+  static inline int calls = 0;
+  static inline bool all_recursive = true;
+  static inline FakeAtaPassThru* publish = nullptr;
+  static EFIAPI EFI_STATUS ConnectController(EFI_HANDLE, EFI_HANDLE*, EFI_DEVICE_PATH_PROTOCOL*, BOOLEAN recursive) {
+    ++calls;
+    all_recursive = all_recursive && recursive;
+    if (publish != nullptr) std::exchange(publish, nullptr)->install();
+    return EFI_SUCCESS;
+  }
+};
+
+class NoPassThruAtFirst : public DriveDiscovery {
+ protected:
+  void SetUp() override {
+    machine = std::make_unique<TestMachine>();
+    auto& m = **machine;
+    controller = m.ata()->handle();
+    m.handles().uninstall(controller, EFI_ATA_PASS_THRU_PROTOCOL_GUID, m.ata()->protocol());
+    Connecting::calls = 0;
+    Connecting::all_recursive = true;
+    m.boot_services()->ConnectController = Connecting::ConnectController;
+    fake.responder = healthy_drive;
+    fake.devices = {{4, 0xFFFF}};
+  }
+  void TearDown() override {
+    auto& m = **machine;
+    m.handles().install(&controller, EFI_ATA_PASS_THRU_PROTOCOL_GUID, m.ata()->protocol());
+  }
+  EFI_HANDLE controller = nullptr;
+};
+
+TEST_F(NoPassThruAtFirst, ControllersAreConnectedOnceAndTheSearchRepeated) {
+  Connecting::publish = &fake;
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  EXPECT_GT(Connecting::calls, 0);
+  EXPECT_TRUE(Connecting::all_recursive);
+  ASSERT_EQ(drives.DeviceCount, 1u);
+  EXPECT_EQ(drives.Devices[0].Port, 4);
+  expect_nothing_left();
+}
+
+TEST_F(NoPassThruAtFirst, WithoutAnyPassThruTheModuleSaysSo) {
+  Connecting::publish = nullptr;
+  const int handles_before = static_cast<int>((*machine)->handles().handle_count());
+  EXPECT_EQ(DiscoverStorageDevices(&drives), EFI_ABORTED);
+  EXPECT_EQ(Connecting::calls, handles_before) << "every controller, once";
+  EXPECT_NE(machine->transcript().find("Protocol AtaPassThrough not found!"), std::string::npos);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, InstancesWithoutDrivesOrOnlyLogicalOnesFindNoDrive) {
+  with_fake_only();
+  fake.devices = {{0, 0xFFFF}};
+  fake.mode.Attributes = EFI_ATA_PASS_THRU_ATTRIBUTES_LOGICAL;
+  EXPECT_EQ(DiscoverStorageDevices(&drives), EFI_ABORTED);
+  EXPECT_TRUE(fake.packets.empty()) << "a logical instance is not enumerated";
+  EXPECT_NE(machine->transcript().find("Ata Device not found!"), std::string::npos);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, AFailedIdentificationReleasesTheInfoTableAndKeepsTheDrives) {
+  with_fake_only();
+  fake.devices = {{0, 0xFFFF}, {1, 0xFFFF}};
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  const size_t pools = (*machine)->memory().outstanding_pools();
+  fake.responder = [](const RecordedPacket& p) {
+    return p.port == 1 && p.acb.AtaCommand == kIdentify ? AtaReply::error(EFI_TIMEOUT, 0) : healthy_drive(p);
+  };
+  EXPECT_EQ(IdentifyAllDevices(&drives), EFI_ABORTED);
+  EXPECT_EQ(drives.Infos, nullptr);
+  EXPECT_EQ(drives.Devices[0].Info, nullptr);
+  EXPECT_EQ((*machine)->memory().outstanding_pools(), pools);
+  EXPECT_EQ(drives.DeviceCount, 2u);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, IdentifyingAgainRewritesTheEntryAndAFailureChangesNothing) {
+  with_fake_only();
+  fake.devices = {{0, 0xFFFF}};
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
+  StorageDevice& drive = drives.Devices[0];
+  EXPECT_EQ(drive.Info->Temperature, 41);
+
+  fake.responder = [](const RecordedPacket& p) {
+    return p.acb.AtaCommand == kIdentify ? healthy_drive(p) : AtaReply::error(EFI_SUCCESS, 0x04);
+  };
+  ASSERT_EQ(IdentifyDevice(&drive), EFI_SUCCESS);
+  EXPECT_EQ(drive.Info->Temperature, 0) << "SMART data refused";
+  const RecordedPacket& identify = *identify_packets().back();
+  EXPECT_EQ(identify.timeout, 200000000u) << "20 s";
+
+  const StorageDeviceInfo before = *drive.Info;
+  fake.responder = [](const RecordedPacket&) { return AtaReply::error(EFI_DEVICE_ERROR, 0x04); };
+  EXPECT_EQ(IdentifyDevice(&drive), EFI_DEVICE_ERROR);
+  EXPECT_EQ(std::memcmp(&before, drive.Info, sizeof before), 0);
+  expect_nothing_left();
+}
+
+TEST_F(DriveDiscovery, OnlySolidStateDrivesMakeNoToolList) {
+  machine = std::make_unique<TestMachine>("", [](hostfw::Profile& p) {
+    p.drives.resize(1);  // the solid-state drive alone
+  });
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
+  EXPECT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
+  EXPECT_EQ(drives.ToolDevices, nullptr);
+  EXPECT_EQ(drives.ToolDeviceCount, 0u);
+  expect_nothing_left();
+}
+
+}  // namespace

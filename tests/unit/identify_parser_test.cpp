@@ -1,0 +1,255 @@
+// IDENTIFY DEVICE data and SMART pages read into a drive's identification:
+// the model and manufacturer rules, sizes, versions and flags, what any
+// bytes at all do to the text fields, and the SMART attribute lookup.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "storage/drive_discovery.h"
+#include "storage/identify_parser.h"
+#include "storage/smart_attributes.h"
+#include "tests/support/fake_ata_pass_thru.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing_support::IdentifyPage;
+using testing_support::utf8;
+using namespace tarvik;
+
+tarvik::StorageDeviceInfo parse(const IdentifyPage& page) {
+  tarvik::StorageDeviceInfo info{};
+  const std::vector<uint8_t> bytes = page.data();
+  ParseIdentifyData(bytes.data(), &info);
+  return info;
+}
+
+struct IdentifyCase {
+  std::string name;
+  std::function<void(IdentifyPage&)> edit;
+  std::function<void(const StorageDeviceInfo&)> check;
+};
+
+TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
+  const std::vector<IdentifyCase> cases = {
+      {"maker and model separated by one space", [](IdentifyPage& p) { p.text(27, 20, "ABC X123-45"); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "ABC");
+         EXPECT_EQ(utf8(i.Model), "X123-45");
+         EXPECT_EQ(utf8(i.Uid), "ABC-X123-45-SN0001");
+         EXPECT_EQ(utf8(i.DisplayName), "X123-45 ATA Device");
+       }},
+      {"one word names the maker by its first two letters", [](IdentifyPage& p) { p.text(27, 20, "ST1234"); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "SEAGATE");
+         EXPECT_EQ(utf8(i.Model), "ST1234");
+       }},
+      {"HT prefix", [](IdentifyPage& p) { p.text(27, 20, "HTS54"); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(utf8(i.Manufacturer), "HITACHI"); }},
+      {"WD prefix", [](IdentifyPage& p) { p.text(27, 20, "WD5000AAKX"); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(utf8(i.Manufacturer), "WESTERN DIGITAL"); }},
+      {"any other prefix", [](IdentifyPage& p) { p.text(27, 20, "XY9"); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "Generic Vendor");
+         EXPECT_EQ(utf8(i.Model), "XY9");
+       }},
+      {"four words: the maker and the second word", [](IdentifyPage& p) { p.text(27, 20, "AAA BBB CCC DDD"); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "AAA");
+         EXPECT_EQ(utf8(i.Model), "BBB");
+       }},
+      {"forty characters without a space", [](IdentifyPage& p) { p.text(27, 20, std::string(40, 'M')); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), std::string(40, 'M'));
+         EXPECT_EQ(utf8(i.Model), std::string(40, 'M'));
+         EXPECT_EQ(utf8(i.Uid).size(), 49u) << "cut at 49 characters";
+         EXPECT_EQ(utf8(i.DisplayName), std::string(29, 'M') + " ATA Device");
+       }},
+      {"a right-justified model", [](IdentifyPage& p) { p.text(27, 20, "      ST500DM002"); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "SEAGATE");
+         EXPECT_EQ(utf8(i.Model), "ST500DM002");
+       }},
+      {"a blank model", [](IdentifyPage& p) { p.text(27, 20, ""); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.Manufacturer), "Generic Vendor");
+         EXPECT_EQ(utf8(i.Model), "");
+       }},
+      {"a packet device", [](IdentifyPage& p) { p.word(0, 0x85C0); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(utf8(i.DisplayName), "MODEL1 ATAPI Device"); }},
+      {"serial without its leading spaces, firmware as it stands", [](IdentifyPage& p) {
+         p.text(10, 10, "    S3Z9NB0K  ").text(23, 4, " 2B6Q ");
+       },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(utf8(i.SerialNumber), "S3Z9NB0K        ");
+         EXPECT_EQ(utf8(i.FirmwareRevision), " 2B6Q   ");
+         EXPECT_EQ(utf8(i.DeviceType), "Internal HDD");
+       }},
+      {"solid state", [](IdentifyPage& p) { p.word(217, 1); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.NonRotating, 1);
+         EXPECT_EQ(i.RotationRate, 1);
+       }},
+      {"no 48-bit feature set", [](IdentifyPage& p) { p.word(83, 0x7000); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.TotalSectors, 0u);
+         EXPECT_EQ(i.SizeBytes, 0u);
+         EXPECT_EQ(i.Lba48, 0);
+       }},
+      {"the last 28-bit capacity", [](IdentifyPage& p) { p.word(100, 0xFFFF).word(101, 0x0FFF); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.TotalSectors, 0x0FFFFFFFu);
+         EXPECT_EQ(i.Lba48, 0);
+       }},
+      {"one sector more needs the 48-bit form", [](IdentifyPage& p) { p.word(100, 0).word(101, 0x1000).word(103, 0); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.TotalSectors, 0x10000000u);
+         EXPECT_EQ(i.SizeBytes, 0x10000000ull * 512);
+         EXPECT_EQ(i.Lba48, 1);
+       }},
+      {"all four capacity words", [](IdentifyPage& p) { p.word(100, 1).word(101, 2).word(102, 3).word(103, 4); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.TotalSectors, 0x0004000300020001ull); }},
+      {"ATA/ATAPI-1 to -6 claimed", [](IdentifyPage& p) { p.word(80, 0x007E); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 0x017E); }},
+      {"word 80 of 38 stays", [](IdentifyPage& p) { p.word(80, 38); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 38); }},
+      {"eight logical sectors per physical one", [](IdentifyPage& p) { p.word(106, 0x6003); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.LogicalSectorSize, 512u);
+         EXPECT_EQ(i.PhysicalSectorSize, 4096u);
+       }},
+      {"4096-byte logical sectors", [](IdentifyPage& p) { p.word(106, 0x5000).word(117, 2048).word(118, 0).word(21, 16); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.LogicalSectorSize, 4096u);
+         EXPECT_EQ(i.PhysicalSectorSize, 4096u);
+         EXPECT_EQ(i.CacheBytes, 16u * 4096);
+         EXPECT_EQ(i.SizeBytes, 1000000000ull * 4096);
+       }},
+      {"word 106 without its validity bits does not count", [](IdentifyPage& p) { p.word(106, 0x3003).word(117, 2048); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.LogicalSectorSize, 512u);
+         EXPECT_EQ(i.PhysicalSectorSize, 512u);
+       }},
+      {"a logical size bit with no size given", [](IdentifyPage& p) { p.word(106, 0x5000); },
+       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.LogicalSectorSize, 512u); }},
+      {"reserved minor version", [](IdentifyPage& p) { p.word(81, 0x0030); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.MinorVersion, 0x0030);
+         EXPECT_EQ(utf8(i.StandardVersionText), "Reserved");
+       }},
+      {"SMART and self-test flags", [](IdentifyPage& p) { p.word(82, 0x4020).word(84, 0x4001).word(85, 0x4021); },
+       [](const StorageDeviceInfo& i) {
+         EXPECT_EQ(i.SmartSupported, 0);
+         EXPECT_EQ(i.SelfTestSupported, 0);
+         EXPECT_EQ(i.SmartEnabled, 1);
+       }},
+  };
+  for (const IdentifyCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    IdentifyPage page = IdentifyPage::typical("MODEL1", "SN0001");
+    c.edit(page);
+    c.check(parse(page));
+  }
+  const StorageDeviceInfo typical = parse(IdentifyPage::typical("MODEL1", "SN0001"));
+  EXPECT_EQ(typical.SmartSupported, 1);
+  EXPECT_EQ(typical.SelfTestSupported, 1);
+  EXPECT_EQ(typical.CacheBytes, 0x200u * 512);
+  EXPECT_EQ(typical.MajorVersion, 0x01F0);
+  EXPECT_EQ(typical.Temperature, 0) << "not IDENTIFY's to say";
+}
+
+TEST(IdentifyParser, MinorVersionTexts) {
+  EXPECT_EQ(utf8(GetStandardVersionText(0x0000)), "Minor version is not reported");
+  EXPECT_EQ(utf8(GetStandardVersionText(0xFFFF)), "Minor version is not reported");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x0001)), "Obsolete");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x000C)), "Obsolete");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x000D)), "ATA/ATAPI-4 X3T13 1153D version 6");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x001D)), "ATA/ATAPI-7 published ANSI INCITS 397-2005.");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x0110)), "ACS-2 Revision 3");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x001F)), "Reserved");
+  EXPECT_EQ(utf8(GetStandardVersionText(0x0111)), "Reserved");
+}
+
+TEST(IdentifyParser, RotationClassAndSerialPrintability) {
+  StorageDeviceInfo info{};
+  StorageDevice device{};
+  device.Info = &info;
+  for (auto [rate, rotation_class] : std::vector<std::pair<UINT16, INT32>>{
+           {0, 0}, {1, 1}, {2, 0}, {1024, 0}, {1025, 1025}, {7200, 7200}, {65534, 65534}, {65535, 0}}) {
+    info.RotationRate = rate;
+    EXPECT_EQ(GetRotationClass(&device), rotation_class) << rate;
+  }
+
+  IdentifyPage page = IdentifyPage::typical("M", "");
+  EXPECT_TRUE(SerialNumberIsPrintable(page.data().data())) << "twenty spaces are printable";
+  page.bytes(39, {0x7F});
+  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
+  page.bytes(39, {0x7E}).bytes(20, {0x1F});
+  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
+}
+
+// Whatever a confused drive sends, every text field ends inside its field.
+TEST(IdentifyParser, AnyBytesGiveTerminatedTexts) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 500; ++round) {
+    std::vector<uint8_t> bytes(512);
+    for (auto& b : bytes) b = static_cast<uint8_t>(random() % 4 == 0 ? ' ' : random());
+    StorageDeviceInfo info;
+    std::memset(&info, 0xAB, sizeof info);
+    ParseIdentifyData(bytes.data(), &info);
+    auto terminated = [](const CHAR16* text, size_t chars) {
+      for (size_t i = 0; i < chars; ++i)
+        if (text[i] == 0) return true;
+      return false;
+    };
+    ASSERT_TRUE(terminated(info.Uid, UidChars));
+    ASSERT_TRUE(terminated(info.DisplayName, DisplayNameChars));
+    ASSERT_TRUE(terminated(info.DeviceType, DeviceTypeChars));
+    ASSERT_TRUE(terminated(info.Manufacturer, ManufacturerChars));
+    ASSERT_TRUE(terminated(info.Model, ModelChars));
+    ASSERT_TRUE(terminated(info.SerialNumber, SerialNumberChars));
+    ASSERT_TRUE(terminated(info.FirmwareRevision, FirmwareRevisionChars));
+    ASSERT_NE(info.StandardVersionText, nullptr);
+  }
+}
+
+void put_attribute(std::vector<uint8_t>& page, int slot, uint8_t id, uint8_t value, uint8_t raw0) {
+  uint8_t* entry = page.data() + 2 + 12 * slot;
+  entry[0] = id;
+  entry[3] = value;
+  entry[4] = value;
+  entry[5] = raw0;
+}
+
+TEST(SmartPages, AttributesAndThresholdsAreFoundByIdTheLastSlotWinning) {
+  std::vector<uint8_t> data(512, 0), thresholds(512, 0);
+  put_attribute(data, 0, 5, 100, 3);
+  put_attribute(data, 3, 194, 100, 40);
+  put_attribute(data, 29, 194, 100, 0xF6);  // the last slot, and below zero
+  data[363] = 0xF9;
+  thresholds[2 + 12 * 0] = 5;
+  thresholds[2 + 12 * 0 + 1] = 36;
+
+  SmartAttribute found{};
+  ASSERT_TRUE(FindSmartAttribute(data.data(), 5, &found));
+  EXPECT_EQ(found.Value, 100);
+  EXPECT_EQ(found.Raw[0], 3);
+  UINT8 threshold = 0;
+  ASSERT_TRUE(FindSmartThreshold(thresholds.data(), 5, &threshold));
+  EXPECT_EQ(threshold, 36);
+  EXPECT_FALSE(FindSmartThreshold(thresholds.data(), 194, &threshold));
+  EXPECT_FALSE(FindSmartAttribute(data.data(), 0, &found)) << "empty slots are not attribute 0";
+  EXPECT_EQ(SmartTemperature(data.data()), -10);
+  EXPECT_EQ(SelfTestExecutionStatus(data.data()), 0xF9);
+
+  put_attribute(data, 29, 0, 0, 0);
+  EXPECT_EQ(SmartTemperature(data.data()), 40);
+  put_attribute(data, 3, 0, 0, 0);
+  EXPECT_EQ(SmartTemperature(data.data()), 0) << "no attribute 194";
+}
+
+}  // namespace
