@@ -8,13 +8,20 @@ namespace tarvik {
 bool CommandSucceeded(UINT64 Status) { return Status != ATA_COMMAND_FAILED && !EFI_ERROR(Status); }
 
 bool DriveAnswered(const StorageDevice& Device) {
-  return Device.StatusBlock != nullptr && (Device.StatusBlock->AtaStatus & ata::StatusError) != 0;
+  const EFI_ATA_STATUS_BLOCK* Registers = Device.StatusBlock;
+  return Registers != nullptr && ((Registers->AtaStatus & ata::StatusError) != 0 || Registers->AtaError != 0);
 }
 
 bool NoteSilentDrive(StorageRun& Run, const StorageDevice& Device) {
   if (DriveAnswered(Device)) return false;
   Run.LogKey(LineError, KeyCommunicationFailure);
   return true;
+}
+
+bool HasCapacity(StorageRun& Run, const StorageDevice& Device) {
+  if (Device.Info->TotalSectors != 0) return true;
+  Run.LogKey(LineWarning, KeyCantPerformTest);
+  return false;
 }
 
 bool EnableSmartIfNeeded(StorageRun& Run, StorageDevice& Device, const CHAR16* DisabledFormat) {

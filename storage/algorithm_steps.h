@@ -13,13 +13,19 @@ namespace tarvik {
 bool CommandSucceeded(UINT64 Status);
 
 // After a failed command: true when the drive finished it with an error of
-// its own (its status block shows ERR), false when it did not answer at all
-// (a timeout, a drive gone from its port).
+// its own (its status block shows ERR or an error code), false when it did
+// not answer at all (a timeout, a drive gone from its port), which leaves no
+// error in the status block.
 bool DriveAnswered(const StorageDevice& Device);
 
 // After a failed command: when the drive did not answer, logs
 // "ERROR COMMUNICATION_FAILURE" and returns true.
 bool NoteSilentDrive(StorageRun& Run, const StorageDevice& Device);
+
+// A drive without a capacity (no 48-bit address feature set) gives the
+// surface tests nothing to aim at: logs "WARNING CANT_PERFORM_TEST" and
+// returns false.
+bool HasCapacity(StorageRun& Run, const StorageDevice& Device);
 
 // Switches SMART on for a drive that supports it with SMART off: logs the
 // disabled state with DisabledFormat ("MESSAGE %s" or "WARNING %s") and

@@ -7,6 +7,7 @@ namespace {
 
 constexpr UINT64 MaxRangeDraw = 0x7FFFFFFF;  // the generator's widest range, 0..2^31-1
 constexpr UINT32 DrawBits = 31;
+constexpr UINT32 MaxRedraws = 64;  // each fails with a chance of one half at most
 
 }  // namespace
 
@@ -28,10 +29,14 @@ VOID SeedRandomFromTime(const DiagCommonProtocol& Common) {
 
 UINT64 RandomUpTo(const DiagCommonProtocol& Common, UINT64 Max) {
   if (Max <= MaxRangeDraw) return (UINT64)(UINT32)Common.RandomRange(0, (INT32)Max);
+  // A high part and 31 low bits; a pair beyond Max is drawn again (at least
+  // half of all pairs fit), so every address is equally likely.
   const UINT64 HighMax = Max >> DrawBits;
-  const UINT64 High = RandomUpTo(Common, HighMax);
-  const UINT64 LowMax = High == HighMax ? Max & MaxRangeDraw : MaxRangeDraw;
-  return High << DrawBits | RandomUpTo(Common, LowMax);
+  for (UINT32 Attempt = 0; Attempt < MaxRedraws; ++Attempt) {
+    const UINT64 Value = RandomUpTo(Common, HighMax) << DrawBits | RandomUpTo(Common, MaxRangeDraw);
+    if (Value <= Max) return Value;
+  }
+  return Max;
 }
 
 }  // namespace tarvik

@@ -14,9 +14,9 @@ UINT32 TimeSeed(const EFI_TIME& Time);
 // Seeds the shared generator from GetTime (a zero time when the clock fails).
 VOID SeedRandomFromTime(const DiagCommonProtocol& Common);
 
-// A number in 0..Max. Up to 0x7FFFFFFF it is one RandomRange(0, Max) draw;
-// beyond, the high part is drawn first and the low 31 bits next, never
-// passing Max.
+// A number in 0..Max, each equally likely. Up to 0x7FFFFFFF it is one
+// RandomRange(0, Max) draw; beyond, draws of the high part and of the low 31
+// bits are combined, never passing Max.
 UINT64 RandomUpTo(const DiagCommonProtocol& Common, UINT64 Max);
 
 }  // namespace tarvik

@@ -37,20 +37,11 @@ bool ReadsBack(StorageRun& Run, StorageDevice& Device, UINT64 Lba, UINT32 Count 
   return false;
 }
 
-// A drive without a capacity (no 48-bit address feature set) gives the seek
-// tests nothing to aim at.
-bool HasCapacity(StorageRun& Run, const StorageDevice& Device) {
-  if (Device.Info->TotalSectors != 0) return true;
-  Run.LogKey(LineWarning, KeyCantPerformTest);
-  Run.ReportProgress(100);
-  return false;
-}
-
 }  // namespace
 
 UINT64 RandomSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
-  if (!HasCapacity(Run, Device)) return TEST_RESULT_NOT_SUPPORTED;
+  if (!HasCapacity(Run, Device)) return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
   SeedRandomFromTime(Common);
   const UINT64 LastLba = Device.Info->TotalSectors - 1;
   for (UINT64 Read = 0; Read < RandomSeekReads; ++Read) {
@@ -64,7 +55,7 @@ UINT64 RandomSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonPr
 
 UINT64 FunnelSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
-  if (!HasCapacity(Run, Device)) return TEST_RESULT_NOT_SUPPORTED;
+  if (!HasCapacity(Run, Device)) return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
   SeedRandomFromTime(Common);
   const UINT64 Total = Device.Info->TotalSectors;
   if (!ReadsBack(Run, Device, 0, Total < FunnelLeadSectors ? (UINT32)Total : FunnelLeadSectors)) return TEST_RESULT_FAILED;

@@ -60,7 +60,7 @@ INT16 PageCount(StorageDevice& Device, DriveLog Log, bool& Silent) {
 // Adds the LBAs of every entry of every page, while the run goes on.
 UINT64 CollectEntries(StorageRun& Run, const StorageDevice& Device, DriveLog Log, const UINT8* Pages, UINT64 PageCount,
                       LbaList& List) {
-  const UINT64 LastLba = Device.Info->TotalSectors - 1;
+  const UINT64 Sectors = Device.Info->TotalSectors;
   for (UINT64 Page = 0; Page < PageCount && Run.KeepRunning(); ++Page) {
     gBS->Stall(LogPageStallMicroseconds);
     const UINT8* Bytes = Pages + Page * DriveLogPageBytes;
@@ -68,20 +68,18 @@ UINT64 CollectEntries(StorageRun& Run, const StorageDevice& Device, DriveLog Log
       UINT64 Lbas[MaxLbasPerLogEntry];
       const UINTN Count = LogEntryLbas(Log, Bytes, DriveLogPageBytes, Entry, Lbas);
       for (UINTN K = 0; K < Count; ++K)
-        if (Lbas[K] <= LastLba && EFI_ERROR(List.Add(Lbas[K]))) return ATA_COMMAND_FAILED;
+        if (Lbas[K] < Sectors && EFI_ERROR(List.Add(Lbas[K]))) return ATA_COMMAND_FAILED;
     }
   }
   return EFI_SUCCESS;
 }
-
-bool ReaderFailed(UINT64 Status) { return !CommandSucceeded(Status); }
 
 // Reads the sectors around each candidate, newest candidate first, adding
 // those that do not read to Errors and counting the failed reads. False when
 // the drive stopped answering.
 bool ReadAroundCandidates(StorageRun& Run, StorageDevice& Device, LbaList& Candidates, LbaList& Errors,
                           UINT64& FailedReads) {
-  const UINT64 LastLba = Device.Info->TotalSectors - 1;
+  const UINT64 Sectors = Device.Info->TotalSectors;
   const UINT64 CandidateCount = Candidates.Count();
   UINT64 ErrorCount = 0;
   for (UINT64 Done = 0; !Candidates.Empty() && Run.KeepRunning(); ++Done) {
@@ -89,7 +87,7 @@ bool ReadAroundCandidates(StorageRun& Run, StorageDevice& Device, LbaList& Candi
     // A candidate below 31 has no range: its window would start before LBA 0.
     for (UINT64 Offset = 0; Candidate >= SectorsBeforeCandidate && Offset < SectorsAroundCandidate; ++Offset) {
       const UINT64 Lba = Candidate - SectorsBeforeCandidate + Offset;
-      if (Lba > LastLba || !Run.KeepRunning()) break;
+      if (Lba >= Sectors || !Run.KeepRunning()) break;
       if (!EFI_ERROR(AtaReadVerify(&Device, Lba, 1))) continue;
       if (!DriveAnswered(Device)) return false;
       ++FailedReads;
@@ -129,6 +127,7 @@ UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
     Run.LogKey(LineWarning, KeySmartNotSupported);
     return TEST_RESULT_NOT_SUPPORTED;
   }
+  if (!HasCapacity(Run, Device)) return TEST_RESULT_NOT_SUPPORTED;
   if (!EnableSmartIfNeeded(Run, Device, LineWarning))
     return DriveAnswered(Device) ? TEST_RESULT_PLATFORM_ERROR : TEST_RESULT_FAILED;
 
@@ -142,7 +141,7 @@ UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
       Run.ReportProgress(100);
       return TEST_RESULT_FAILED;
     }
-    if (ReaderFailed(Status)) ++FailedReaders;
+    if (!CommandSucceeded(Status)) ++FailedReaders;
   }
   Run.ReportProgress(CollectedPercent);
   if (!Run.KeepRunning()) {

@@ -49,29 +49,25 @@ TEST(RandomLba, NarrowRangesAreOneDrawOfTheGenerator) {
 
 TEST(RandomLba, WideRangesReachTheirWholeSpanAndNeverPassTheEnd) {
   const tarvik::DiagCommonProtocol common = generator();
-  struct Case {
-    UINT64 max;
-    UINT64 must_exceed;  // some draw lies beyond this
-  };
   // 2^31 sectors (the first size the generator cannot name), a 2 TiB drive
   // (2^32 sectors, whose size does not fit 32 bits), 2^48 sectors, and the
   // widest value IDENTIFY can claim.
-  for (const Case& c : {Case{0x7FFFFFFF + 1ull, 0x7FFFFFFF - 1000ull}, Case{(1ull << 32) - 1, 0xF0000000ull},
-                        Case{(1ull << 48) - 1, 0xF00000000000ull}, Case{UINT64_MAX, 0xF000000000000000ull}}) {
+  for (UINT64 max : {UINT64{0x80000000}, UINT64{0xFFFFFFFF}, (UINT64{1} << 48) - 1, UINT64{UINT64_MAX}}) {
     tarvik::RandomInit(2024);
     UINT64 highest = 0;
     for (int i = 0; i < 20000; ++i) {
-      const UINT64 v = tarvik::RandomUpTo(common, c.max);
-      ASSERT_LE(v, c.max);
+      const UINT64 v = tarvik::RandomUpTo(common, max);
+      ASSERT_LE(v, max);
       highest = std::max(highest, v);
     }
-    EXPECT_GT(highest, c.must_exceed) << c.max;
+    EXPECT_GT(highest, max - max / 500) << max;
   }
-  // The last address is reachable when the high part hits its top.
-  tarvik::RandomInit(1);
-  bool top_seen = false;
-  for (int i = 0; i < 200 && !top_seen; ++i) top_seen = tarvik::RandomUpTo(common, 0x80000000ull) == 0x80000000ull;
-  EXPECT_TRUE(top_seen);
+  // Every address is as likely as any other, also when the range's top
+  // 31-bit block is nearly empty (here 2^32 + 5 addresses).
+  tarvik::RandomInit(5);
+  int upper_half = 0;
+  for (int i = 0; i < 20000; ++i) upper_half += tarvik::RandomUpTo(common, (1ull << 32) + 4) > (1ull << 31) + 2;
+  EXPECT_NEAR(upper_half, 10000, 400);
 }
 
 }  // namespace

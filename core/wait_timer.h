@@ -1,19 +1,20 @@
-// Owner of a periodic timer event that a flow waits on between polls of a
-// device: created without a notification function, closed on every path.
+// Owner of a periodic timer that a flow waits on between polls of a device
+// (WaitForEvent): an event without a notification function, closed on every
+// path.
 #pragma once
 
 #include "core/globals.h"
 
 namespace tarvik {
 
-class TimerEvent {
+class WaitTimer {
  public:
-  TimerEvent() = default;
-  ~TimerEvent() {
+  WaitTimer() = default;
+  ~WaitTimer() {
     if (Event_ != nullptr) gBS->CloseEvent(Event_);
   }
-  TimerEvent(const TimerEvent&) = delete;
-  TimerEvent& operator=(const TimerEvent&) = delete;
+  WaitTimer(const WaitTimer&) = delete;
+  WaitTimer& operator=(const WaitTimer&) = delete;
 
   // Creates the event at TPL_NOTIFY and starts it, one tick every Period
   // (units of 100 ns).
