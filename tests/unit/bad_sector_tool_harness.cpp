@@ -158,16 +158,4 @@ std::u16string repair_pattern() {
   return pattern;
 }
 
-hostfw::DriveInfo rotating_drive(uint16_t port, uint64_t sectors, std::vector<hostfw::BadSectorRange> bad) {
-  hostfw::DriveInfo drive;
-  drive.port = port;
-  drive.model = "ST500TV100-1AB234";
-  drive.serial = "ZA1" + std::to_string(port) + "BCDE";
-  drive.firmware = "0001";
-  drive.sectors = sectors;
-  drive.rotation_rpm = 7200;
-  drive.bad_sectors = std::move(bad);
-  return drive;
-}
-
 }  // namespace testing_support

@@ -85,7 +85,4 @@ inline constexpr EFI_STATUS kNo = EFI_ABORTED;
 // and the terminator.
 std::u16string repair_pattern();
 
-// A rotating drive of the simulated machine.
-hostfw::DriveInfo rotating_drive(uint16_t port, uint64_t sectors, std::vector<hostfw::BadSectorRange> bad = {});
-
 }  // namespace testing_support

@@ -13,12 +13,12 @@
 #include "log/log_protocol.h"
 #include "storage/drive_discovery.h"
 #include "tests/unit/bad_sector_tool_harness.h"
+#include "tests/unit/storage_algorithm_bench.h"
 
 namespace {
 
 using testing_support::AtaCommand;
 using testing_support::CommandWatch;
-using testing_support::rotating_drive;
 using testing_support::TestMachine;
 using testing_support::ToolBench;
 using testing_support::ToolScreen;
@@ -56,7 +56,7 @@ class BadSectorsTool : public ::testing::Test {
 };
 
 TEST_F(BadSectorsTool, A28BitDriveIsVerified16SectorsAtATimeAndTheScanGoesOnRightAfterABadSector) {
-  start({rotating_drive(1, 4096, {{1000, 1000}})});
+  start({storage_bench::drive(1, 4096, {{1000, 1000}})});
   ToolScreen screen;
   EXPECT_EQ(bench->run(kCheck, screen), 1001u);
   EXPECT_EQ(screen.boxes, (std::vector<std::pair<int, std::string>>{
@@ -77,7 +77,7 @@ TEST_F(BadSectorsTool, A28BitDriveIsVerified16SectorsAtATimeAndTheScanGoesOnRigh
 
 TEST_F(BadSectorsTool, A48BitDriveIsVerified65536SectorsAtATimeAndItsFailingSectorReadInFull) {
   const uint64_t bad = 0x123456789, sectors = 0x123460000;
-  start({rotating_drive(1, sectors, {{bad, bad}})});
+  start({storage_bench::drive(1, sectors, {{bad, bad}})});
   ToolScreen screen;
   EXPECT_EQ(bench->run(kCheck, screen), 1001u);
   EXPECT_EQ(screen.lines, (Lines{"Error #001 in sector 4886718345", "# Bad sectors found =\t 1 #"}));
@@ -91,7 +91,7 @@ TEST_F(BadSectorsTool, A48BitDriveIsVerified65536SectorsAtATimeAndItsFailingSect
 }
 
 TEST_F(BadSectorsTool, RecoveryRewritesEachBadSectorNewestFirstWithThePatternAndNothingElse) {
-  start({rotating_drive(1, 4096, {{1000, 1000}, {2000, 2001}})});
+  start({storage_bench::drive(1, 4096, {{1000, 1000}, {2000, 2001}})});
   ToolScreen screen;
   EXPECT_EQ(bench->run(kRecover, screen), 1000u);
   ASSERT_EQ(screen.boxes.size(), 3u);
@@ -125,7 +125,7 @@ TEST_F(BadSectorsTool, RecoveryRewritesEachBadSectorNewestFirstWithThePatternAnd
 }
 
 TEST_F(BadSectorsTool, DecliningTheRecoveryLeavesTheDriveUntouched) {
-  start({rotating_drive(1, 4096, {{1000, 1000}})});
+  start({storage_bench::drive(1, 4096, {{1000, 1000}})});
   ToolScreen screen;
   screen.answers = {EFI_SUCCESS, EFI_SUCCESS, kNo};
   EXPECT_EQ(bench->run(kRecover, screen, 0, false), 1003u);
@@ -136,8 +136,7 @@ TEST_F(BadSectorsTool, DecliningTheRecoveryLeavesTheDriveUntouched) {
 }
 
 TEST_F(BadSectorsTool, AFailingDriveIsWarnedAboutFirstAndARefusalEndsTheRun) {
-  hostfw::DriveInfo failing = rotating_drive(1, 4096, {{1000, 1000}});
-  failing.smart_failing = true;
+  hostfw::DriveInfo failing = storage_bench::drive(1, 4096, {{1000, 1000}}, true);
   failing.smart_enabled = false;
   start({failing});
   const std::string warning =
@@ -161,7 +160,7 @@ TEST_F(BadSectorsTool, AFailingDriveIsWarnedAboutFirstAndARefusalEndsTheRun) {
 }
 
 TEST_F(BadSectorsTool, WriteUncorrectableHasNoNameButMarksFiveSectorsThroughIndex2) {
-  start({rotating_drive(1, 4096)});
+  start({storage_bench::drive(1, 4096)});
   CHAR16* name = nullptr;
   EXPECT_EQ(bench->tool->GetAlgorithmName(nullptr, 2, &name), EFI_ABORTED);
   EXPECT_EQ(bench->tool->GetAlgorithmCount(nullptr), 2u);
@@ -186,7 +185,7 @@ TEST_F(BadSectorsTool, WriteUncorrectableHasNoNameButMarksFiveSectorsThroughInde
 }
 
 TEST_F(BadSectorsTool, CancellingStopsTheScanAtOnceAndNothingIsRepaired) {
-  start({rotating_drive(1, 4096, {{100, 100}})});
+  start({storage_bench::drive(1, 4096, {{100, 100}})});
   ToolScreen screen;
   screen.on_progress = [&](UINT64 percent) {
     if (percent >= 50) bench->tool->CancelTool(nullptr);
@@ -201,12 +200,12 @@ TEST_F(BadSectorsTool, CancellingStopsTheScanAtOnceAndNothingIsRepaired) {
 }
 
 TEST_F(BadSectorsTool, OnlyRotatingDrivesAreOfferedWithTheirRowsNamesAndTheSectorsBeingVerified) {
-  hostfw::DriveInfo ssd = rotating_drive(0, 4096);
+  hostfw::DriveInfo ssd = storage_bench::drive(0, 4096);
   ssd.rotation_rpm = 1;
-  start({ssd, rotating_drive(1, 2097152)});
+  start({ssd, storage_bench::drive(1, 2097152)});
   auto& tool = *bench->tool;
   EXPECT_EQ(tool.GetDeviceCount(nullptr), 1u);
-  EXPECT_EQ(bench->row(0), (std::pair<std::string, std::string>{"Device 0: SEAGATE ST500TV100-1AB234", ""}));
+  EXPECT_EQ(bench->row(0), (std::pair<std::string, std::string>{"Device 0: Bench BX-1", ""}));
   EXPECT_EQ(bench->row(1), (std::pair<std::string, std::string>{"Size:", "1 GB"}));
   EXPECT_EQ(bench->row(2), (std::pair<std::string, std::string>{"Total sectors:", "2097152"}));
   EXPECT_EQ(bench->row(3), (std::pair<std::string, std::string>{"Testing sectors:", "0 - 0"}));
@@ -219,7 +218,7 @@ TEST_F(BadSectorsTool, OnlyRotatingDrivesAreOfferedWithTheirRowsNamesAndTheSecto
   EXPECT_EQ(tool.GetRunInfoRowCount(nullptr), 4u);
 
   EXPECT_EQ(tool.GetDeviceName(nullptr, 0, &label), EFI_SUCCESS);
-  EXPECT_EQ(testing_support::utf8(label), "ST500TV100-1AB234");
+  EXPECT_EQ(testing_support::utf8(label), "BX-1");
   tarvik::gBS->FreePool(label);
   EXPECT_EQ(tool.GetDeviceName(nullptr, 1, &label), EFI_INVALID_PARAMETER);
   EXPECT_EQ(tool.GetResultText(nullptr, 1001, &label), EFI_SUCCESS);
@@ -245,7 +244,7 @@ TEST_F(BadSectorsTool, OnlyRotatingDrivesAreOfferedWithTheirRowsNamesAndTheSecto
 }
 
 TEST_F(BadSectorsTool, TheRecoveryLogFramesTheToolsLinesWithItsDriveAndOperation) {
-  start({rotating_drive(1, 4096, {{1000, 1000}})});
+  start({storage_bench::drive(1, 4096, {{1000, 1000}})});
   ToolScreen screen;
   ASSERT_EQ(bench->run(kRecover, screen), 1000u);
   std::vector<CHAR16*> lines;
@@ -264,14 +263,14 @@ TEST_F(BadSectorsTool, TheRecoveryLogFramesTheToolsLinesWithItsDriveAndOperation
   }
   log->FreeLog();
   EXPECT_EQ(logged, (Lines{"+++ 20261123T090807UTC RECOVER", "Operation: Check and recover bad sectors",
-                           "Device 0: SEAGATE ST500TV100-1AB234 ", "Size: 0 GB", "Error #001 in sector 1000",
+                           "Device 0: Bench BX-1 ", "Size: 0 GB", "Error #001 in sector 1000",
                            "# Bad sectors found =\t = 1 #", "Trying to repair the sector 1000",
                            "Corrected sector 1000", "# Bad sectors found =\t 1 #", "# Bad sectors recovered: 1 #",
                            "--- 20261123T091000UTC RECOVER"}));
 }
 
 TEST_F(BadSectorsTool, APublicationThatFailsLeavesNothingOfTheToolBehind) {
-  machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) { p.drives = {rotating_drive(1, 4096)}; });
+  machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) { p.drives = {storage_bench::drive(1, 4096)}; });
   bench = std::make_unique<ToolBench>(*machine);
   ASSERT_TRUE(bench->start(false));
   const auto publish = [&] {
