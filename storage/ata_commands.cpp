@@ -139,6 +139,13 @@ UINT64 SendGroupB(StorageDevice* Device, const CommandRegisters& R, const Packet
 
 bool UsesLba48(const StorageDevice* Device) { return Device->Info != nullptr && Device->Info->Lba48 != 0; }
 
+// Whether Count sectors from Lba lie within what the command form addresses.
+bool RangeFits(UINT64 Lba, UINT32 Count, bool Form48) {
+  const UINT64 Last = Form48 ? ata::MaxLba48 : ata::MaxLba28;
+  const UINT32 MaxCount = Form48 ? ata::MaxCount48 : ata::MaxCount28;
+  return Count != 0 && Count <= MaxCount && Lba <= Last && Count - 1 <= Last - Lba;
+}
+
 }  // namespace
 
 EFIAPI EFI_STATUS AtaIdentifyDevice(StorageDevice* Device, UINT16 Port, UINT16 PortMultiplierPort,
@@ -155,8 +162,7 @@ EFIAPI EFI_STATUS AtaIdentifyDevice(StorageDevice* Device, UINT16 Port, UINT16 P
 
 EFIAPI EFI_STATUS AtaReadVerify(StorageDevice* Device, UINT64 Lba, UINT32 Count) {
   const bool Form48 = UsesLba48(Device);
-  if (Count == 0 || Count > ata::MaxCount48) return EFI_INVALID_PARAMETER;
-  if (!Form48 && (Count > ata::MaxCount28 || Lba + Count - 1 > ata::MaxLba28)) return EFI_INVALID_PARAMETER;
+  if (!RangeFits(Lba, Count, Form48)) return EFI_INVALID_PARAMETER;
   const CommandRegisters R =
       LbaRegisters(Form48 ? ata::CmdReadVerifySectorsExt : ata::CmdReadVerifySectors, Lba, Count, Form48);
   return SendGroupA(Device, R,
@@ -166,7 +172,7 @@ EFIAPI EFI_STATUS AtaReadVerify(StorageDevice* Device, UINT64 Lba, UINT32 Count)
 
 EFIAPI EFI_STATUS AtaWriteSector(StorageDevice* Device, UINT64 Lba, VOID* Buffer, UINT32 Length) {
   const bool Form48 = UsesLba48(Device);
-  if (!Form48 && Lba > ata::MaxLba28) return EFI_INVALID_PARAMETER;
+  if (!RangeFits(Lba, 1, Form48)) return EFI_INVALID_PARAMETER;
   const CommandRegisters R = LbaRegisters(Form48 ? ata::CmdWriteSectorsExt : ata::CmdWriteSectors, Lba, 1, Form48);
   return SendGroupA(Device, R,
                     {EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_OUT, EFI_ATA_PASS_THRU_LENGTH_BYTES, AtaDefaultTimeout},
@@ -174,6 +180,7 @@ EFIAPI EFI_STATUS AtaWriteSector(StorageDevice* Device, UINT64 Lba, VOID* Buffer
 }
 
 EFIAPI EFI_STATUS AtaWriteUncorrectable(StorageDevice* Device, UINT64 Lba) {
+  if (!RangeFits(Lba, 1, true)) return EFI_INVALID_PARAMETER;
   CommandRegisters R = LbaRegisters(ata::CmdWriteUncorrectableExt, Lba, 1, true);
   R.Features = ata::WriteUncorrectablePseudoLogged;
   return SendGroupA(Device, R,

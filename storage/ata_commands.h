@@ -34,10 +34,11 @@ inline constexpr UINT64 SmartReadDataTimeout = 40 * AtaTimeoutUnitsPerSecond;
 EFIAPI EFI_STATUS AtaIdentifyDevice(StorageDevice* Device, UINT16 Port, UINT16 PortMultiplierPort,
                                     UINT64 TimeoutSeconds);
 
-// READ VERIFY SECTORS (EXT) of Count sectors (1 to 65536) from Lba; nothing is
-// transferred. The 48-bit form when the drive's Lba48 is set, else the 28-bit
-// form, which reaches LBAs up to 0x0FFFFFFF and at most 256 sectors:
-// anything else is refused with EFI_INVALID_PARAMETER without a command.
+// READ VERIFY SECTORS (EXT) of Count sectors from Lba; nothing is
+// transferred. The 48-bit form (up to 65536 sectors) when the drive's Lba48
+// is set, else the 28-bit form, which reaches LBAs up to 0x0FFFFFFF and at
+// most 256 sectors. A range the form cannot address is refused with
+// EFI_INVALID_PARAMETER without a command, as are the writes below.
 EFIAPI EFI_STATUS AtaReadVerify(StorageDevice* Device, UINT64 Lba, UINT32 Count);
 
 // WRITE SECTORS (EXT) of one sector at Lba from Buffer (Length bytes, an I/O

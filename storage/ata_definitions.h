@@ -58,8 +58,9 @@ inline constexpr UINT8 ErrorUncorrectable = 0x40;
 // Device register: LBA addressing, bit 4 selects the device.
 inline constexpr UINT8 DeviceLbaMode = 0xE0;
 
-// Largest LBA and sector count of the 28-bit command forms.
+// Largest LBA and sector count of the 28- and 48-bit command forms.
 inline constexpr UINT64 MaxLba28 = 0x0FFFFFFF;
+inline constexpr UINT64 MaxLba48 = 0xFFFFFFFFFFFF;
 inline constexpr UINT32 MaxCount28 = 256;
 inline constexpr UINT32 MaxCount48 = 65536;
 

@@ -158,7 +158,7 @@ TEST_F(AtaCommands, EveryCommandCarriesItsRegistersProtocolLengthTimeoutAndBuffe
   }
 }
 
-TEST_F(AtaCommands, ReadsTheTwentyEightBitFormCannotAddressAreRefusedWithoutACommand) {
+TEST_F(AtaCommands, RangesTheCommandFormCannotAddressAreRefusedWithoutACommand) {
   info.Lba48 = 0;
   EXPECT_EQ(AtaReadVerify(&device, 0x0FFFFFFF, 2), EFI_INVALID_PARAMETER) << "runs past the last 28-bit LBA";
   EXPECT_EQ(AtaReadVerify(&device, 0, 257), EFI_INVALID_PARAMETER);
@@ -166,6 +166,9 @@ TEST_F(AtaCommands, ReadsTheTwentyEightBitFormCannotAddressAreRefusedWithoutACom
   info.Lba48 = 1;
   EXPECT_EQ(AtaReadVerify(&device, 0, 0), EFI_INVALID_PARAMETER);
   EXPECT_EQ(AtaReadVerify(&device, 0, 65537), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(AtaReadVerify(&device, 0xFFFFFFFFFFFFull, 2), EFI_INVALID_PARAMETER) << "past the last 48-bit LBA";
+  EXPECT_EQ(AtaReadVerify(&device, ~0ull, 2), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(AtaWriteUncorrectable(&device, 1ull << 48), EFI_INVALID_PARAMETER);
   EXPECT_TRUE(fake.packets.empty());
   EXPECT_EQ(AtaReadVerify(&device, 0x0FFFFFFF, 2), EFI_SUCCESS);
 }
