@@ -1,5 +1,6 @@
 #include "app/application_plan.h"
 
+#include "badsector/bad_sectors_tool.h"
 #include "core/diag_common.h"
 #include "core/startup_texts.h"
 #include "log/log_protocol.h"
@@ -14,6 +15,11 @@
 namespace tarvik {
 namespace {
 
+// The storage module publishes the bad-sector tool over its rotating drives.
+EFI_STATUS InstallStorageTestAndTool(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable) {
+  return InstallStorageTest(ImageHandle, SystemTable, PublishBadSectorsTool);
+}
+
 // In this order: each service finds the ones before it by GUID.
 constexpr CoreServiceStep ApplicationCoreServices[] = {
     {InstallDiagCommon, startup_text::CommonFailed},
@@ -27,7 +33,7 @@ constexpr CoreServiceStep ApplicationCoreServices[] = {
 // Registered in this order, which is the order the main screen lists them in.
 constexpr ServiceInstaller ApplicationTestModules[] = {
     InstallMemoryTest,
-    InstallStorageTest,
+    InstallStorageTestAndTool,
 };
 
 }  // namespace

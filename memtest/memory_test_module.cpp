@@ -139,7 +139,7 @@ EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
 }  // namespace
 
 EFI_STATUS InstallMemoryTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  const TestModuleDescriptor<> Module = {
+  const TestModuleDescriptor Module = {
       .Guid = MemoryTestProtocolGuid,
       .Installation = &MemoryTest.Installation,
       .Unload = Unload,

@@ -25,35 +25,7 @@ struct TestModuleInstallation {
   UINT64 StringCount;
 };
 
-// A service a test module publishes after its own record and that stands or
-// falls with it (the storage module's bad-sector tool, published only when a
-// rotating drive exists). Record starts with a ServiceRecordHeader named
-// Header.
-template <typename Record>
-struct CompanionService {
-  EFI_GUID Guid;
-  Record** ModuleRecord;           // the owner's pointer to the record
-  EFI_IMAGE_UNLOAD Unload;         // frees the record and whatever Gather took
-  VOID (*FillOperations)(Record&);
-  // Gathers what the companion serves; *Offer FALSE when there is nothing to
-  // offer (Unload then releases what it took, and the module stays alone).
-  // A failure releases what it took itself, prints
-  // GatherFailureMessage and becomes the installation's status, the module
-  // staying installed without its companion.
-  EFI_STATUS (*Gather)(BOOLEAN* Offer);
-  const CHAR16* GatherFailureMessage;
-  // Printed with the status when the record cannot be installed; the module
-  // is then withdrawn too. A record that cannot be allocated is silent.
-  const CHAR16* InstallFailureFormat;
-};
-
-// The companion type of a module that has none.
-struct NoCompanion {
-  ServiceRecordHeader Header;
-};
-
 // A test module as its installation sees it. The messages take the status.
-template <typename CompanionRecord = NoCompanion>
 struct TestModuleDescriptor {
   EFI_GUID Guid;
   TestModuleInstallation* Installation;
@@ -70,7 +42,12 @@ struct TestModuleDescriptor {
   // Work once the module is installed for good (the memory module reads its
   // SMBIOS modules). Cannot fail.
   VOID (*Complete)() = nullptr;
-  const CompanionService<CompanionRecord>* Companion = nullptr;
+  // A service the module publishes beside its record once that is installed
+  // (the storage module's bad-sector tool). It prints its own messages and
+  // releases what it took when it fails. *Withdraw TRUE on return takes the
+  // module down with it; FALSE leaves the module installed alone. Its status
+  // is the installation's.
+  EFI_STATUS (*PublishCompanion)(EFI_HANDLE ImageHandle, BOOLEAN* Withdraw) = nullptr;
 };
 
 // Frees a string table handed out by the text service and clears it.
@@ -86,8 +63,7 @@ namespace test_module_installer {
 
 // Undoes allocation, the string table and Prepare of a module whose record
 // is not registered.
-template <typename CompanionRecord>
-VOID ReleaseUnregistered(const TestModuleDescriptor<CompanionRecord>& Module) {
+inline VOID ReleaseUnregistered(const TestModuleDescriptor& Module) {
   TestModuleInstallation& State = *Module.Installation;
   if (State.Record != nullptr) gBS->FreePool(State.Record);
   State.Record = nullptr;
@@ -96,57 +72,14 @@ VOID ReleaseUnregistered(const TestModuleDescriptor<CompanionRecord>& Module) {
   if (Module.ReleasePrepared != nullptr) Module.ReleasePrepared();
 }
 
-template <typename CompanionRecord>
-VOID ReleaseRegistered(const TestModuleDescriptor<CompanionRecord>& Module) {
+inline VOID ReleaseRegistered(const TestModuleDescriptor& Module) {
   ReleaseTestModule(*Module.Installation);
   if (Module.ReleasePrepared != nullptr) Module.ReleasePrepared();
 }
 
-// Publishes the companion. Returns the installation's status; *Withdraw is
-// TRUE when the module has to go with a companion that failed.
-template <typename Record>
-EFI_STATUS PublishCompanion(EFI_HANDLE ImageHandle, DiagCommonProtocol& Shared,
-                            const CompanionService<Record>& Service, BOOLEAN* Withdraw) {
-  static_assert(__builtin_offsetof(Record, Header) == 0);
-  *Withdraw = FALSE;
-  BOOLEAN Offer = FALSE;
-  EFI_STATUS Status = Service.Gather(&Offer);
-  if (EFI_ERROR(Status)) {
-    Shared.Print(Service.GatherFailureMessage);
-    return Status;
-  }
-  if (!Offer) {
-    Service.Unload(ImageHandle);  // releases whatever Gather took
-    return EFI_SUCCESS;
-  }
-
-  *Withdraw = TRUE;
-  VOID* Raw = nullptr;
-  Status = gBS->AllocatePool(EfiBootServicesData, sizeof(Record), &Raw);
-  if (EFI_ERROR(Status)) {
-    Service.Unload(ImageHandle);
-    return Status;
-  }
-  *Service.ModuleRecord = static_cast<Record*>(Raw);
-  FillServiceRecord(**Service.ModuleRecord, ImageHandle, Service.Guid, Service.FillOperations);
-
-  EFI_HANDLE Handle = ImageHandle;
-  EFI_GUID Guid = Service.Guid;
-  Status = Shared.InstallProtocol(&Shared, &Handle, &Guid, reinterpret_cast<VOID**>(Service.ModuleRecord),
-                                  Service.Unload);
-  if (EFI_ERROR(Status)) {
-    Shared.Print(Service.InstallFailureFormat, Status);
-    Service.Unload(ImageHandle);
-    return Status;
-  }
-  *Withdraw = FALSE;
-  return EFI_SUCCESS;
-}
-
 }  // namespace test_module_installer
 
-template <typename CompanionRecord>
-EFI_STATUS InstallTestModule(EFI_HANDLE ImageHandle, const TestModuleDescriptor<CompanionRecord>& Module) {
+inline EFI_STATUS InstallTestModule(EFI_HANDLE ImageHandle, const TestModuleDescriptor& Module) {
   using namespace test_module_installer;
   TestModuleInstallation& State = *Module.Installation;
   DiagCommonProtocol* Shared = LocateService<DiagCommonProtocol>(DiagCommonProtocolGuid);
@@ -197,9 +130,9 @@ EFI_STATUS InstallTestModule(EFI_HANDLE ImageHandle, const TestModuleDescriptor<
     return Status;
   }
 
-  if (Module.Companion != nullptr) {
+  if (Module.PublishCompanion != nullptr) {
     BOOLEAN Withdraw = FALSE;
-    Status = PublishCompanion(ImageHandle, *Shared, *Module.Companion, &Withdraw);
+    Status = Module.PublishCompanion(ImageHandle, &Withdraw);
     if (Withdraw) {
       // The record is published: take it off its handle before it is freed.
       WithdrawProtocol(reinterpret_cast<ServiceRecordHeader*>(State.Record));

@@ -7,6 +7,7 @@
 #include "registry/test_module_installer.h"
 #include "storage/storage_device.h"
 #include "storage/storage_run.h"
+#include "storage/storage_test_protocol.h"
 
 namespace tarvik {
 
@@ -14,6 +15,7 @@ struct StorageModule {
   TestModuleInstallation Installation;  // Strings / StringCount: the "Storage" table
   StorageDrives Drives;
   StorageRun Run;  // Running, SmartEnabledByTest, Progress and the two callbacks
+  RotatingDriveToolPublisher PublishTool;  // the bad-sector tool's publication, from start-up
 };
 
 // The module behind This, or null when This is not the installed storage

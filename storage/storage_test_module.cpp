@@ -164,12 +164,24 @@ EFIAPI EFI_STATUS Unload(EFI_HANDLE) {
   return Status;
 }
 
-// The bad-sector tool joins here as the module's companion (.Companion)
-// once it exists: its Gather builds the rotating drives' list
-// (BuildToolDeviceList, "Error in allocate buffer to non Ata Devices\n" when
-// it cannot), it is published only when that list is not empty, and a tool
-// that fails to install withdraws the module with it.
-constexpr TestModuleDescriptor<> StorageDescriptor = {
+// The bad-sector tool, published beside the module when a rotating drive
+// exists. Without memory for the rotating drives' list the module stays
+// alone; a tool that cannot be installed takes the module down with it.
+EFI_STATUS PublishTool(EFI_HANDLE ImageHandle, BOOLEAN* Withdraw) {
+  *Withdraw = FALSE;
+  EFI_STATUS Status = BuildToolDeviceList(&Storage.Drives);
+  if (EFI_ERROR(Status)) {
+    gDiagCommon->Print(u"Error in allocate buffer to non Ata Devices\n");
+    return Status;
+  }
+  if (Storage.PublishTool == nullptr) return EFI_SUCCESS;
+  Status = Storage.PublishTool(ImageHandle, Storage.Drives, Storage.Installation.Strings,
+                               Storage.Installation.StringCount);
+  *Withdraw = EFI_ERROR(Status);
+  return Status;
+}
+
+constexpr TestModuleDescriptor StorageDescriptor = {
     .Guid = StorageTestProtocolGuid,
     .Installation = &Storage.Installation,
     .Unload = Unload,
@@ -179,6 +191,7 @@ constexpr TestModuleDescriptor<> StorageDescriptor = {
     .InstallFailureFormat = u"Fail during Storage Test Protocol installation in Image Handle: %r\n",
     .Prepare = FindDrives,
     .ReleasePrepared = ReleaseDrives,
+    .PublishCompanion = PublishTool,
 };
 
 }  // namespace
@@ -195,7 +208,8 @@ const CHAR16* StorageText(const StorageModule& Module, UINT64 Id) {
   return Installation.Strings[Id];
 }
 
-EFI_STATUS InstallStorageTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
+EFI_STATUS InstallStorageTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*, RotatingDriveToolPublisher PublishTool) {
+  Storage.PublishTool = PublishTool;
   return InstallTestModule(ImageHandle, StorageDescriptor);
 }
 

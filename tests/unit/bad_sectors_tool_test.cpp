@@ -9,7 +9,7 @@
 
 #include "badsector/bad_sectors_tool.h"
 #include "core/locate.h"
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "log/log_protocol.h"
 #include "storage/drive_discovery.h"
 #include "tests/unit/bad_sector_tool_harness.h"
@@ -138,6 +138,7 @@ TEST_F(BadSectorsTool, DecliningTheRecoveryLeavesTheDriveUntouched) {
 TEST_F(BadSectorsTool, AFailingDriveIsWarnedAboutFirstAndARefusalEndsTheRun) {
   hostfw::DriveInfo failing = storage_bench::drive(1, 4096, {{1000, 1000}}, true);
   failing.smart_enabled = false;
+  failing.reallocated_sectors = 1720;  // attribute 5 worn down to below 1.25 times its threshold
   start({failing});
   const std::string warning =
       "Your storage device indicates an imminent failure. You must backup your data and replace your storage "

@@ -12,7 +12,7 @@
 #include "app/application_plan.h"
 #include "core/diag_common.h"
 #include "core/protocol_registry.h"
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "storage/storage_device.h"
 #include "storage/storage_test_protocol.h"
 #include "tests/support/fake_test_module.h"
@@ -126,7 +126,7 @@ class StorageModule : public ::testing::Test {
     records_before = tarvik::InstalledRecordCount();
   }
   EFI_STATUS install() {
-    return tarvik::InstallStorageTest((*machine)->image_handle(), (*machine)->system_table());
+    return tarvik::InstallStorageTest((*machine)->image_handle(), (*machine)->system_table(), nullptr);
   }
   void start(const std::function<void(hostfw::Profile&)>& edit = nullptr) {
     boot(edit);

@@ -90,16 +90,41 @@ struct Stand {
     return tarvik::ReleaseTestModule(installation);
   }
 
-  static EFI_STATUS Gather(BOOLEAN* offered) {
+  // Stands for the bad-sector tool: gathers (a pool buffer), then allocates
+  // and installs its record, releasing all of it on any failure.
+  static EFI_STATUS PublishTool(EFI_HANDLE image, BOOLEAN* withdraw) {
+    *withdraw = FALSE;
     if (EFI_ERROR(gather_status)) {
       events.push_back("gather fails");
+      tarvik::gDiagCommon->Print(u"Error in allocate buffer to non Ata Devices\n");
       return gather_status;
     }
     events.push_back("gather");
     gathered = take_pool();
-    *offered = offer;
+    if (!offer) {
+      UnloadTool(image);
+      return EFI_SUCCESS;
+    }
     if (fail_tool_allocation) fail_next_allocation();
-    return EFI_SUCCESS;
+    VOID* raw = nullptr;
+    EFI_STATUS status = tarvik::gBS->AllocatePool(EfiBootServicesData, sizeof(Tool), &raw);
+    if (EFI_ERROR(status)) {
+      UnloadTool(image);
+      *withdraw = TRUE;
+      return status;
+    }
+    tool = static_cast<Tool*>(raw);
+    tarvik::FillServiceRecord(*tool, image, tarvik::BadSectorsToolProtocolGuid, FillTool);
+    EFI_HANDLE handle = image;
+    EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+    status = tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid,
+                                                  reinterpret_cast<VOID**>(&tool), UnloadTool);
+    if (EFI_ERROR(status)) {
+      tarvik::gDiagCommon->Print(u"Fail during Bad Sectors Tool Protocol installation in Image Handle: %r\n", status);
+      UnloadTool(image);
+      *withdraw = TRUE;
+    }
+    return status;
   }
   static VOID FillTool(Tool& record) { record.Operation = &tool; }
   static EFIAPI EFI_STATUS UnloadTool(EFI_HANDLE) {
@@ -109,16 +134,7 @@ struct Stand {
     return tarvik::ReleaseServiceRecord(tarvik::gBS, tool);
   }
 
-  static constexpr tarvik::CompanionService<Tool> kTool = {
-      .Guid = tarvik::BadSectorsToolProtocolGuid,
-      .ModuleRecord = &tool,
-      .Unload = UnloadTool,
-      .FillOperations = FillTool,
-      .Gather = Gather,
-      .GatherFailureMessage = u"Error in allocate buffer to non Ata Devices\n",
-      .InstallFailureFormat = u"Fail during Bad Sectors Tool Protocol installation in Image Handle: %r\n",
-  };
-  static constexpr tarvik::TestModuleDescriptor<Tool> kModule = {
+  static constexpr tarvik::TestModuleDescriptor kModule = {
       .Guid = kModuleGuid,
       .Installation = &installation,
       .Unload = Unload,
@@ -129,7 +145,7 @@ struct Stand {
       .Prepare = Prepare,
       .ReleasePrepared = ReleasePrepared,
       .Complete = Complete,
-      .Companion = &kTool,
+      .PublishCompanion = PublishTool,
   };
 };
 

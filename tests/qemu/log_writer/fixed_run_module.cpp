@@ -73,7 +73,7 @@ VOID FillOperations(TestModuleProtocol& Record) {
 }  // namespace
 
 EFI_STATUS InstallFixedRunModule(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  const tarvik::TestModuleDescriptor<> Module = {
+  const tarvik::TestModuleDescriptor Module = {
       .Guid = EFI_GUID{0x7E570A11, 0x106F, 0x4E57, {0x90, 0x0D, 0x10, 0x67, 0x57, 0x41, 0x56, 0x45}},
       .Installation = &Installation,
       .Unload = Unload,
