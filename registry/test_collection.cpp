@@ -7,61 +7,64 @@
 namespace tarvik {
 namespace {
 
-constinit TestCollectionProtocol* CollectionRecord = nullptr;
-
-// The module table, created on first use.
-constinit TestModuleProtocol** Modules = nullptr;
-constinit UINT64 ModuleCount = 0;
-constinit BOOLEAN Initialised = FALSE;
+// The registry's state: its published record and the module table, which is
+// created on first use.
+struct TestRegistry {
+  TestCollectionProtocol* Record;
+  TestModuleProtocol** Modules;
+  UINT64 ModuleCount;
+  BOOLEAN Initialised;
+};
+constinit TestRegistry Registry = {};
 
 EFI_STATUS InitialiseTable() {
-  if (Initialised) return EFI_SUCCESS;
+  if (Registry.Initialised) return EFI_SUCCESS;
   PoolPtr<TestModuleProtocol*> Table;
   EFI_STATUS Status = Table.Allocate(TestCollectionCapacity * sizeof(TestModuleProtocol*));
   if (EFI_ERROR(Status)) return Status;
   for (UINT64 I = 0; I < TestCollectionCapacity; ++I) Table.get()[I] = nullptr;
-  Modules = Table.release();
-  ModuleCount = 0;
-  Initialised = TRUE;
+  Registry.Modules = Table.release();
+  Registry.ModuleCount = 0;
+  Registry.Initialised = TRUE;
   return EFI_SUCCESS;
 }
 
-EFIAPI UINT64 GetTestCount() { return ModuleCount; }
+EFIAPI UINT64 GetTestCount() { return Registry.ModuleCount; }
 
 // Each operation initialises first but goes on whatever that answers: an
 // uninitialised registry has a count of 0 and refuses everything by it.
 EFIAPI EFI_STATUS GetTest(UINT64 Index, TestModuleProtocol** Module) {
   InitialiseTable();
-  if (Index >= ModuleCount) return EFI_INVALID_PARAMETER;
+  if (Index >= Registry.ModuleCount) return EFI_INVALID_PARAMETER;
   if (Module == nullptr) return EFI_ABORTED;
-  *Module = Modules[Index];
+  *Module = Registry.Modules[Index];
   return EFI_SUCCESS;
 }
 
 EFIAPI EFI_STATUS AddTest(TestModuleProtocol* Module) {
   InitialiseTable();
   if (Module == nullptr) return EFI_INVALID_PARAMETER;
-  if (!Initialised || ModuleCount == TestCollectionCapacity) return EFI_VOLUME_FULL;
-  Modules[ModuleCount++] = Module;
+  if (!Registry.Initialised || Registry.ModuleCount == TestCollectionCapacity) return EFI_VOLUME_FULL;
+  Registry.Modules[Registry.ModuleCount++] = Module;
   return EFI_SUCCESS;
 }
 
 EFIAPI EFI_STATUS RemoveLastTest(TestModuleProtocol** Module) {
   InitialiseTable();
-  if (ModuleCount == 0) return EFI_NOT_FOUND;
-  --ModuleCount;
-  TestModuleProtocol* Last = Modules[ModuleCount];
-  Modules[ModuleCount] = nullptr;
+  if (Registry.ModuleCount == 0) return EFI_NOT_FOUND;
+  --Registry.ModuleCount;
+  TestModuleProtocol* Last = Registry.Modules[Registry.ModuleCount];
+  Registry.Modules[Registry.ModuleCount] = nullptr;
   if (Module != nullptr) *Module = Last;
   return EFI_SUCCESS;
 }
 
 EFIAPI EFI_STATUS UnloadTestCollection(EFI_HANDLE) {
-  if (Modules != nullptr) gBS->FreePool(Modules);
-  Modules = nullptr;
-  ModuleCount = 0;
-  Initialised = FALSE;
-  return ReleaseServiceRecord(gBS, CollectionRecord);
+  if (Registry.Modules != nullptr) gBS->FreePool(Registry.Modules);
+  Registry.Modules = nullptr;
+  Registry.ModuleCount = 0;
+  Registry.Initialised = FALSE;
+  return ReleaseServiceRecord(gBS, Registry.Record);
 }
 
 VOID FillOperations(TestCollectionProtocol& Record) {
@@ -77,7 +80,7 @@ EFI_STATUS InstallTestCollection(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* Syste
   ServiceDescriptor<TestCollectionProtocol> Service = {
       .Guid = TestCollectionProtocolGuid,
       .Name = u"Test Collection Protocol",
-      .ModuleRecord = &CollectionRecord,
+      .ModuleRecord = &Registry.Record,
       .Unload = UnloadTestCollection,
       .FillOperations = FillOperations,
       .Prepare = [](EFI_SYSTEM_TABLE*) { return InitialiseTable(); },
