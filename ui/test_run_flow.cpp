@@ -130,8 +130,13 @@ bool RunPairs(TestRun& Run, RunTimers& Timers, UINT64& TimeIndex, UINT64& Durati
       ++TimeIndex;
       DrawTestResults(Run, ResultsMode::Update, nullptr, D);
 
+      // An ESC read while the pair was being drawn would be lost once the
+      // module sets its running flag again: such a pair ends canceled
+      // without being started.
       const UINT64 Result =
-          Module->RunTest(Module, A, static_cast<UINT8>(D), TestProgressCallback, TestMessageCallback);
+          Run.TestRunning == 0
+              ? TEST_RESULT_CANCELED
+              : Module->RunTest(Module, A, static_cast<UINT8>(D), TestProgressCallback, TestMessageCallback);
       if (Result == TEST_RESULT_PASSED || Result == TEST_RESULT_FAILED || Result == TEST_RESULT_NOT_SUPPORTED) {
         Record.SetState(D, A,
                         Result == TEST_RESULT_PASSED   ? QueueState::Passed
