@@ -1,0 +1,86 @@
+#include "badsector/sector_repair.h"
+
+#include "badsector/repair_pattern.h"
+#include "badsector/surface_scan.h"
+#include "core/raised_tpl.h"
+#include "registry/test_module_protocol.h"
+#include "storage/ata_commands.h"
+#include "storage/io_pages.h"
+#include "storage/lba_list.h"
+
+namespace tarvik {
+namespace {
+
+struct RepairTally {
+  UINT64 Repaired;
+  UINT64 Remaining;  // sectors still unreadable after the repair
+};
+
+// Rewrites the sectors of BadList, newest first, one sector per command, and
+// empties the list. Nothing but these sectors is written: they are the ones
+// this run's scan found uncorrectable.
+VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadList, RepairTally& Tally) {
+  ToolRun& Run = Tool.Run;
+  const UINT32 SectorBytes = Device.Info->LogicalSectorSize;
+  IoPages Sector(&Device, SectorBytes);
+  if (!Sector) {
+    ToolLine(Run, ToolLineChars, u"Cannot allocate the sector buffer (%r): nothing was written.",
+             EFI_OUT_OF_RESOURCES);
+    Tally.Remaining += BadList.Count();
+    return;
+  }
+  FillRepairPattern(static_cast<UINT8*>(Sector.get()), SectorBytes);
+
+  // No key poll, spinner or clock may run between a write and its check.
+  RaisedTpl Notify(TPL_NOTIFY);
+  for (; !BadList.Empty() && Run.Running(); BadList.PopFront()) {
+    const UINT64 Lba = BadList.Front();
+    ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::TryingToRepair), Lba);
+    const bool Written = AtaWriteSector(&Device, Lba, Sector.get(), SectorBytes) == EFI_SUCCESS;
+    const bool Readable = Written && AtaReadVerify(&Device, Lba, 1) == EFI_SUCCESS;
+    if (Readable) {
+      ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::CorrectedSector), Lba);
+      ++Tally.Repaired;
+    } else {
+      ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba,
+               Tool.Text(Written ? tool_text::CannotBeRecovered : tool_text::CannotBeWritten));
+      ++Tally.Remaining;
+    }
+  }
+}
+
+VOID LogSummary(BadSectorsTool& Tool, UINT64 Bad, const RepairTally& Tally) {
+  ToolRun& Run = Tool.Run;
+  if (Bad > 0) ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::BadSectorsFound), static_cast<UINT32>(Bad));
+  if (Tally.Repaired > 0)
+    ToolLine(Run, ToolLineChars, u"# %s %d #", Tool.Text(tool_text::SectorsRecovered), static_cast<UINT32>(Tally.Repaired));
+  if (Tally.Remaining > 0)
+    ToolLine(Run, ToolLineChars, u"# %d %s #", static_cast<UINT32>(Tally.Remaining), Tool.Text(tool_text::SectorsRemain));
+  if (!Run.Running()) ToolLine(Run, ToolLineChars, u"%s", Tool.Text(tool_text::CanceledByUser));
+}
+
+}  // namespace
+
+UINT64 CheckAndRecoverBadSectors(BadSectorsTool& Tool, StorageDevice& Device) {
+  ToolRun& Run = Tool.Run;
+  LbaList BadList;
+  const ScanOutcome Scan = SurfaceScan(Tool, Device, &BadList);
+  RepairTally Tally{0, 0};
+  if (Run.Running() && Scan.Bad > 0) {
+    if (!Run.Ask(Tool.Text(tool_text::AttemptRecovery), ToolMessageKind::Question)) {
+      Run.Cancel();
+    } else {
+      ToolLine(Run, ToolLineChars, u"# %s = %d #", Tool.Text(tool_text::BadSectorsFound), static_cast<UINT32>(Scan.Bad));
+      // Sectors the list had no room for are as bad as the others.
+      Tally.Remaining = Scan.Unlisted;
+      RepairBadSectors(Tool, Device, BadList, Tally);
+    }
+  } else if (Run.Running()) {
+    ToolLine(Run, ToolLineChars, u"# %s #", Tool.Text(tool_text::NoBadSectorFound));
+  }
+  LogSummary(Tool, Scan.Bad, Tally);
+  if (!Run.Running()) return TEST_RESULT_CANCELED;
+  return Tally.Remaining == 0 ? TEST_RESULT_PASSED : TEST_RESULT_FAILED;
+}
+
+}  // namespace tarvik

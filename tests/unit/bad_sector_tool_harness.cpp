@@ -1,0 +1,161 @@
+#include "tests/unit/bad_sector_tool_harness.h"
+
+#include <gtest/gtest.h>
+
+#include "badsector/bad_sectors_tool.h"
+#include "core/diag_common.h"
+#include "core/locate.h"
+#include "core/startup.h"
+#include "storage/drive_discovery.h"
+#include "text/language_protocol.h"
+
+namespace testing_support {
+namespace {
+
+ToolScreen* current_screen = nullptr;
+CommandWatch* current_watch = nullptr;
+EFI_ATA_PASS_THRU_PASSTHRU watched_pass_thru = nullptr;
+
+EFIAPI EFI_STATUS screen_progress(VOID*, UINT64 percent, UINT64) {
+  current_screen->progress.push_back(percent);
+  if (current_screen->on_progress) current_screen->on_progress(percent);
+  return EFI_SUCCESS;
+}
+
+EFIAPI EFI_STATUS screen_message(VOID*, const CHAR16* text, UINT8 kind, UINT64) {
+  if (kind == 3) {
+    current_screen->lines.push_back(utf8(text));
+    return EFI_SUCCESS;
+  }
+  current_screen->boxes.emplace_back(kind, utf8(text));
+  if (current_screen->answers.empty()) return EFI_SUCCESS;
+  const EFI_STATUS answer = current_screen->answers.front();
+  current_screen->answers.pop_front();
+  return answer;
+}
+
+bool extended(uint8_t code) { return code == 0x42 || code == 0x34 || code == 0x45 || code == 0x2F; }
+
+EFIAPI EFI_STATUS watching_pass_thru(EFI_ATA_PASS_THRU_PROTOCOL* self, UINT16 port, UINT16 multiplier_port,
+                                     EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
+  if (packet != nullptr && packet->Acb != nullptr) {
+    const EFI_ATA_COMMAND_BLOCK& c = *packet->Acb;
+    AtaCommand command;
+    command.code = c.AtaCommand;
+    command.features = c.AtaFeatures;
+    command.lba = c.AtaSectorNumber | c.AtaCylinderLow << 8 | c.AtaCylinderHigh << 16;
+    command.count = c.AtaSectorCount;
+    if (extended(c.AtaCommand)) {
+      command.lba |= uint64_t{c.AtaSectorNumberExp} << 24 | uint64_t{c.AtaCylinderLowExp} << 32 |
+                     uint64_t{c.AtaCylinderHighExp} << 40;
+      command.count |= c.AtaSectorCountExp << 8;
+    } else {
+      command.lba |= uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
+    }
+    if (packet->OutDataBuffer != nullptr) {
+      const auto* bytes = static_cast<const uint8_t*>(packet->OutDataBuffer);
+      command.data.assign(bytes, bytes + packet->OutTransferLength);
+    }
+    current_watch->commands.push_back(std::move(command));
+  }
+  return watched_pass_thru(self, port, multiplier_port, packet, event);
+}
+
+}  // namespace
+
+CommandWatch::CommandWatch(EFI_ATA_PASS_THRU_PROTOCOL* controller)
+    : controller_(controller), original_(controller->PassThru) {
+  current_watch = this;
+  watched_pass_thru = original_;
+  controller_->PassThru = watching_pass_thru;
+}
+
+CommandWatch::~CommandWatch() {
+  controller_->PassThru = original_;
+  current_watch = nullptr;
+}
+
+std::vector<AtaCommand> CommandWatch::of(uint8_t code) const {
+  std::vector<AtaCommand> found;
+  for (const AtaCommand& c : commands)
+    if (c.code == code) found.push_back(c);
+  return found;
+}
+
+std::vector<AtaCommand> CommandWatch::writes() const {
+  std::vector<AtaCommand> found;
+  for (const AtaCommand& c : commands)
+    if (c.code == 0x30 || c.code == 0x34 || c.code == 0x45) found.push_back(c);
+  return found;
+}
+
+bool ToolBench::start(bool publish) {
+  pools_before_ = machine_->memory().outstanding_pools();
+  pages_before_ = machine_->memory().outstanding_pages();
+  started_ = true;
+  for (UINTN i = 0; i < tarvik::ApplicationPlan.CoreServiceCount; ++i)
+    if (tarvik::ApplicationPlan.CoreServices[i].Install(machine_->image_handle(), machine_->system_table()) !=
+        EFI_SUCCESS) {
+      ADD_FAILURE() << "core service " << i;
+      return false;
+    }
+  auto* language = tarvik::LocateService<tarvik::LanguageProtocol>(tarvik::LanguageProtocolGuid);
+  if (language == nullptr || language->GetStringTable(u"Storage", &string_count, &strings) != EFI_SUCCESS) {
+    ADD_FAILURE() << "no Storage texts";
+    return false;
+  }
+  if (tarvik::DiscoverStorageDevices(&drives) != EFI_SUCCESS || tarvik::IdentifyAllDevices(&drives) != EFI_SUCCESS ||
+      tarvik::BuildToolDeviceList(&drives) != EFI_SUCCESS) {
+    ADD_FAILURE() << "drives";
+    return false;
+  }
+  if (!publish) return true;
+  const EFI_STATUS published =
+      tarvik::PublishBadSectorsTool(machine_->image_handle(), drives, strings, string_count);
+  EXPECT_EQ(published, EFI_SUCCESS);
+  tool = tarvik::LocateService<tarvik::BadSectorsToolProtocol>(tarvik::BadSectorsToolProtocolGuid);
+  return published == EFI_SUCCESS && tool != nullptr;
+}
+
+ToolBench::~ToolBench() {
+  if (!started_) return;
+  // Newest first: the tool goes before the drives it points at.
+  if (tarvik::gDiagCommon != nullptr) tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+  tarvik::ReleaseStorageDevices(&drives);
+  if (strings != nullptr) {
+    for (UINT64 i = 0; i < string_count; ++i)
+      if (strings[i] != nullptr) tarvik::gBS->FreePool(strings[i]);
+    tarvik::gBS->FreePool(strings);
+  }
+  tarvik::UninstallDiagCommon();
+  EXPECT_EQ(machine_->memory().outstanding_pools(), pools_before_);
+  EXPECT_EQ(machine_->memory().outstanding_pages(), pages_before_);
+}
+
+UINT64 ToolBench::run(UINT64 operation, ToolScreen& screen, UINT64 device, bool progress) {
+  current_screen = &screen;
+  const UINT64 result =
+      tool->RunTool(nullptr, operation, device, progress ? screen_progress : nullptr, screen_message);
+  current_screen = nullptr;
+  return result;
+}
+
+std::pair<std::string, std::string> ToolBench::row(UINT64 index, UINT64 device) {
+  CHAR16* label = nullptr;
+  CHAR16* value = nullptr;
+  EXPECT_EQ(tool->GetRunInfoRow(nullptr, index, device, &label, &value), EFI_SUCCESS);
+  std::pair<std::string, std::string> texts{utf8(label), utf8(value)};
+  tarvik::gBS->FreePool(label);
+  tarvik::gBS->FreePool(value);
+  return texts;
+}
+
+std::u16string repair_pattern() {
+  std::u16string pattern;
+  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
+  pattern.resize(255);
+  pattern.push_back(0);
+  return pattern;
+}
+
+}  // namespace testing_support

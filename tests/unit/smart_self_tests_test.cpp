@@ -1,0 +1,231 @@
+// The SMART status test and the self-tests against simulated drives: their
+// progress values, log lines and results, a drive with SMART off, without
+// SMART, refusing a test, already testing, failing, going silent, and a stop
+// request that aborts the self-test on the drive.
+#include "storage/smart_self_tests.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "storage/ata_commands.h"
+#include "storage/smart_attributes.h"
+#include "tests/support/fake_ata_pass_thru.h"
+#include "tests/unit/storage_algorithm_bench.h"
+
+namespace {
+
+using storage_bench::Bench;
+using storage_bench::InterposedPassThru;
+using tarvik::SelfTestKind;
+using Lines = std::vector<std::string>;
+using Percents = std::vector<uint64_t>;
+
+constexpr uint64_t kSectors = 4000000;
+
+TEST(SmartStatusTest, AHealthyDriveIsPolledElevenTimes150MsApart) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  InterposedPassThru wire(bench.device(0));
+  const uint64_t start = bench.now_ms();
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench.now_ms() - start, 11u * 150);
+  EXPECT_EQ(wire.count(0xB0, 0xDA), 11u);
+  EXPECT_EQ(bench.progress, (Percents{0, 0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
+  EXPECT_EQ(bench.run.Progress, 100u);
+  EXPECT_TRUE(bench.lines.empty());
+  EXPECT_EQ(bench.run.SmartEnabledByTest, 0);
+}
+
+TEST(SmartStatusTest, AnExceededThresholdFailsAtTheFirstPollWithoutALine) {
+  Bench bench({storage_bench::drive(0, kSectors, {}, /*failing=*/true)});
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(bench.progress, (Percents{0, 100}));
+  EXPECT_TRUE(bench.lines.empty());
+}
+
+TEST(SmartStatusTest, SmartSwitchedOffIsSwitchedOnAndNoted) {
+  hostfw::DriveInfo off = storage_bench::drive(0, kSectors);
+  off.smart_enabled = false;
+  Bench bench({off});
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
+  EXPECT_EQ(bench.run.SmartEnabledByTest, 1);
+}
+
+TEST(SmartStatusTest, AStopRequestEndsThePollsCanceled) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  bench.on_progress = [&](uint64_t percent) {
+    if (percent == 30) bench.run.Running = 0;
+  };
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_CANCELED);
+  EXPECT_EQ(bench.progress, (Percents{0, 0, 10, 20, 30, 100}));
+}
+
+TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  bench.device(0).Info->SmartSupported = 0;
+  InterposedPassThru wire(bench.device(0));
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  for (SelfTestKind kind : {SelfTestKind::Short, SelfTestKind::Drive, SelfTestKind::Extended})
+    EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), kind), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, Lines(4, "WARNING SMART_NOT_SUPPORTED"));
+  EXPECT_EQ(bench.progress, (Percents{0, 100, 0, 100, 0, 100, 0, 100}));
+  EXPECT_TRUE(wire.blocks.empty()) << "nothing is sent to the drive";
+}
+
+TEST(SmartSelfTest, ADriveWithoutSelfTestsOnlyHasSmartSwitchedOn) {
+  hostfw::DriveInfo off = storage_bench::drive(0, kSectors);
+  off.smart_enabled = false;
+  Bench bench({off});
+  bench.device(0).Info->SelfTestSupported = 0;  // as QEMU's drives report themselves
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, (Lines{"WARNING SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
+  EXPECT_EQ(bench.run.SmartEnabledByTest, 1);
+  EXPECT_EQ(bench.progress, (Percents{0, 100}));
+}
+
+TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  InterposedPassThru wire(bench.device(0));
+  const uint64_t start = bench.now_ms();
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
+  // The simulated short test takes two minutes; polls come every five seconds.
+  const uint64_t elapsed = bench.now_ms() - start;
+  EXPECT_GE(elapsed, 120000u);
+  EXPECT_LE(elapsed, 130000u);
+  EXPECT_EQ(wire.count(0xB0, 0xD4, 0x01), 1u);
+  EXPECT_EQ(wire.count(0xB0, 0xD4, 0x7F), 0u) << "a finished test is not aborted";
+  ASSERT_GE(bench.progress.size(), 20u);
+  EXPECT_EQ(bench.progress.front(), 0u);
+  EXPECT_EQ(bench.progress[1], 9u) << "nine tenths left at the first poll";
+  EXPECT_TRUE(std::is_sorted(bench.progress.begin(), bench.progress.end()));
+  EXPECT_EQ(bench.progress.back(), 100u);
+  EXPECT_TRUE(bench.lines.empty());
+}
+
+TEST(SmartSelfTest, ASelfTestThatFindsAnErrorFailsWithItsLine) {
+  Bench bench({storage_bench::drive(0, kSectors, {{3000000, 3000000}})});
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SHORT_SELFTEST_ERROR_DETECTED"}));
+  EXPECT_EQ(bench.progress.back(), 100u);
+}
+
+TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  InterposedPassThru wire(bench.device(0));
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Drive), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  ASSERT_EQ(wire.count(0xB0, 0xD4, 0x50), 1u);
+  EXPECT_EQ(wire.blocks.back().AtaSectorCount, 4u);
+  EXPECT_TRUE(bench.lines.empty());
+  EXPECT_EQ(bench.progress, (Percents{0, 100}));
+}
+
+TEST(SmartSelfTest, ASelfTestAlreadyRunningIsAbortedBeforeTheNewOneStarts) {
+  Bench bench({storage_bench::drive(0, kSectors)});
+  ASSERT_EQ(tarvik::SmartExecuteOffline(&bench.device(0), 0x02, 0), 0u);  // an extended test, left running
+  InterposedPassThru wire(bench.device(0));
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SELF_TEST_ALREADY_IN_PROGRESS"}));
+  ASSERT_GE(wire.blocks.size(), 3u);
+  EXPECT_EQ(wire.blocks[0].AtaFeatures, 0xD0);  // READ DATA sees it running
+  EXPECT_EQ(wire.blocks[1].AtaSectorNumber, 0x7F);
+  EXPECT_EQ(wire.blocks[2].AtaSectorNumber, 0x01);
+}
+
+EFIAPI VOID PressEscape(EFI_EVENT, VOID* run) { static_cast<tarvik::StorageRun*>(run)->Running = 0; }
+
+TEST(SmartSelfTest, AStopRequestAbortsTheSelfTestOnTheDriveAtTheNextTick) {
+  // As ESC reaches a run: the run screen's key poll clears the flag from a
+  // timer notification while the self-test waits between two polls.
+  Bench bench({storage_bench::drive(0, kSectors)});
+  InterposedPassThru wire(bench.device(0));
+  EFI_EVENT escape = nullptr;
+  ASSERT_EQ(tarvik::gBS->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, PressEscape, &bench.run, &escape),
+            EFI_SUCCESS);
+  ASSERT_EQ(tarvik::gBS->SetTimer(escape, TimerRelative, 72000000), EFI_SUCCESS);  // 7.2 s
+  const uint64_t start = bench.now_ms();
+  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_CANCELED);
+  EXPECT_EQ(bench.now_ms() - start, 8000u) << "the first tick after the stop, not the fifth";
+  tarvik::gBS->CloseEvent(escape);
+  EXPECT_EQ(wire.blocks.back().AtaSectorNumber, 0x7F);
+  EXPECT_EQ(bench.progress.back(), 100u);
+  // The drive reports the test aborted by the host.
+  ASSERT_EQ(tarvik::SmartReadData(&bench.device(0)), 0u);
+  EXPECT_EQ(tarvik::SelfTestExecutionStatus(static_cast<const UINT8*>(bench.device(0).DataBuffer)) >> 4, 0x1);
+}
+
+TEST(SmartTests, ADriveThatStopsAnsweringFailsWithTheCommunicationLine) {
+  for (int algorithm = 0; algorithm < 2; ++algorithm) {
+    Bench bench({storage_bench::drive(0, kSectors)});
+    InterposedPassThru wire(bench.device(0));
+    wire.answers = 3;  // mid-run
+    const UINT64 result = algorithm == 0 ? tarvik::SmartStatusTest(bench.run, bench.device(0))
+                                         : tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short);
+    EXPECT_EQ(result, tarvik::TEST_RESULT_FAILED) << algorithm;
+    EXPECT_EQ(bench.lines, (Lines{"ERROR COMMUNICATION_FAILURE"})) << algorithm;
+    EXPECT_EQ(bench.progress.back(), 100u);
+  }
+}
+
+// Self-test status bytes the simulated drives do not produce, from a
+// scripted drive: SMART READ DATA answers with the next byte of a sequence.
+class ScriptedSelfTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fake.devices = {{0, 0xFFFF}};
+    fake.responder = [this](const testing_support::RecordedPacket& p) {
+      testing_support::AtaReply reply;
+      if (p.acb.AtaCommand == 0xEC) reply.data = identify.data();
+      if (p.acb.AtaCommand == 0xB0 && p.acb.AtaFeatures == 0xD0) {
+        reply.data.assign(512, 0);
+        if (!statuses.empty()) {
+          reply.data[363] = statuses.front();
+          if (statuses.size() > 1) statuses.erase(statuses.begin());
+        }
+      }
+      if (p.acb.AtaCommand == 0xB0 && p.acb.AtaFeatures == 0xD4 && refuse_start)
+        return testing_support::AtaReply::error(EFI_DEVICE_ERROR, 0x04);
+      return reply;
+    };
+    bench = std::make_unique<Bench>(std::vector<hostfw::DriveInfo>{}, nullptr, [this] { fake.install(); });
+  }
+
+  testing_support::FakeAtaPassThru fake;
+  testing_support::IdentifyPage identify =
+      testing_support::IdentifyPage::typical("Scripted SD-1", "SCRIPT0001");
+  std::vector<uint8_t> statuses;
+  bool refuse_start = false;
+  std::unique_ptr<Bench> bench;
+};
+
+TEST_F(ScriptedSelfTest, StatusBytesBecomeProgressUntilTheOutcome) {
+  statuses = {0x00, 0xF9, 0xF3, 0x00};  // before the start, then three polls
+  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench->progress, (Percents{0, 9, 69, 100, 100}));
+
+  // A drive claiming more than nine tenths left still reports a percentage.
+  bench->progress.clear();
+  statuses = {0x00, 0xFF, 0x00};
+  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench->progress, (Percents{0, 9, 100, 100}));
+}
+
+TEST_F(ScriptedSelfTest, ATestInterruptedByAResetIsAnErrorOfEveryKind) {
+  for (SelfTestKind kind : {SelfTestKind::Short, SelfTestKind::Drive, SelfTestKind::Extended}) {
+    bench->lines.clear();
+    statuses = {0x00, 0xF9, 0x21};
+    EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), kind), tarvik::TEST_RESULT_FAILED);
+    EXPECT_EQ(bench->lines, (Lines{"MESSAGE SHORT_SELFTEST_ERROR_DETECTED"}));
+  }
+}
+
+TEST_F(ScriptedSelfTest, ARefusedStartFailsTheShortAndExtendedTests) {
+  refuse_start = true;
+  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Short), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Drive),
+            tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_TRUE(bench->lines.empty());
+}
+
+}  // namespace

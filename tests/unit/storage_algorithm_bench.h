@@ -1,0 +1,161 @@
+// What the storage algorithm tests share: a simulated machine whose drives
+// are discovered and identified as the storage module does it, a run record
+// that keeps every progress value and log line, and a pass-through in front
+// of a drive that records its READ VERIFY addresses and can fall silent.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/diag_common.h"
+#include "core/random.h"
+#include "storage/drive_discovery.h"
+#include "storage/storage_run.h"
+#include "tests/support/test_machine.h"
+
+namespace storage_bench {
+
+// A drive of the profile on the given port.
+inline hostfw::DriveInfo drive(uint16_t port, uint64_t sectors, std::vector<hostfw::BadSectorRange> bad = {},
+                               bool failing = false) {
+  hostfw::DriveInfo d;
+  d.port = port;
+  d.model = "Bench BX-" + std::to_string(port);
+  d.serial = "BENCH000" + std::to_string(port);
+  d.firmware = "B1";
+  d.sectors = sectors;
+  d.rotation_rpm = 7200;
+  d.smart_failing = failing;
+  d.bad_sectors = std::move(bad);
+  return d;
+}
+
+// Stands in front of a drive's pass-through: forwards every command,
+// records the LBA of each READ VERIFY, and after `answers` more commands
+// times out without touching the status block, as a drive that stopped
+// answering.
+class InterposedPassThru {
+ public:
+  explicit InterposedPassThru(tarvik::StorageDevice& device) : device_(device), inner_(device.PassThru) {
+    slot_.protocol = *inner_;
+    slot_.protocol.PassThru = PassThru;
+    slot_.owner = this;
+    device_.PassThru = &slot_.protocol;
+  }
+  ~InterposedPassThru() { device_.PassThru = inner_; }
+  InterposedPassThru(const InterposedPassThru&) = delete;
+  InterposedPassThru& operator=(const InterposedPassThru&) = delete;
+
+  uint64_t answers = UINT64_MAX;    // commands still answered
+  std::vector<uint64_t> read_lbas;  // READ VERIFY addresses, in order
+  std::vector<EFI_ATA_COMMAND_BLOCK> blocks;  // every command sent, in order
+
+  // How many commands of that code (and SMART feature, when given) were sent.
+  size_t count(uint8_t command, int feature = -1, int sector_number = -1) const {
+    size_t n = 0;
+    for (const auto& b : blocks)
+      n += b.AtaCommand == command && (feature < 0 || b.AtaFeatures == feature) &&
+           (sector_number < 0 || b.AtaSectorNumber == sector_number);
+    return n;
+  }
+
+ private:
+  struct Slot {
+    EFI_ATA_PASS_THRU_PROTOCOL protocol;
+    InterposedPassThru* owner;
+  };
+  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16 Multiplier,
+                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* Packet, EFI_EVENT Event) {
+    InterposedPassThru& self = *reinterpret_cast<Slot*>(This)->owner;
+    const EFI_ATA_COMMAND_BLOCK& c = *Packet->Acb;
+    self.blocks.push_back(c);
+    if (self.answers == 0) return EFI_TIMEOUT;
+    --self.answers;
+    if (c.AtaCommand == 0x42 || c.AtaCommand == 0x40) {
+      const bool ext = c.AtaCommand == 0x42;
+      uint64_t lba = c.AtaSectorNumber | uint64_t{c.AtaCylinderLow} << 8 | uint64_t{c.AtaCylinderHigh} << 16;
+      lba |= ext ? (uint64_t{c.AtaSectorNumberExp} << 24 | uint64_t{c.AtaCylinderLowExp} << 32 |
+                    uint64_t{c.AtaCylinderHighExp} << 40)
+                 : uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
+      self.read_lbas.push_back(lba);
+    }
+    return self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
+  }
+
+  tarvik::StorageDevice& device_;
+  EFI_ATA_PASS_THRU_PROTOCOL* inner_;
+  Slot slot_{};
+};
+
+// A machine with the given drives, found and identified, the shared services
+// installed, and a run record whose callbacks land here.
+class Bench {
+ public:
+  // before_discovery runs on the built machine (e.g. to install a scripted
+  // pass-through).
+  explicit Bench(std::vector<hostfw::DriveInfo> drives, const std::function<void(hostfw::Profile&)>& edit = {},
+                 const std::function<void()>& before_discovery = {})
+      : machine_("", [&](hostfw::Profile& p) {
+          p.drives = drives;
+          if (edit) edit(p);
+        }) {
+    EXPECT_EQ(tarvik::InstallDiagCommon(machine_->image_handle(), machine_->system_table()), EFI_SUCCESS);
+    if (before_discovery) before_discovery();
+    pools_before_ = machine_->memory().outstanding_pools();
+    pages_before_ = machine_->memory().outstanding_pages();
+    EXPECT_EQ(tarvik::DiscoverStorageDevices(&drives_), EFI_SUCCESS);
+    EXPECT_EQ(tarvik::IdentifyAllDevices(&drives_), EFI_SUCCESS);
+    run.This = reinterpret_cast<tarvik::TestModuleProtocol*>(this);  // the callbacks' context
+    run.ProgressCallback = OnProgress;
+    run.MessageCallback = OnMessage;
+    run.Running = 1;
+  }
+  ~Bench() { release(); }
+
+  hostfw::Machine& machine() { return *machine_; }
+  tarvik::StorageDevice& device(size_t index) { return drives_.Devices[index]; }
+  const tarvik::DiagCommonProtocol& common() { return *tarvik::gDiagCommon; }
+  uint64_t now_ms() { return machine_->clock().now_ns() / 1000000; }
+
+  // Every drive's pages and the tables returned; then nothing the run
+  // allocated may be left.
+  void release() {
+    if (released_) return;
+    released_ = true;
+    tarvik::ReleaseStorageDevices(&drives_);
+    EXPECT_EQ(machine_->memory().outstanding_pools(), pools_before_) << "pool left behind";
+    EXPECT_EQ(machine_->memory().outstanding_pages(), pages_before_) << "pages left behind";
+  }
+
+  tarvik::StorageRun run{};
+  std::vector<uint64_t> progress;
+  std::vector<std::string> lines;
+  // Called with each percentage after it was recorded (e.g. to stop the run).
+  std::function<void(uint64_t)> on_progress;
+
+ private:
+  static Bench& of(VOID* context) { return *static_cast<Bench*>(context); }
+  static EFIAPI EFI_STATUS OnProgress(VOID* context, UINT64 percent, UINT64) {
+    Bench& self = of(context);
+    self.progress.push_back(percent);
+    if (self.on_progress) self.on_progress(percent);
+    return EFI_SUCCESS;
+  }
+  static EFIAPI EFI_STATUS OnMessage(VOID* context, const CHAR16* text, UINT8 kind, UINT64) {
+    EXPECT_EQ(kind, static_cast<UINT8>(tarvik::TestMessageKind::LogLine));
+    of(context).lines.push_back(testing_support::utf8(text));
+    return EFI_SUCCESS;
+  }
+
+  testing_support::TestMachine machine_;
+  tarvik::StorageDrives drives_{};
+  size_t pools_before_ = 0;
+  uint64_t pages_before_ = 0;
+  bool released_ = false;
+};
+
+}  // namespace storage_bench

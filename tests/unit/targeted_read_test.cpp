@@ -1,0 +1,274 @@
+// The targeted read: candidates from the drive's own logs (error logs from a
+// scripted drive, self-test logs from a simulated drive whose self-test hit a
+// bad sector), the 62 sectors read around each, the fifth error, a drive
+// without logs, readers that all fail, SMART off or missing, a silent drive
+// and stop requests, with nothing left allocated.
+#include "storage/targeted_read.h"
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <map>
+#include <set>
+
+#include "storage/smart_self_tests.h"
+#include "tests/support/fake_ata_pass_thru.h"
+#include "tests/unit/storage_algorithm_bench.h"
+
+namespace {
+
+using storage_bench::Bench;
+using storage_bench::InterposedPassThru;
+using testing_support::AtaReply;
+using Lines = std::vector<std::string>;
+using Percents = std::vector<uint64_t>;
+using Page = std::vector<uint8_t>;
+
+std::vector<uint64_t> window(uint64_t candidate, uint64_t last) {
+  std::vector<uint64_t> lbas;
+  for (uint64_t lba = candidate - 31; lba <= last; ++lba) lbas.push_back(lba);
+  return lbas;
+}
+
+std::vector<uint64_t> joined(std::initializer_list<std::vector<uint64_t>> parts) {
+  std::vector<uint64_t> all;
+  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// ---- On a simulated drive: candidates from its self-test logs -------------------
+
+// A drive whose short self-test ran into its first unreadable sector, which
+// both self-test logs now name.
+class AfterFailedSelfTest : public ::testing::Test {
+ protected:
+  void start(std::vector<hostfw::BadSectorRange> bad) {
+    bench.reset();  // one machine at a time
+    bench = std::make_unique<Bench>(std::vector<hostfw::DriveInfo>{storage_bench::drive(0, 4000000, bad)});
+    ASSERT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), tarvik::SelfTestKind::Short),
+              tarvik::TEST_RESULT_FAILED);
+    bench->lines.clear();
+    bench->progress.clear();
+  }
+  UINT64 targeted_read() { return tarvik::TargetedReadTest(bench->run, bench->device(0)); }
+
+  std::unique_ptr<Bench> bench;
+};
+
+TEST_F(AfterFailedSelfTest, TheSectorsAroundTheLoggedLbaAreReadAndTheBadOneNamed) {
+  start({{1000, 1000}});
+  InterposedPassThru wire(bench->device(0));
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(wire.read_lbas, window(1000, 1030));
+  EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 1000"}));
+  // Empty log entries name LBA 0, a candidate without sectors to read.
+  EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50, 50, 75, 100}));
+}
+
+TEST_F(AfterFailedSelfTest, TheFifthFailedReadEndsTheTestWithFiveLinesNewestFirst) {
+  start({{52000, 52015}});
+  InterposedPassThru wire(bench->device(0));
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(wire.read_lbas, window(52000, 52004));
+  EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 52004", "ERROR READ_SECTOR_ERROR 52003",
+                                 "ERROR READ_SECTOR_ERROR 52002", "ERROR READ_SECTOR_ERROR 52001",
+                                 "ERROR READ_SECTOR_ERROR 52000"}));
+  EXPECT_EQ(bench->progress.back(), 100u);
+}
+
+TEST_F(AfterFailedSelfTest, ADriveThatStopsAnsweringFailsWithTheCommunicationLine) {
+  // While the logs are read, and in the middle of the sectors around a candidate.
+  for (uint64_t answers : {3u, 30u}) {
+    start({{1000, 1000}});
+    InterposedPassThru wire(bench->device(0));
+    wire.answers = answers;
+    EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED) << answers;
+    EXPECT_EQ(bench->lines, (Lines{"ERROR COMMUNICATION_FAILURE"})) << answers;
+    EXPECT_EQ(wire.blocks.size(), answers + 1);
+    EXPECT_EQ(bench->progress.back(), 100u);
+  }
+}
+
+TEST_F(AfterFailedSelfTest, AStopWhileTheLogsAreReadEndsCanceledAndFreesTheCandidates) {
+  start({{1000, 1000}});
+  bench->on_progress = [&](uint64_t percent) {
+    if (percent == 40) bench->run.Running = 0;
+  };
+  InterposedPassThru wire(bench->device(0));
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
+  EXPECT_TRUE(wire.read_lbas.empty());
+  EXPECT_EQ(bench->progress.back(), 100u);
+  bench->release();  // no candidate node left behind
+}
+
+TEST(TargetedReadTest, ADriveWhoseLogsNameNothingButLbaZeroPassesAfterTheLogPauses) {
+  Bench bench({storage_bench::drive(0, 4000000)});
+  InterposedPassThru wire(bench.device(0));
+  const uint64_t start = bench.now_ms();
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench.now_ms() - start, 20u) << "10 ms for each of the two log pages";
+  EXPECT_TRUE(wire.read_lbas.empty());
+  EXPECT_TRUE(bench.lines.empty());
+  EXPECT_EQ(bench.progress, (Percents{5, 10, 20, 30, 40, 50, 50, 100}));
+}
+
+TEST(TargetedReadTest, SmartOffIsSwitchedOnAndWithoutSmartThereIsNothingToRead) {
+  hostfw::DriveInfo off = storage_bench::drive(0, 4000000);
+  off.smart_enabled = false;
+  Bench bench({off});
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
+  EXPECT_EQ(bench.lines, (Lines{"WARNING SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
+  EXPECT_EQ(bench.run.SmartEnabledByTest, 1);
+
+  bench.lines.clear();
+  bench.progress.clear();
+  bench.device(0).Info->SmartSupported = 0;
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, (Lines{"WARNING SMART_NOT_SUPPORTED"}));
+  EXPECT_TRUE(bench.progress.empty());
+}
+
+// ---- On a scripted drive: error logs and directories the simulator lacks -------
+
+class ScriptedLogs : public ::testing::Test {
+ protected:
+  static constexpr uint64_t kSectors = 4000000;
+
+  // The machine with the scripted drive, once the test has set it up.
+  void start() {
+    fake.devices = {{0, 0xFFFF}};
+    fake.responder = [this](const testing_support::RecordedPacket& p) { return answer(p); };
+    bench = std::make_unique<Bench>(std::vector<hostfw::DriveInfo>{}, nullptr, [this] { fake.install(); });
+  }
+
+  AtaReply answer(const testing_support::RecordedPacket& p) {
+    AtaReply reply;
+    const EFI_ATA_COMMAND_BLOCK& c = p.acb;
+    if (c.AtaCommand == 0xEC) reply.data = identify.data();
+    if (c.AtaCommand == 0xB0 && c.AtaFeatures == 0xD0) reply.data.assign(512, 0);
+    if (c.AtaCommand == 0xB0 && c.AtaFeatures == 0xD8 && refuse_enable) return AtaReply::error(EFI_DEVICE_ERROR, 0x04);
+    if ((c.AtaCommand == 0xB0 && c.AtaFeatures == 0xD5) || c.AtaCommand == 0x2F) {
+      auto& logs = c.AtaCommand == 0x2F ? gpl_logs : smart_logs;
+      const auto found = logs.find(c.AtaSectorNumber);
+      if (found == logs.end()) return AtaReply::error(EFI_DEVICE_ERROR, 0x04);
+      reply.data = found->second;
+    }
+    if (c.AtaCommand == 0x40) {  // the drive has fewer than 2^28 sectors: 28-bit reads
+      reads.push_back(c.AtaSectorNumber | uint64_t{c.AtaCylinderLow} << 8 | uint64_t{c.AtaCylinderHigh} << 16 |
+                      uint64_t{c.AtaDeviceHead & 0x0Fu} << 24);
+      if (bad.count(reads.back()) != 0) return AtaReply::error(EFI_DEVICE_ERROR, 0x40);
+    }
+    return reply;
+  }
+
+  // A log directory naming these logs with these page counts.
+  static Page directory(std::map<uint8_t, uint16_t> pages) {
+    Page page(512, 0);
+    page[0] = 1;
+    for (const auto& [address, count] : pages) {
+      page[2 * address] = static_cast<uint8_t>(count);
+      page[2 * address + 1] = static_cast<uint8_t>(count >> 8);
+    }
+    return page;
+  }
+
+  UINT64 targeted_read() { return tarvik::TargetedReadTest(bench->run, bench->device(0)); }
+
+  testing_support::FakeAtaPassThru fake;
+  testing_support::IdentifyPage identify = testing_support::IdentifyPage::typical("Scripted LG-1", "SCRIPT0002", kSectors);
+  std::map<uint8_t, Page> smart_logs, gpl_logs;  // by log address; absent ones abort
+  std::set<uint64_t> bad;
+  std::vector<uint64_t> reads;  // READ VERIFY addresses, in order
+  bool refuse_enable = false;
+  std::unique_ptr<Bench> bench;
+};
+
+TEST_F(ScriptedLogs, ErrorLogEntriesOfBothFormsBecomeCandidatesNewestFirst) {
+  smart_logs[0x00] = directory({{0x01, 1}});
+  gpl_logs[0x00] = directory({{0x03, 1}});
+  Page summary(512, 0);
+  summary[65] = 0x88;  // LBA 5000 (0x1388), 28-bit, device register 0xE0
+  summary[66] = 0x13;
+  summary[68] = 0xE0;
+  smart_logs[0x01] = summary;
+  Page extended(512, 0);
+  // Register order gives 0x2710 (10000), byte order 0x270010 (2555920).
+  extended[98] = 0x10;
+  extended[100] = 0x27;
+  gpl_logs[0x03] = extended;
+  bad = {5000};
+  start();
+
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(reads, joined({window(2555920, 2555950), window(10000, 10030), window(5000, 5030)}));
+  EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 5000"}));
+  EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50, 50, 62, 75, 87, 100}));
+}
+
+TEST_F(ScriptedLogs, ADriveKeepingNoLogDirectoryCannotBeTargeted) {
+  start();
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench->lines, (Lines{"WARNING CANT_PERFORM_TEST"}));
+  EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50}));
+}
+
+TEST_F(ScriptedLogs, WhenEveryReaderFailsTheTestIsNotSupportedWithoutALine) {
+  // Both directories name every log, and every log read is refused.
+  const Page every = directory({{0x01, 1}, {0x02, 1}, {0x03, 1}, {0x06, 1}, {0x07, 1}});
+  smart_logs[0x00] = every;
+  gpl_logs[0x00] = every;
+  start();
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_TRUE(bench->lines.empty());
+}
+
+TEST_F(ScriptedLogs, PageCountsComeFromTheLargerDirectoryAsSignedBytes) {
+  smart_logs[0x00] = directory({{0x01, 2}, {0x06, 0x00FF}});
+  gpl_logs[0x00] = directory({{0x01, 3}, {0x07, 0x0100}});
+  start();
+  EXPECT_EQ(tarvik::GetLogPageCount(bench->device(0), tarvik::DriveLog::SummaryError), 3);
+  EXPECT_EQ(tarvik::GetLogPageCount(bench->device(0), tarvik::DriveLog::ComprehensiveError), 0);
+  EXPECT_EQ(tarvik::GetLogPageCount(bench->device(0), tarvik::DriveLog::SelfTest), 255);
+  // 255 and 256 pages are no pages as a signed byte: nothing is read.
+  fake.packets.clear();
+  tarvik::LbaList list;
+  EXPECT_EQ(tarvik::ReadLogCandidates(bench->run, bench->device(0), tarvik::DriveLog::SelfTest, list), EFI_SUCCESS);
+  EXPECT_EQ(tarvik::ReadLogCandidates(bench->run, bench->device(0), tarvik::DriveLog::ExtSelfTest, list), EFI_SUCCESS);
+  EXPECT_EQ(fake.packets.size(), 4u) << "the two directories, twice";
+  // Three pages of the summary log are read in one command.
+  smart_logs[0x01] = Page(3 * 512, 0);
+  EXPECT_EQ(tarvik::ReadLogCandidates(bench->run, bench->device(0), tarvik::DriveLog::SummaryError, list), EFI_SUCCESS);
+  EXPECT_EQ(fake.packets.back().acb.AtaSectorCount, 3u);
+  EXPECT_EQ(fake.packets.back().in_length, 3u * 512);
+  EXPECT_TRUE(list.Contains(0));
+}
+
+TEST_F(ScriptedLogs, AStopBetweenCandidatesEndsCanceledAndFreesTheRest) {
+  smart_logs[0x00] = directory({{0x01, 1}});
+  Page summary(512, 0);
+  for (int entry = 0; entry < 5; ++entry) summary[2 + 90 * entry + 64] = static_cast<uint8_t>(entry + 1);  // LBA 256 n
+  smart_logs[0x01] = summary;
+  start();
+  bench->on_progress = [&](uint64_t percent) {
+    if (percent == 60) bench->run.Running = 0;
+  };
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
+  EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50, 50, 60, 100}));
+  EXPECT_EQ(reads, joined({window(1280, 1310), window(1024, 1054)}));
+  bench->release();  // the three candidates not reached are freed
+}
+
+TEST_F(ScriptedLogs, SmartThatCannotBeSwitchedOnIsAPlatformError) {
+  identify.word(85, 0x4020);  // SMART off
+  refuse_enable = true;
+  start();
+  EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_PLATFORM_ERROR);
+  EXPECT_EQ(bench->lines, (Lines{"WARNING SMART_DISABLED", "MESSAGE ENABLING_SMART", "WARNING CANT_ENABLE_SMART"}));
+  // The SMART tests count it as a failure.
+  bench->lines.clear();
+  EXPECT_EQ(tarvik::SmartStatusTest(bench->run, bench->device(0)), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(bench->lines, (Lines{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART", "WARNING CANT_ENABLE_SMART"}));
+  EXPECT_EQ(bench->run.SmartEnabledByTest, 0);
+}
+
+}  // namespace
