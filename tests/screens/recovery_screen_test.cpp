@@ -11,6 +11,7 @@
 #include <string>
 
 #include "core/globals.h"
+#include "hostfw/ata.h"
 #include "hostfw/console_out.h"
 #include "tests/support/application_with_modules.h"
 #include "tests/support/fake_bad_sectors_tool.h"
@@ -261,6 +262,45 @@ TEST(RecoveryRealTool, CheckFindsTheBadSectorsAndTheRecoveryLogIsShownAndSaved) 
   std::istringstream lines(file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log"));
   for (std::string line; std::getline(lines, line);) saved.push_back(line);
   EXPECT_EQ(saved, expected);
+}
+
+TEST(RecoveryRealTool, RecoverRemapsTheBadSectorsAndASecondCheckFindsNone) {
+  TestMachine machine(std::string(kOpenTool) + "wait \"Select Devices\"; key Enter; wait \"Select Algorithms\";"
+                      "key Down; key Space; key Enter; wait \"This tool will identify\"; type \"y\";"
+                      "wait \"Are you sure you want\"; type \"y\"; wait 600 \"Bad sectors were found!\"; type \"y\";"
+                      "wait 600 \"F3 = view log\"; snap \"recovered\"; key Esc; wait \"Main Screen\"; key Enter;"
+                      "wait \"Select Devices\"; key Enter; wait \"Select Algorithms\"; key Enter;"
+                      "wait \"about one hour\"; type \"y\"; wait 600 \"F3 = view log\"; snap \"second\"; key Esc;" +
+                      kLeave);
+  ApplicationSetup setup;
+  setup.real_bad_sectors_tool = true;
+  run_to_reset(machine, setup);
+  // 10 found, two lines per repair and two summaries: the view followed the
+  // newest line and the final view moved on to the duration.
+  const hostfw::ScreenGrid& recovered = machine->console().snapshot("recovered").grid;
+  EXPECT_EQ(result_line(recovered, 5), "Corrected sector 204807");
+  EXPECT_EQ(result_line(recovered, 21), "Corrected sector 1000");
+  EXPECT_EQ(result_line(recovered, 22), "# Bad sectors found =? 10 #");
+  EXPECT_EQ(result_line(recovered, 23), "# Bad sectors recovered: 10 #");
+  EXPECT_EQ(result_line(recovered, 26), "Duration of Recover: 00:00:10.");
+  for (uint64_t lba : {1000ull, 204800ull, 204807ull, 3906000000ull})
+    EXPECT_FALSE(machine->ata()->sector_is_bad(1, lba)) << lba;
+  const hostfw::ScreenGrid& second = machine->console().snapshot("second").grid;
+  EXPECT_EQ(result_line(second, 7), "# No bad sector found #");
+  EXPECT_EQ(result_line(second, 9), "Recover finished at: 2026-11-22 09:30:10.");
+}
+
+// The failing drive warns first; ESC on the warning ends the flow at once.
+TEST(RecoveryRealTool, EscOnTheFailingDrivesWarningEndsTheFlowWithoutAnyQuestion) {
+  TestMachine machine(std::string(kOpenTool) + "wait \"Select Devices\"; key Down; key Space; key Enter;"
+                      "wait \"Select Algorithms\"; key Enter; wait \"Your storage device indicates\";"
+                      "snap \"warning\"; key Esc;" + kLeave);
+  ApplicationSetup setup;
+  setup.real_bad_sectors_tool = true;
+  run_to_reset(machine, setup);
+  EXPECT_TRUE(machine->console().snapshot("warning").grid.contains("Press ENTER to continue."));
+  EXPECT_EQ(machine.transcript().find("about one hour"), std::string::npos);
+  EXPECT_EQ(machine.transcript().find("Recover finished at:"), std::string::npos);
 }
 
 }  // namespace
