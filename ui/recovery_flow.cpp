@@ -2,6 +2,7 @@
 
 #include "core/globals.h"
 #include "core/locate.h"
+#include "core/raised_tpl.h"
 #include "core/timer_event.h"
 #include "ui/flow_binding.h"
 #include "ui/key_input.h"
@@ -53,6 +54,13 @@ EFI_STATUS AskInBox(RecoveryRun& Run, const CHAR16* Text, MessageBoxType Type) {
   return Answer;
 }
 
+// The tool's callbacks draw at TPL_NOTIFY: the key poll, which scrolls the
+// right panel, must not move the cursor in the middle of their drawing.
+VOID RedrawScreen(RecoveryRun& Run) {
+  const RaisedTpl NoKeyPoll(TPL_NOTIFY);
+  DrawRecoverScreen(Run);
+}
+
 // The times, scrolling and F3 once the tool has finished.
 VOID ShowFinalView(RecoveryRun& Run) {
   if (Run.RecoverLineTotal > Run.RecoverVisibleLines) Run.RecoverScrollTop += 3;
@@ -78,7 +86,7 @@ UINT64 FirstChosen(const UINT8* Selection, UINT64 Count) {
   return 0;
 }
 
-VOID RunTool(RecoveryRun& Run) {
+VOID RunToolAndShowFinalView(RecoveryRun& Run) {
   BadSectorsToolProtocol* Tool = Run.Tool;
   Run.RecoverSpinnerRow = Tool->GetRunInfoRowCount(nullptr) + 8;
   Run.RecoverVisibleLines = ScreenRows() > 9 ? ScreenRows() - 9 : 0;
@@ -111,6 +119,7 @@ EFIAPI EFI_STATUS RecoverProgressCallback(VOID*, UINT64 Percent, UINT64) {
   Run->LatestPercent = Percent > 100 ? 100 : Percent;
   if (Run->ProgressDrawDue == 1 || Run->LatestPercent == 100) {
     Run->ProgressDrawDue = 0;
+    const RaisedTpl NoKeyPoll(TPL_NOTIFY);
     DrawRecoverInfo(*Run, Run->LatestPercent, InfoDraw::Changes);
   }
   return EFI_SUCCESS;
@@ -126,7 +135,7 @@ EFIAPI EFI_STATUS RecoverMessageCallback(VOID*, const CHAR16* Text, UINT8 Kind, 
       const EFI_STATUS Answer =
           AskInBox(*Run, Shown, Kind == 1 ? MessageBoxType::Notice : MessageBoxType::Question);
       if (Answer == EFI_SUCCESS) {
-        DrawRecoverScreen(*Run);
+        RedrawScreen(*Run);
       } else {
         Run->RecoverDeclined = 1;
       }
@@ -134,12 +143,13 @@ EFIAPI EFI_STATUS RecoverMessageCallback(VOID*, const CHAR16* Text, UINT8 Kind, 
     }
     case RecoverMessage::Question: {
       const EFI_STATUS Answer = AskInBox(*Run, Shown, MessageBoxType::Question);
-      DrawRecoverScreen(*Run);
+      RedrawScreen(*Run);
       return Answer;
     }
-    case RecoverMessage::Line:
+    case RecoverMessage::Line: {
       // A line the pool has no room for is dropped; the run goes on.
       if (EFI_ERROR(Run->StoreLine(Shown))) return EFI_SUCCESS;
+      const RaisedTpl NoKeyPoll(TPL_NOTIFY);
       if (Run->RecoverLineTotal + 1 > Run->RecoverVisibleLines) {
         DrawFooter(UiText(ui_text::StopFooterScroll));
         // The view follows the newest line while it shows the bottom.
@@ -147,6 +157,7 @@ EFIAPI EFI_STATUS RecoverMessageCallback(VOID*, const CHAR16* Text, UINT8 Kind, 
       }
       DrawRecoverResults(*Run, RecoverView::Running);
       return EFI_SUCCESS;
+    }
   }
   return EFI_SUCCESS;
 }
@@ -175,7 +186,7 @@ EFI_STATUS RecoveryToolFlow() {
     return EFI_SUCCESS;
   Run.ChosenToolDevice = FirstChosen(Run.RecoverDeviceSelection.get(), Run.RecoverDeviceCount);
   Run.ChosenToolAlgorithm = FirstChosen(Run.RecoverAlgorithmSelection.get(), Run.RecoverAlgorithmCount);
-  RunTool(Run);
+  RunToolAndShowFinalView(Run);
   return EFI_SUCCESS;
 }
 
