@@ -42,6 +42,9 @@ void publish_real_tool(EFI_HANDLE image) {
   ASSERT_EQ(tarvik::BuildToolDeviceList(&g_real_tool.drives), EFI_SUCCESS);
   ASSERT_EQ(tarvik::PublishBadSectorsTool(image, g_real_tool.drives, g_real_tool.strings, g_real_tool.string_count),
             EFI_SUCCESS);
+  if (g_setup->tool_published != nullptr)
+    g_setup->tool_published(
+        tarvik::LocateService<tarvik::BadSectorsToolProtocol>(tarvik::BadSectorsToolProtocolGuid));
 }
 
 void release_real_tool() {

@@ -17,6 +17,7 @@ struct ApplicationSetup {
   bool bad_sectors_tool = false;         // publish a stand-in tool record (or tool_record)
   tarvik::BadSectorsToolProtocol* tool_record = nullptr;  // e.g. a FakeBadSectorsTool's
   bool real_bad_sectors_tool = false;    // publish the real tool over the machine's rotating drives
+  void (*tool_published)(tarvik::BadSectorsToolProtocol* tool) = nullptr;  // then called with its record
   int console_mode_at_start = 0;         // the mode the firmware left the console in
 };
 
