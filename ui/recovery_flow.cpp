@@ -117,7 +117,7 @@ EFIAPI EFI_STATUS RecoverProgressCallback(VOID*, UINT64 Percent, UINT64) {
   RecoveryRun* Run = ActiveRecovery;
   if (Run == nullptr) return EFI_SUCCESS;
   Run->LatestPercent = Percent > 100 ? 100 : Percent;
-  if (Run->ProgressDrawDue == 1 || Run->LatestPercent == 100) {
+  if (Run->ProgressDrawDue == 1 || (Run->LatestPercent == 100 && Run->DrawnPercent != 100)) {
     Run->ProgressDrawDue = 0;
     const RaisedTpl NoKeyPoll(TPL_NOTIFY);
     DrawRecoverInfo(*Run, Run->LatestPercent, InfoDraw::Changes);
@@ -133,7 +133,9 @@ EFIAPI EFI_STATUS RecoverMessageCallback(VOID*, const CHAR16* Text, UINT8 Kind, 
     case RecoverMessage::Warning:
     case RecoverMessage::Confirmation: {
       const EFI_STATUS Answer =
-          AskInBox(*Run, Shown, Kind == 1 ? MessageBoxType::Notice : MessageBoxType::Question);
+          AskInBox(*Run, Shown,
+                   static_cast<RecoverMessage>(Kind) == RecoverMessage::Warning ? MessageBoxType::Notice
+                                                                                 : MessageBoxType::Question);
       if (Answer == EFI_SUCCESS) {
         RedrawScreen(*Run);
       } else {
