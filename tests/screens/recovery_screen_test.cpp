@@ -181,6 +181,26 @@ TEST(RecoveryScreen, NoToTheRecoveryQuestionStillReachesTheFinalViewAndEscAsksTh
   EXPECT_EQ(result_line(final, 10), "Recover finished at: 2026-11-22 09:30:00.");
 }
 
+// The spinner (column 46, the progress bar's row) turns every 2 s while the
+// tool works and holds still while one of its boxes waits for an answer.
+TEST(RecoveryScreen, TheSpinnerTurnsWhileTheToolWorksAndHoldsWhileItsBoxIsOpen) {
+  TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"Keep going?\";"
+                      "snap \"box\"; pause 5000; snap \"box later\"; type \"y\"; wait \"F3 = view log\"; key Esc;" +
+                      kLeave);
+  FakeBadSectorsTool tool;
+  hostfw::ConsoleOut& console = machine->console();
+  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
+    console.save_snapshot("start");
+    tarvik::gBS->Stall(4500000);
+    message(nullptr, u"Keep going?", kQuestion, 0);
+    return 1000;
+  };
+  run_to_reset(machine, with_tool(tool));
+  const auto spinner = [&](const char* name) { return console.snapshot(name).grid.text_at(46, 10, 1); };
+  EXPECT_NE(spinner("box"), spinner("start"));
+  EXPECT_EQ(spinner("box later"), spinner("box"));
+}
+
 // A scan reports after every chunk; the left panel is drawn about ten times
 // a second and only where it changed, and the final 100 always shows.
 TEST(RecoveryScreen, ProgressReportedThousandsOfTimesIsDrawnAFewTimesAndEndsAt100) {
