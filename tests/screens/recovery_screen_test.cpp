@@ -140,6 +140,29 @@ TEST(RecoveryScreen, LinesGrowThePanelAndTheViewFollowsTheNewestLineOnceItScroll
   EXPECT_EQ(result_line(console.snapshot("scrolled").grid, 5), "Recover started at: 2026-11-22 09:30:00.");
 }
 
+// Scrolled up with the arrows while the tool runs, the view stays where the
+// technician put it when a new line comes.
+TEST(RecoveryScreen, ANewLineLeavesTheViewAloneOnceTheTechnicianScrolledUp) {
+  TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"line Y\"; key Up 3;"
+                      "wait \"F3 = view log\"; key Esc;" + kLeave);
+  FakeBadSectorsTool tool;
+  hostfw::ConsoleOut& console = machine->console();
+  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
+    for (int i = 1; i <= 25; ++i) tool_line(message, u"line " + std::u16string(1, u'A' + (i - 1)));
+    console.save_snapshot("bottom");
+    tarvik::gBS->Stall(3000000);  // the key poll reads the three Ups
+    console.save_snapshot("scrolled");
+    tool_line(message, u"line Z");
+    console.save_snapshot("new line");
+    return 1000;
+  };
+  run_to_reset(machine, with_tool(tool));
+  EXPECT_EQ(result_line(console.snapshot("bottom").grid, 5), "line D");
+  EXPECT_EQ(result_line(console.snapshot("scrolled").grid, 5), "line A");
+  EXPECT_EQ(result_line(console.snapshot("new line").grid, 5), "line A");
+  EXPECT_EQ(result_line(console.snapshot("new line").grid, 26), "line V");
+}
+
 TEST(RecoveryScreen, ARefusedWarningEndsTheFlowWithoutTheFinalView) {
   TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"The drive is failing.\";"
                       "snap \"warning\"; key Esc;" + kLeave);
