@@ -52,6 +52,7 @@ test-asan:
 
 bench: build
 	$(BUILD)/memtest_benchmark 256
+	$(BUILD)/recovery_benchmark 100
 
 image: build
 	bash tools/make-image.sh $(IMAGE) $(EFI)

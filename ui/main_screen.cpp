@@ -4,6 +4,7 @@
 #include "core/globals.h"
 #include "registry/test_collection_protocol.h"
 #include "ui/key_input.h"
+#include "ui/recovery_flow.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
 #include "ui/test_run_flow.h"
@@ -93,9 +94,9 @@ VOID Choose(MainScreen& Screen) {
     }
   } else if (Screen.MainMenuSelection == 0) {
     ShowSystemInfo();
+  } else {
+    RecoveryToolFlow();
   }
-  // Entry 1 of the tools, the bad-sector recovery, opens its screens once
-  // they exist; the main screen is redrawn either way.
   DrawMainScreen(Screen);
 }
 

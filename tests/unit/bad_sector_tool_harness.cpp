@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "app/application_plan.h"
 #include "badsector/bad_sectors_tool.h"
 #include "core/diag_common.h"
 #include "core/locate.h"
