@@ -11,7 +11,7 @@
 #include <string>
 
 #include "core/globals.h"
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "hostfw/console_out.h"
 #include "tests/support/application_with_modules.h"
 #include "tests/support/fake_bad_sectors_tool.h"
