@@ -30,6 +30,22 @@ VOID PutText(const CHAR16* Text) {
   if (Text != nullptr && Text[0] != 0) gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
 }
 
+VOID PutLineText(const CHAR16* Text) {
+  if (Text == nullptr) return;
+  CHAR16 Chunk[65];
+  UINTN Used = 0;
+  for (; *Text != 0; ++Text) {
+    Chunk[Used++] = *Text < 0x20 ? u' ' : *Text;
+    if (Used == 64) {
+      Chunk[Used] = 0;
+      PutText(Chunk);
+      Used = 0;
+    }
+  }
+  Chunk[Used] = 0;
+  PutText(Chunk);
+}
+
 VOID PutChar(CHAR16 Character) {
   CHAR16 Text[2] = {Character, 0};
   gST->ConOut->OutputString(gST->ConOut, Text);

@@ -52,6 +52,10 @@ inline constexpr UINTN Failed = 0x34;        // red on cyan
 VOID SetColour(UINTN Attribute);
 VOID MoveCursor(UINTN Column, UINTN Row);
 VOID PutText(const CHAR16* Text);
+// PutText for lines that come from modules and tools: a control character
+// (the tab of "Bad sectors found =\t") shows as a blank, since consoles
+// draw them as they please.
+VOID PutLineText(const CHAR16* Text);
 VOID PutChar(CHAR16 Character);
 VOID PutBlanks(UINTN Count);
 UINTN CursorColumn();

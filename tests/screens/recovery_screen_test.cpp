@@ -323,7 +323,7 @@ TEST(RecoveryRealTool, RecoverRemapsTheBadSectorsAndASecondCheckFindsNone) {
   const hostfw::ScreenGrid& recovered = machine->console().snapshot("recovered").grid;
   EXPECT_EQ(result_line(recovered, 5), "Corrected sector 204807");
   EXPECT_EQ(result_line(recovered, 21), "Corrected sector 1000");
-  EXPECT_EQ(result_line(recovered, 22), "# Bad sectors found =? 10 #");
+  EXPECT_EQ(result_line(recovered, 22), "# Bad sectors found =  10 #");
   EXPECT_EQ(result_line(recovered, 23), "# Bad sectors recovered: 10 #");
   EXPECT_EQ(result_line(recovered, 26), "Duration of Recover: 00:00:10.");
   for (uint64_t lba : {1000ull, 204800ull, 204807ull, 3906000000ull})
