@@ -12,7 +12,7 @@
 #include "app/application_plan.h"
 #include "core/diag_common.h"
 #include "core/protocol_registry.h"
-#include "hostfw/ata.h"
+#include "hostfw/ata_controller.h"
 #include "storage/storage_device.h"
 #include "storage/storage_test_protocol.h"
 #include "tests/support/fake_test_module.h"
@@ -237,7 +237,13 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
 }
 
 TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
-  start();
+  start([](hostfw::Profile& p) {
+    hostfw::DriveInfo& rotating = p.drives[1];
+    rotating.logical_sector_bytes = 512;
+    rotating.physical_sector_bytes = 4096;
+    rotating.major_version = 0x03F0;  // ATA/ATAPI-4 to ACS-2
+    rotating.minor_version = 0x0110;  // ACS-2 revision 3
+  });
   EXPECT_EQ(record->GetLogRowCount(record), 48u);
   const std::vector<Row> seagate = {
       {"UID:", "SEAGATE-ST2000TV101-7QX102-ZFL1KQ7M"},
@@ -251,7 +257,7 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
       {"ROTATION_RATE:", "7200 rpm"},
       {"CACHE:", "16 MB"},
       {"TEMPERATURE:", "38 C"},
-      {"PHYSICAL_SECTOR_SIZE:", "512 bytes"},
+      {"PHYSICAL_SECTOR_SIZE:", "4096 bytes"},
       {"LOGICAL_SECTOR_SIZE:", "512 bytes"},
       {"LOGICAL_SECTORS:", std::to_string(1863ull << 21) + " sectors"},
       {"SUPPORTED_STANDARDS:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.", ""},
