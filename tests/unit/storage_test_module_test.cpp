@@ -459,6 +459,29 @@ TEST_F(StorageModule, SmartSwitchedOnForAnAlgorithmIsSwitchedOffAgainAndADriveTh
   tear_down_and_expect_nothing_left();
 }
 
+// The storage test only reads: whatever a drive answers, no algorithm
+// writes a sector, marks one uncorrectable or writes a log.
+TEST_F(StorageModule, NoAlgorithmEverWritesToADrive) {
+  start();
+  const hostfw::AtaController& controller = *(*machine)->ata();
+  const UINT64 algorithms = record->GetAlgorithmCount(record) + 1;  // and the extended self-test
+  for (UINT8 device = 0; device < record->GetDeviceCount(record); ++device)
+    for (UINT64 algorithm = 0; algorithm < algorithms; ++algorithm) {
+      Heard::clear();
+      const hostfw::AtaCommandCounts& counts = controller.counts(drive(device).Port);
+      const uint64_t before = counts.total;
+      run(algorithm, device);
+      SCOPED_TRACE("device " + std::to_string(device) + ", algorithm " + std::to_string(algorithm));
+      EXPECT_GT(counts.total, before) << "the algorithm reached the drive";
+      EXPECT_TRUE(counts.sector_writes.empty());
+      EXPECT_TRUE(counts.uncorrectable_marks.empty());
+      for (const uint8_t write : {0x30, 0x34, 0x35, 0x3F, 0x45, 0x57, 0xCA, 0xCC})
+        EXPECT_EQ(counts.command(write), 0u) << "opcode " << int{write};
+      EXPECT_EQ(counts.smart(0xD6), 0u) << "SMART WRITE LOG";
+    }
+  tear_down_and_expect_nothing_left();
+}
+
 TEST_F(StorageModule, AStopRequestCancelsWhateverTheAlgorithmFound) {
   start();
   for (const UINT64 algorithm : {0ull, 3ull, 4ull, 6ull}) {
