@@ -53,6 +53,7 @@ INT16 PageCount(StorageDevice& Device, DriveLog Log, bool& Silent) {
   LogBufferPages Page(&Device, DriveLogPageBytes);
   if (!Page) return -1;
   const INT16 Smart = DirectoryCount(Device, false, Log, Silent);
+  if (Silent) return -1;  // a drive that stopped answering gets no further command
   const INT16 General = DirectoryCount(Device, true, Log, Silent);
   return Smart > General ? Smart : General;
 }

@@ -111,7 +111,9 @@ TEST(SmartSelfTest, ASelfTestThatFindsAnErrorFailsWithItsLine) {
 }
 
 TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
-  Bench bench({storage_bench::drive(0, kSectors)});
+  hostfw::DriveInfo refusing = storage_bench::drive(0, kSectors);
+  refusing.refuse_vendor_self_test = true;  // aborts the vendor's drive self-test (0x50)
+  Bench bench({refusing});
   InterposedPassThru wire(bench.device(0));
   EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Drive), tarvik::TEST_RESULT_NOT_SUPPORTED);
   ASSERT_EQ(wire.count(0xB0, 0xD4, 0x50), 1u);

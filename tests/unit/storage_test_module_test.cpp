@@ -237,7 +237,13 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
 }
 
 TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
-  start();
+  start([](hostfw::Profile& p) {
+    hostfw::DriveInfo& rotating = p.drives[1];
+    rotating.logical_sector_bytes = 512;
+    rotating.physical_sector_bytes = 4096;
+    rotating.major_version = 0x03F0;  // ATA/ATAPI-4 to ACS-2
+    rotating.minor_version = 0x0110;  // ACS-2 revision 3
+  });
   EXPECT_EQ(record->GetLogRowCount(record), 48u);
   const std::vector<Row> seagate = {
       {"UID:", "SEAGATE-ST2000TV101-7QX102-ZFL1KQ7M"},
@@ -251,7 +257,7 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
       {"ROTATION_RATE:", "7200 rpm"},
       {"CACHE:", "16 MB"},
       {"TEMPERATURE:", "38 C"},
-      {"PHYSICAL_SECTOR_SIZE:", "512 bytes"},
+      {"PHYSICAL_SECTOR_SIZE:", "4096 bytes"},
       {"LOGICAL_SECTOR_SIZE:", "512 bytes"},
       {"LOGICAL_SECTORS:", std::to_string(1863ull << 21) + " sectors"},
       {"SUPPORTED_STANDARDS:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.", ""},
@@ -450,6 +456,29 @@ TEST_F(StorageModule, SmartSwitchedOnForAnAlgorithmIsSwitchedOffAgainAndADriveTh
   Heard::clear();
   EXPECT_EQ(run(0, 1), tarvik::TEST_RESULT_PASSED) << "SMART was on: nothing to switch off";
   EXPECT_TRUE(Heard::lines.empty());
+  tear_down_and_expect_nothing_left();
+}
+
+// The storage test only reads: whatever a drive answers, no algorithm
+// writes a sector, marks one uncorrectable or writes a log.
+TEST_F(StorageModule, NoAlgorithmEverWritesToADrive) {
+  start();
+  const hostfw::AtaController& controller = *(*machine)->ata();
+  const UINT64 algorithms = record->GetAlgorithmCount(record) + 1;  // and the extended self-test
+  for (UINT8 device = 0; device < record->GetDeviceCount(record); ++device)
+    for (UINT64 algorithm = 0; algorithm < algorithms; ++algorithm) {
+      Heard::clear();
+      const hostfw::AtaCommandCounts& counts = controller.counts(drive(device).Port);
+      const uint64_t before = counts.total;
+      run(algorithm, device);
+      SCOPED_TRACE("device " + std::to_string(device) + ", algorithm " + std::to_string(algorithm));
+      EXPECT_GT(counts.total, before) << "the algorithm reached the drive";
+      EXPECT_TRUE(counts.sector_writes.empty());
+      EXPECT_TRUE(counts.uncorrectable_marks.empty());
+      for (const uint8_t write : {0x30, 0x34, 0x35, 0x3F, 0x45, 0x57, 0xCA, 0xCC})
+        EXPECT_EQ(counts.command(write), 0u) << "opcode " << int{write};
+      EXPECT_EQ(counts.smart(0xD6), 0u) << "SMART WRITE LOG";
+    }
   tear_down_and_expect_nothing_left();
 }
 
