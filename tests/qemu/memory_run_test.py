@@ -28,7 +28,7 @@ SCREEN_TIMEOUT = 60
 # The run starts at 10:15 and may take minutes on a loaded machine.
 STAMP = r"20240315T10[1-5]\d{3}UTC"
 EXPECTED_LOG = [
-    rf"\+\+\+ {STAMP} MEMORY 1710\d{6}000",
+    rf"\+\+\+ {STAMP} MEMORY 1710\d{{6}}000",
     "UID: -",
     "DISPLAYNAME: MAIN_MEMORY",
     "PHYSICAL_MEMORY: 0 GB",
