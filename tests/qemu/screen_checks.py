@@ -53,11 +53,3 @@ def clock_cells(screen):
 
 BLUE_ON_CYAN = 0x31     # a queue state or result other than passed and failed
 
-
-def assert_coloured(test, screen, text, attribute):
-    """The text is on the screen, every cell of it in the attribute."""
-    at = screen.find(text)
-    test.assertIsNotNone(at, f"{text!r} not on the screen\n{screen.text()}")
-    row, column = at
-    test.assertEqual([screen.attribute(row, c) for c in range(column, column + len(text))],
-                     [attribute] * len(text), f"the colour of {text!r}\n{screen.text()}")

@@ -207,10 +207,16 @@ class StorageRunTest(qemu_session.ImageTestCase):
                          "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED",
                          "Funnel Seek Test     PASSED", "Targeted Read Test   NOT SUPPORTED"):
                 self.assertIn(text, screen.text())
-            for text in ("Smart Status         PASSED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED"):
+            for text in ("Smart Status         PASSED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
+                         "Smart Short Selftest NOT SUPPORTED", "Drive Self Test      NOT SUPPORTED",
+                         "Targeted Read Test   NOT SUPPORTED"):
+                passed = text.endswith("PASSED")
+                verdict = len("PASSED") if passed else len("NOT SUPPORTED")
+                colour = screen_checks.GREEN_ON_BLACK if passed else screen_checks.BLUE_ON_CYAN
                 row, column = screen.find(text)
-                self.assertEqual([screen.attribute(row, c) for c in range(column + len(text) - 6, column + len(text))],
-                                 [screen_checks.GREEN_ON_BLACK] * 6, f"PASSED in green: {text}\n{screen.text()}")
+                self.assertEqual([screen.attribute(row, c) for c in range(column + len(text) - verdict,
+                                                                          column + len(text))],
+                                 [colour] * verdict, f"the colour of {text!r}\n{screen.text()}")
             self.assertIn(f"Result Code: {RESULT_CODE}", screen.text())
 
             q.send_key("f3")
