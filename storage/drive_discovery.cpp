@@ -47,13 +47,22 @@ VOID EnumerateInstance(StorageDrives* Drives, EFI_ATA_PASS_THRU_PROTOCOL* PassTh
   UINT16 Port = FirstPort;
   while (Drives->DeviceCount < MaxStorageDevices && !EFI_ERROR(PassThru->GetNextPort(PassThru, &Port))) {
     UINT16 MultiplierPort = FirstPort;
-    while (Drives->DeviceCount < MaxStorageDevices &&
-           !EFI_ERROR(PassThru->GetNextDevice(PassThru, Port, &MultiplierPort))) {
+    EFI_STATUS Next = PassThru->GetNextDevice(PassThru, Port, &MultiplierPort);
+    // OVMF remembers that its last answer was a drive without a multiplier
+    // and answers the next question with 0xFFFF, on any port, with
+    // EFI_NOT_FOUND; asked once more it starts the port's list. A port
+    // GetNextPort named has a device, so the first question is asked twice.
+    if (EFI_ERROR(Next)) {
+      MultiplierPort = FirstPort;
+      Next = PassThru->GetNextDevice(PassThru, Port, &MultiplierPort);
+    }
+    while (Drives->DeviceCount < MaxStorageDevices && !EFI_ERROR(Next)) {
       if (!EFI_ERROR(ProbeDevice(PassThru, Port, MultiplierPort, &Drives->Devices[Drives->DeviceCount])))
         ++Drives->DeviceCount;
       // A drive without a port multiplier is its port's only device; asking
       // again with 0xFFFF would ask for the first device once more.
       if (MultiplierPort == NoPortMultiplier) break;
+      Next = PassThru->GetNextDevice(PassThru, Port, &MultiplierPort);
     }
   }
 }

@@ -49,3 +49,7 @@ def differences(before, after, skip=()):
 def clock_cells(screen):
     """The cells of the clock."""
     return {(screen.rows - 1, column) for column in range(screen.columns - 10, screen.columns - 2)}
+
+
+BLUE_ON_CYAN = 0x31     # a queue state or result other than passed and failed
+

@@ -104,14 +104,14 @@ EFIAPI EFI_STATUS FakeAtaPassThru::GetNextDevice(EFI_ATA_PASS_THRU_PROTOCOL* Thi
                                                  UINT16* PortMultiplierPort) {
   FakeAtaPassThru& self = of(This);
   if (PortMultiplierPort == nullptr) return EFI_INVALID_PARAMETER;
-  // As OVMF: after a drive without a port multiplier (0xFFFF), asking again
-  // with 0xFFFF ends the port's list.
-  if (*PortMultiplierPort == 0xFFFF && self.no_multiplier_returned_ && self.last_device_port_ == Port) {
+  // As OVMF: after a drive without a port multiplier (0xFFFF), the next
+  // question with 0xFFFF gets EFI_NOT_FOUND, whichever port it names, and
+  // only the one after it starts that port's list.
+  if (*PortMultiplierPort == 0xFFFF && self.no_multiplier_returned_) {
     self.no_multiplier_returned_ = false;
     return EFI_NOT_FOUND;
   }
   self.no_multiplier_returned_ = false;
-  self.last_device_port_ = Port;
   bool previous_seen = *PortMultiplierPort == 0xFFFF;
   for (const auto& [port, multiplier] : self.devices) {
     if (port != Port) continue;

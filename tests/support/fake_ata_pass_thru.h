@@ -102,7 +102,6 @@ class FakeAtaPassThru {
   Slot slot_{};
   EFI_HANDLE handle_ = nullptr;
   bool no_multiplier_returned_ = false;  // GetNextDevice's last answer was 0xFFFF
-  UINT16 last_device_port_ = 0;
 };
 
 // IDENTIFY DEVICE data built word by word, strings in ATA byte order.

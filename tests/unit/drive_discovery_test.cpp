@@ -227,6 +227,21 @@ TEST_F(NoPassThruAtFirst, WithoutAnyPassThruTheModuleSaysSo) {
   expect_nothing_left();
 }
 
+TEST_F(DriveDiscovery, DrivesOnNeighbouringPortsWithoutMultipliersAreEachFoundOnce) {
+  // The fake answers as OVMF: after a drive without a multiplier, the first
+  // question about the next port gets EFI_NOT_FOUND.
+  with_fake_only();
+  fake.devices = {{0, 0xFFFF}, {1, 0xFFFF}, {2, 0xFFFF}, {3, 0xFFFF}};
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.DeviceCount, 4u);
+  for (UINT64 i = 0; i < drives.DeviceCount; ++i) {
+    EXPECT_EQ(drives.Devices[i].Port, i);
+    EXPECT_EQ(drives.Devices[i].PortMultiplierPort, 0xFFFF);
+  }
+  EXPECT_EQ(identify_packets().size(), 4u) << "one probe per drive";
+  expect_nothing_left();
+}
+
 TEST_F(DriveDiscovery, InstancesWithoutDrivesOrOnlyLogicalOnesFindNoDrive) {
   with_fake_only();
   fake.devices = {{0, 0xFFFF}};
