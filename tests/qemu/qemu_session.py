@@ -89,6 +89,28 @@ def read_from_volume(image, path):
     return done.stdout if done.returncode == 0 else None
 
 
+def saved_log_lines(image):
+    """The lines of \\Log\\Log.log on the image's boot volume, or None when
+    the file is absent. The file is 8-bit text with a line feed after every
+    line; a last line without one comes back marked, so that a comparison
+    shows it."""
+    saved = read_from_volume(image, "/Log/Log.log")
+    if saved is None:
+        return None
+    text = saved.decode("latin-1")
+    lines = text.split("\n")
+    if lines[-1] != "":
+        lines[-1] += " [no line feed at the end of the file]"
+        return lines
+    return lines[:-1]
+
+
+def log_line_pattern(expected):
+    """A line of the log as the tests write it: a text with a backslash is a
+    regular expression (time stamps, durations), any other text is exact."""
+    return "^" + (expected if "\\" in expected else re.escape(expected)) + "$"
+
+
 def smbios_values():
     """The SMBIOS values tools/qemu.sh gives the guest, e.g. SYSTEM_SERIAL."""
     out = subprocess.run([os.path.join(TOOLS, "qemu.sh"), "--smbios"], check=True,
@@ -152,6 +174,11 @@ class Screen:
         background << 4; the terminal's own colours read as light grey on black."""
         cell = self._cells(row)[column]
         return _EFI_COLOUR.get(cell.fg, 7) | (8 if cell.bold else 0) | _EFI_COLOUR.get(cell.bg, 0) << 4
+
+
+def page(screen):
+    """The screen's rows but the last, which holds the clock."""
+    return [screen.line(row) for row in range(screen.rows - 1)]
 
 
 class QemuError(AssertionError):
@@ -314,6 +341,28 @@ class QemuSession:
                 if left <= 0:
                     raise self._failure(f"{text!r} did not appear within {timeout:.0f} s")
                 self._lock.wait(min(left, 0.5))
+
+    def settled_screen(self, timeout=60):
+        """The screen once its rows but the last (the clock's) have stopped
+        changing for a second."""
+        last = self.screen
+        for _ in range(int(timeout)):
+            time.sleep(1)
+            now = self.screen
+            if page(now) == page(last):
+                return now
+            last = now
+        raise self._failure(f"the screen kept changing\n{last.text()}")
+
+    def wait_for_line(self, row, text, timeout=60):
+        """Waits until the screen's row reads text (blanks around it aside).
+        The clock may be drawn in the middle of a text on the serial line, so
+        the output is not searched."""
+        deadline = time.monotonic() + timeout
+        while self.screen.line(row).strip() != text:
+            if time.monotonic() > deadline:
+                raise self._failure(f"{text!r} not on row {row}\n{self.screen.text()}")
+            time.sleep(0.5)
 
     # ---- input -----------------------------------------------------------------
     def send(self, data):
