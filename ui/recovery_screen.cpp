@@ -78,8 +78,12 @@ VOID DrawRecoverInfo(RecoveryRun& Run, UINT64 Percent, InfoDraw What) {
   const UINTN XValue = C * 25 / 100;
   const UINTN BoxRight = InfoBoxRight();
   const UINT64 Rows = Tool->GetRunInfoRowCount(nullptr);
-  SetColour(ui_colour::Band);
-  if (What == InfoDraw::Whole) DrawDoubleBox(X0 - 4, BoxRight, 4, ScreenRows() - 4);
+  if (What == InfoDraw::Whole) {
+    SetColour(ui_colour::Band);
+    DrawDoubleBox(X0 - 4, BoxRight, 4, ScreenRows() - 4);
+  }
+  // The rows take the box's colours, also when they are redrawn without it.
+  SetColour(ui_colour::Screen);
   for (UINT64 R = 0; R < Rows; ++R) {
     CHAR16* Label = nullptr;
     CHAR16* Value = nullptr;

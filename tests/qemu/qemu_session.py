@@ -105,6 +105,36 @@ def saved_log_lines(image):
     return lines[:-1]
 
 
+def sparse_drive(path, size):
+    """A raw drive file of size bytes that holds no data: every sector reads
+    as zeros and takes no room on the host."""
+    with open(path, "wb") as f:
+        f.truncate(size)
+    return path
+
+
+def written_extents(path):
+    """The (start, end) byte ranges of a sparse file that hold data, found
+    with SEEK_DATA / SEEK_HOLE without reading the file: a drive nothing was
+    written to has none."""
+    extents = []
+    fd = os.open(path, os.O_RDONLY)
+    try:
+        size = os.fstat(fd).st_size
+        offset = 0
+        while offset < size:
+            try:
+                start = os.lseek(fd, offset, os.SEEK_DATA)
+            except OSError:  # ENXIO: only a hole is left
+                break
+            end = os.lseek(fd, start, os.SEEK_HOLE)
+            extents.append((start, end))
+            offset = end
+    finally:
+        os.close(fd)
+    return extents
+
+
 def log_line_pattern(expected):
     """A line of the log as the tests write it: a text with a backslash is a
     regular expression (time stamps, durations), any other text is exact."""
@@ -124,6 +154,20 @@ _EFI_COLOUR = {"black": 0, "blue": 1, "green": 2, "cyan": 3, "red": 4, "magenta"
                "white": 7}
 
 
+class _EraseEveryCell(pyte.Screen):
+    """pyte's screen, but erasing the display gives every cell the current
+    colours, as a VT terminal does (pyte alone erases only the cells it has
+    seen written, leaving the rest in the terminal's default colours)."""
+
+    def erase_in_display(self, how=0, *args, **kwargs):
+        super().erase_in_display(how, *args, **kwargs)
+        if how in (2, 3):
+            for y in range(self.lines):
+                line = self.buffer[y]
+                for x in range(self.columns):
+                    line[x] = self.cursor.attrs
+
+
 class Screen:
     """The screen of a terminal of the console mode's size after the serial
     output, kept by pyte (a VT terminal emulator, Debian's python3-pyte): text
@@ -132,7 +176,7 @@ class Screen:
 
     def __init__(self, columns=100, rows=31):
         self.columns, self.rows = columns, rows
-        self._screen = pyte.Screen(columns, rows)
+        self._screen = _EraseEveryCell(columns, rows)
         self._stream = pyte.Stream(self._screen)
         self._frozen = None  # the cells of a copy, row by row
 

@@ -258,6 +258,10 @@ TEST(RecoveryScreen, ProgressReportedThousandsOfTimesIsDrawnAFewTimesAndEndsAt10
   const hostfw::ScreenGrid& final = machine->console().snapshot("final").grid;
   EXPECT_NE(final.row_text(10).find("100%"), std::string::npos);
   EXPECT_EQ(left_line(final, 6), "Testing sectors     160000");
+  // A row redrawn alone keeps the panel's colours, inside the box's edges.
+  for (int row = 5; row <= 7; ++row)
+    for (int column = 1; column <= 48; ++column)
+      EXPECT_EQ(final.attribute_at(column, row), 0x30) << "row " << row << " column " << column;
 }
 
 // The whole slice on the default machine: its 1863 GB rotating drive has

@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""Boots the tool runner test image (the application's services and modules,
+running the bad-sector tool's write uncorrectable) under QEMU + OVMF with a
+sparse scratch drive on the AHCI controller beside the boot disk.
+
+QEMU refuses WRITE UNCORRECTABLE EXT (0x45): the tool must report the first
+sector it tried, "Error in WriteUncorrectable", and end with 1004, and the
+scratch drive's file must still hold no data at all. The runner works only on
+the drive named SCRATCH7200 and answers the tool's one confirmation with yes.
+
+    tool_write_uncorrectable_test.py --efi build/TarvikToolRunner.efi [unittest options]
+"""
+
+import os
+import re
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import qemu_session  # noqa: E402
+from qemu_session import QemuSession  # noqa: E402
+
+RUN_TIMEOUT = 300
+# More than 2^28 sectors, so the drive is addressed in the 48-bit form and the
+# marked sector is drawn over the whole of it.
+SCRATCH_SECTORS = (1 << 28) + (1 << 26)
+SCRATCH_PROPS = "model=TVK SCRATCH7200,serial=TVKSCR001,ver=SC1,rotation_rate=7200"
+
+BACKUP_WARNING = ("This tool will identify and remap bad sectors which might contain unretrievable data. "
+                  "Before running the tool, you must perform a backup to keep your existing data and "
+                  "operating system files.")
+
+
+class ToolWriteUncorrectableTest(qemu_session.ImageTestCase):
+    def test_refused_write_uncorrectable_ends_with_1004_and_writes_nothing(self):
+        scratch = qemu_session.sparse_drive(os.path.join(self.tmp.name, "scratch.raw"), SCRATCH_SECTORS * 512)
+        with QemuSession(self.image, memory=128, disks=[f"{scratch},{SCRATCH_PROPS}"]) as q:
+            q.wait_for("TOOL RESULT", RUN_TIMEOUT)
+            self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
+            out = q.output
+
+        # The boot disk comes first; the runner takes the scratch drive.
+        self.assertIn("TOOL RUNNER: drive 0 is HARDDISK", out, out[-3000:])
+        chosen = "TOOL RUNNER: write uncorrectable on drive 1"
+        self.assertIn(chosen, out, out[-3000:])
+        run = out[out.find(chosen):]
+        reported = [line.strip() for line in run.splitlines()
+                    if line.startswith(("TOOL ASKS", "TOOL PROGRESS", "TOOL LINE", "TOOL RESULT"))]
+        # QEMU's attribute 5 (100, threshold 36) raises no health warning:
+        # the one confirmation, then one sector tried and refused.
+        self.assertEqual(len(reported), 5, "\n".join(reported))
+        self.assertEqual(reported[0], f"TOOL ASKS (kind 2): {BACKUP_WARNING} -> yes")
+        self.assertEqual(reported[1], "TOOL PROGRESS 0")
+        marked = re.fullmatch(r"TOOL LINE: Writting to LBA (\d+)", reported[2])
+        self.assertIsNotNone(marked, reported[2])
+        self.assertTrue(1 <= int(marked.group(1)) < SCRATCH_SECTORS, reported[2])
+        self.assertEqual(reported[3:], ["TOOL LINE: Error in WriteUncorrectable", "TOOL RESULT 1004"])
+
+        self.assertEqual(qemu_session.written_extents(scratch), [], "data was written to the scratch drive")
+
+
+def main():
+    ToolWriteUncorrectableTest.efi_file, rest = qemu_session.efi_argument(
+        __doc__, "the tool runner test image (TarvikToolRunner.efi)")
+    unittest.main(argv=[sys.argv[0], "-v", *rest])
+
+
+if __name__ == "__main__":
+    main()
