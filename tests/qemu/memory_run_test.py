@@ -10,7 +10,6 @@ of the time stamps and the tested size depend on the run.
 """
 
 import os
-import re
 import sys
 import unittest
 
@@ -74,23 +73,12 @@ class MemoryRunTest(qemu_session.ImageTestCase):
 
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
-            q.send_key("f2")
-            q.wait_for("Cancel", SCREEN_TIMEOUT)
-            q.send_key("enter")  # the first volume: the boot volume
-            q.wait_for("Log saved successfully!", SCREEN_TIMEOUT)
-            q.send_key("enter", "esc")
-            q.wait_for("Main Screen", SCREEN_TIMEOUT)
+            q.save_log_to_boot_volume(SCREEN_TIMEOUT)
             q.send_key("up", "enter")  # "Exit Application"
             self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
             print(f"the memory test ended {run:.1f} s after boot", file=sys.stderr)
 
-        saved = qemu_session.read_from_volume(self.image, "/Log/Log.log")
-        self.assertIsNotNone(saved, "no \\Log\\Log.log on the boot volume")
-        lines = saved.decode("ascii").split("\n")
-        self.assertEqual(lines[-1], "", "the file ends with a line feed")
-        self.assertEqual(len(lines) - 1, len(EXPECTED_LOG), saved.decode("ascii"))
-        for line, pattern in zip(lines, EXPECTED_LOG):
-            self.assertRegex(line, "^" + (pattern if "\\" in pattern else re.escape(pattern)) + "$")
+        qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG)
 
 
 def main():

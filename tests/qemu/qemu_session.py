@@ -141,6 +141,22 @@ def log_line_pattern(expected):
     return "^" + (expected if "\\" in expected else re.escape(expected)) + "$"
 
 
+def assert_saved_log(test, image, expected, exact=True):
+    """Reads \\Log\\Log.log back from the image's boot volume and checks
+    its lines against expected (log_line_pattern); with exact=False the file
+    may go on after them. Returns the file's lines."""
+    lines = saved_log_lines(image)
+    test.assertIsNotNone(lines, "no \\Log\\Log.log on the boot volume")
+    text = "\n".join(lines)
+    if exact:
+        test.assertEqual(len(lines), len(expected), text)
+    else:
+        test.assertGreaterEqual(len(lines), len(expected), text)
+    for line, pattern in zip(lines, expected):
+        test.assertRegex(line, log_line_pattern(pattern), text)
+    return lines
+
+
 def smbios_values():
     """The SMBIOS values tools/qemu.sh gives the guest, e.g. SYSTEM_SERIAL."""
     out = subprocess.run([os.path.join(TOOLS, "qemu.sh"), "--smbios"], check=True,
@@ -407,6 +423,16 @@ class QemuSession:
             if time.monotonic() > deadline:
                 raise self._failure(f"{text!r} not on row {row}\n{self.screen.text()}")
             time.sleep(0.5)
+
+    def save_log_to_boot_volume(self, timeout=60):
+        """On a log screen: F2, the dialog's first volume (the boot volume),
+        the confirmation, then ESC back to the main screen."""
+        self.send_key("f2")
+        self.wait_for("Cancel", timeout)
+        self.send_key("enter")
+        self.wait_for("Log saved successfully!", timeout)
+        self.send_key("enter", "esc")
+        self.wait_for_line(1, "Main Screen", timeout)
 
     # ---- input -----------------------------------------------------------------
     def send(self, data):

@@ -158,22 +158,12 @@ class RecoveryRunTest(qemu_session.ImageTestCase):
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
             self.assert_log_screen(q.settled_screen(SCREEN_TIMEOUT), start)
-            q.send_key("f2")
-            q.wait_for("Cancel", SCREEN_TIMEOUT)
-            q.send_key("enter")  # the first volume: the boot volume
-            q.wait_for("Log saved successfully!", SCREEN_TIMEOUT)
-            q.send_key("enter", "esc")
-            q.wait_for_line(1, "Main Screen", SCREEN_TIMEOUT)
+            q.save_log_to_boot_volume(SCREEN_TIMEOUT)
             q.send_key("left", "down", "enter")  # from the tool to "Exit Application"
             self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
             print(f"a check of {SECTORS} sectors took {scan:.1f} s", file=sys.stderr)
 
-        lines = qemu_session.saved_log_lines(self.image)
-        self.assertIsNotNone(lines, "no \\Log\\Log.log on the boot volume")
-        text = "\n".join(lines)
-        self.assertEqual(len(lines), len(EXPECTED_LOG), text)
-        for line, expected in zip(lines, EXPECTED_LOG):
-            self.assertRegex(line, qemu_session.log_line_pattern(expected), text)
+        lines = qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG)
         # The stamps are the times the final view showed.
         self.assertEqual((lines[0], lines[-1]), (f"+++ {stamp(start)} RECOVER", f"--- {stamp(finish)} RECOVER"))
 
