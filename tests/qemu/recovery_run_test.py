@@ -133,8 +133,10 @@ class RecoveryRunTest(qemu_session.ImageTestCase):
         drive = qemu_session.sparse_drive(os.path.join(self.tmp.name, "rotating.raw"), SECTORS * 512)
         with QemuSession(self.image, memory=128, disks=[f"{drive},{DRIVE_PROPS}"],
                          qemu_args=["-rtc", "base=2024-03-15T10:15:00"]) as q:
-            q.wait_for("System Information")
-            q.wait_for("System Information")
+            # The Tools panel's last entry ends the main screen's second drawing.
+            q.wait_for("Recover Bad Sectors Tool")
+            q.wait_for("Recover Bad Sectors Tool")
+            screen_checks.assert_main_screen_whole(self, q.screen)
             q.send_key("right", "down", "enter")
 
             # The boot disk reports no rotation rate, so the tool lists it
