@@ -25,8 +25,10 @@ class PeriodicTimer {
   // A timer without a notification, for WaitTick.
   EFI_STATUS StartWaitable(UINT64 Period) { return Start(EVT_TIMER, TPL_NOTIFY, nullptr, nullptr, Period); }
 
-  // Waits for the next tick of a waitable timer.
+  // Waits for the next tick of a waitable timer; EFI_NOT_STARTED without
+  // one, rather than handing the firmware a null event.
   EFI_STATUS WaitTick() {
+    if (Event_ == nullptr) return EFI_NOT_STARTED;
     UINTN Index = 0;
     return gBS->WaitForEvent(1, &Event_, &Index);
   }
