@@ -1,6 +1,6 @@
 #include "storage/smart_self_tests.h"
 
-#include "core/wait_timer.h"
+#include "core/periodic_timer.h"
 #include "registry/test_module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
@@ -59,7 +59,7 @@ bool ThresholdExceeded(const StorageDevice& Device) {
 }
 
 // The status polls proper, between SMART checks and closing the timer.
-UINT64 PollReturnStatus(StorageRun& Run, StorageDevice& Device, WaitTimer& Timer) {
+UINT64 PollReturnStatus(StorageRun& Run, StorageDevice& Device, PeriodicTimer& Timer) {
   for (UINT64 Poll = 0; Poll < StatusPolls; ++Poll) {
     if (!Run.KeepRunning()) return TEST_RESULT_CANCELED;
     if (!CommandSucceeded(SmartReturnStatus(&Device))) return Failed(Run, Device);
@@ -71,7 +71,7 @@ UINT64 PollReturnStatus(StorageRun& Run, StorageDevice& Device, WaitTimer& Timer
 }
 
 // Waits up to five ticks, leaving early on a stop request.
-EFI_STATUS WaitBetweenPolls(StorageRun& Run, WaitTimer& Timer) {
+EFI_STATUS WaitBetweenPolls(StorageRun& Run, PeriodicTimer& Timer) {
   for (UINT64 Tick = 0; Tick < TicksPerSelfTestPoll && Run.KeepRunning(); ++Tick) {
     const EFI_STATUS Status = Timer.WaitTick();
     if (EFI_ERROR(Status)) return Status;
@@ -81,7 +81,7 @@ EFI_STATUS WaitBetweenPolls(StorageRun& Run, WaitTimer& Timer) {
 
 // Polls a started self-test until the drive reports its outcome or the run
 // is stopped; a stopped self-test is aborted on the drive.
-UINT64 FollowSelfTest(StorageRun& Run, StorageDevice& Device, WaitTimer& Timer) {
+UINT64 FollowSelfTest(StorageRun& Run, StorageDevice& Device, PeriodicTimer& Timer) {
   while (Run.KeepRunning()) {
     if (!CommandSucceeded(SmartReadData(&Device))) return Failed(Run, Device);
     const UINT8 Status = ExecutionStatus(Device);
@@ -115,8 +115,8 @@ UINT64 SmartStatusTest(StorageRun& Run, StorageDevice& Device) {
     return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
   }
   if (!EnableSmartIfNeeded(Run, Device, LineMessage)) return Finish(Run, TEST_RESULT_FAILED);
-  WaitTimer Timer;
-  if (EFI_ERROR(Timer.StartPeriodic(StatusPollPeriod))) return Finish(Run, TEST_RESULT_FAILED);
+  PeriodicTimer Timer;
+  if (EFI_ERROR(Timer.StartWaitable(StatusPollPeriod))) return Finish(Run, TEST_RESULT_FAILED);
   return Finish(Run, PollReturnStatus(Run, Device, Timer));
 }
 
@@ -135,8 +135,8 @@ UINT64 SmartSelfTest(StorageRun& Run, StorageDevice& Device, SelfTestKind Kind) 
     Run.LogKey(LineMessage, KeySelfTestAlreadyInProgress);
   }
 
-  WaitTimer Timer;
-  if (EFI_ERROR(Timer.StartPeriodic(SelfTestTickPeriod))) return Finish(Run, TEST_RESULT_FAILED);
+  PeriodicTimer Timer;
+  if (EFI_ERROR(Timer.StartWaitable(SelfTestTickPeriod))) return Finish(Run, TEST_RESULT_FAILED);
   const SelfTestStart Start = StartOf(Kind);
   if (!CommandSucceeded(SmartExecuteOffline(&Device, Start.Subcommand, Start.Count)))
     return Finish(Run, NoteSilentDrive(Run, Device) ? TEST_RESULT_FAILED : Start.RefusedResult);

@@ -2,8 +2,8 @@
 
 #include "core/globals.h"
 #include "core/locate.h"
+#include "core/periodic_timer.h"
 #include "core/raised_tpl.h"
-#include "core/timer_event.h"
 #include "ui/flow_binding.h"
 #include "ui/key_input.h"
 #include "ui/log_screen.h"
@@ -95,10 +95,10 @@ VOID RunToolAndShowFinalView(RecoveryRun& Run) {
   gRT->GetTime(&Run.RecoverStartTime, nullptr);
   DrawRecoverScreen(Run);
   {
-    TimerEvent KeyPoll, Spinner, ProgressDraw;
-    KeyPoll.StartPeriodic(TPL_NOTIFY, RecoverKeyPoll, nullptr, KeyPollPeriod);
-    Spinner.StartPeriodic(TPL_NOTIFY, RecoverSpinnerTick, nullptr, SpinnerPeriod);
-    ProgressDraw.StartPeriodic(TPL_NOTIFY, RecoverDrawTick, nullptr, ProgressDrawPeriod);
+    PeriodicTimer KeyPoll, Spinner, ProgressDraw;
+    KeyPoll.StartNotifying(TPL_NOTIFY, RecoverKeyPoll, nullptr, KeyPollPeriod);
+    Spinner.StartNotifying(TPL_NOTIFY, RecoverSpinnerTick, nullptr, SpinnerPeriod);
+    ProgressDraw.StartNotifying(TPL_NOTIFY, RecoverDrawTick, nullptr, ProgressDrawPeriod);
     // The tool's outcome shows in its lines and boxes, not as a status.
     Tool->RunTool(nullptr, Run.ChosenToolAlgorithm, Run.ChosenToolDevice, RecoverProgressCallback,
                   RecoverMessageCallback);

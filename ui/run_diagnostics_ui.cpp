@@ -7,8 +7,8 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/locate.h"
+#include "core/periodic_timer.h"
 #include "core/pool_text.h"
-#include "core/timer_event.h"
 #include "registry/test_collection_protocol.h"
 #include "text/language_protocol.h"
 #include "ui/console_mode.h"
@@ -67,11 +67,11 @@ class InterfaceSession {
 
   VOID StartClock() {
     gRT->GetTime(&ClockTime, nullptr);
-    Clock_.StartPeriodic(TPL_NOTIFY, ClockTick, nullptr, OneSecond);
+    Clock_.StartNotifying(TPL_NOTIFY, ClockTick, nullptr, OneSecond);
   }
 
  private:
-  TimerEvent Clock_;
+  PeriodicTimer Clock_;
 };
 
 // The main screen from start to "Exit Application". SavedMode gets the

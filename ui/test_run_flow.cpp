@@ -2,8 +2,8 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/periodic_timer.h"
 #include "core/pool.h"
-#include "core/timer_event.h"
 #include "core/wide_string.h"
 #include "registry/test_collection_protocol.h"
 #include "ui/flow_binding.h"
@@ -41,15 +41,15 @@ EFIAPI VOID RunSpinnerTick(EFI_EVENT, VOID*) {
 // The key poll and the spinner while pairs run.
 struct RunTimers {
   VOID Start() {
-    KeyPoll.StartPeriodic(TPL_NOTIFY, RunKeyPoll, nullptr, KeyPollPeriod);
-    Spinner.StartPeriodic(TPL_NOTIFY, RunSpinnerTick, nullptr, SpinnerPeriod);
+    KeyPoll.StartNotifying(TPL_NOTIFY, RunKeyPoll, nullptr, KeyPollPeriod);
+    Spinner.StartNotifying(TPL_NOTIFY, RunSpinnerTick, nullptr, SpinnerPeriod);
   }
   VOID Stop() {
     KeyPoll.Close();
     Spinner.Close();
   }
-  TimerEvent KeyPoll;
-  TimerEvent Spinner;
+  PeriodicTimer KeyPoll;
+  PeriodicTimer Spinner;
 };
 
 UINT64 MeasureLongestAlgorithmName(const TestRun& Run) {

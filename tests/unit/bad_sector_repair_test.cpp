@@ -1,29 +1,28 @@
-// The bad-sector tool on a drive played by the recording pass-through, for
-// what the simulated drives cannot show: sectors that refuse a write or stay
-// unreadable after one, an error other than UNC, a failing LBA outside the
-// command, SMART pages without the reallocated-sector attribute, 4096-byte
-// sectors, a drive that refuses WRITE UNCORRECTABLE, and no memory for the
-// sector buffer. Every write the tool sends is checked against the sectors
-// its scan found.
+// The bad-sector repair on a simulated 28-bit rotating drive whose machine
+// reports a failed command as OVMF of Debian 12's age does: EFI_SUCCESS,
+// the error only in the status block. Sectors that refuse a write or stay
+// unreadable after one, an error other than UNC, 4096-byte sectors, no
+// memory for the sector buffer, the warning around attribute 5's threshold
+// and a drive that refuses WRITE UNCORRECTABLE. Every write the tool sends
+// is checked against the sectors its scan found.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <set>
 
 #include "badsector/write_uncorrectable.h"
 #include "core/diag_common.h"
-#include "tests/support/fake_ata_pass_thru.h"
+#include "hostfw/ata_controller.h"
 #include "tests/unit/bad_sector_tool_harness.h"
+#include "tests/unit/storage_algorithm_bench.h"
 
 namespace {
 
 using testing_support::AtaCommand;
-using testing_support::AtaReply;
 using testing_support::CommandWatch;
-using testing_support::FakeAtaPassThru;
-using testing_support::RecordedPacket;
 using testing_support::TestMachine;
 using testing_support::ToolBench;
 using testing_support::ToolScreen;
@@ -33,103 +32,62 @@ using testing_support::kRecover;
 using testing_support::kWriteUncorrectable;
 using Lines = std::vector<std::string>;
 
-constexpr uint8_t kAbort = 0x04, kUncorrectable = 0x40;
+// The simulated drive always tells the truth and never refuses to mark a
+// sector. What a drive may get wrong in its answer is played here: a change
+// sees each packet with the drive's answer at hand, and gives the status.
+class AnswerChange {
+ public:
+  using Drive = std::function<EFI_STATUS()>;
+  using Change = std::function<EFI_STATUS(EFI_ATA_PASS_THRU_COMMAND_PACKET&, const Drive&)>;
+  AnswerChange(EFI_ATA_PASS_THRU_PROTOCOL* controller, Change change) : controller_(controller) {
+    forward_ = controller->PassThru;
+    change_ = std::move(change);
+    controller->PassThru = PassThru;
+  }
+  ~AnswerChange() {
+    controller_->PassThru = forward_;
+    change_ = nullptr;
+  }
 
-// A rotating drive of the 28-bit form (under 2^28 sectors), answering as the
-// script says. Like the firmware under QEMU, it reports a failed command
-// with EFI_SUCCESS and the error in the status block only.
-struct ScriptedDrive {
-  uint64_t sectors = 4096;
-  uint32_t logical_bytes = 512;
-  std::set<uint64_t> bad;            // READ VERIFY ends with UNC at the first of these
-  std::set<uint64_t> unwritable;     // a write ends with ABRT
-  std::set<uint64_t> unrecoverable;  // a write succeeds, the sector stays bad
-  std::optional<uint64_t> aborts_at;           // a READ VERIFY over it ends with ABRT
-  std::optional<uint64_t> reports_failing_at;  // the LBA an UNC names, whatever failed
-  bool smart_read_fails = false;
-  bool refuses_write_uncorrectable = false;
-  std::optional<uint8_t> reallocated_value = 100;  // attribute 5; none: not listed
-  std::optional<uint8_t> reallocated_threshold = 36;
-
-  AtaReply answer(const RecordedPacket& p) {
-    const EFI_ATA_COMMAND_BLOCK& c = p.acb;
-    const uint64_t lba = c.AtaSectorNumber | c.AtaCylinderLow << 8 | c.AtaCylinderHigh << 16 |
-                         uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
-    const uint64_t count = c.AtaSectorCount == 0 ? 256 : c.AtaSectorCount;
-    switch (c.AtaCommand) {
-      case 0xEC: return data(identify());
-      case 0x40: {
-        if (aborts_at && *aborts_at >= lba && *aborts_at < lba + count) return failed(kAbort, lba);
-        const auto first = bad.lower_bound(lba);
-        if (first != bad.end() && *first < lba + count)
-          return failed(kUncorrectable, reports_failing_at.value_or(*first));
-        return {};
-      }
-      case 0x30:
-        if (unwritable.count(lba) != 0) return failed(kAbort, lba);
-        if (unrecoverable.count(lba) == 0) bad.erase(lba);
-        return {};
-      case 0x45:
-        if (refuses_write_uncorrectable) return failed(kAbort, 0);
-        bad.insert(lba);
-        return {};
-      case 0xB0: return smart(c.AtaFeatures);
-      default: return failed(kAbort, 0);
-    }
+  // Refused without the drive: the error in the status block only, as the
+  // machine reports every error.
+  static EFI_STATUS Abort(EFI_ATA_PASS_THRU_COMMAND_PACKET& packet) {
+    *packet.Asb = EFI_ATA_STATUS_BLOCK{};
+    packet.Asb->AtaStatus = 0x51;
+    packet.Asb->AtaError = 0x04;
+    return EFI_SUCCESS;
   }
 
  private:
-  static AtaReply data(std::vector<uint8_t> bytes) {
-    AtaReply reply;
-    reply.data = std::move(bytes);
-    return reply;
+  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* self, UINT16 port, UINT16 multiplier_port,
+                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
+    return change_(*packet, [&] { return forward_(self, port, multiplier_port, packet, event); });
   }
-  static AtaReply failed(uint8_t error, uint64_t lba) {
-    AtaReply reply = AtaReply::error(EFI_SUCCESS, error);
-    reply.status_block.AtaSectorNumber = static_cast<uint8_t>(lba);
-    reply.status_block.AtaCylinderLow = static_cast<uint8_t>(lba >> 8);
-    reply.status_block.AtaCylinderHigh = static_cast<uint8_t>(lba >> 16);
-    reply.status_block.AtaDeviceHead = static_cast<uint8_t>(0xE0 | ((lba >> 24) & 0x0F));
-    return reply;
-  }
-  std::vector<uint8_t> identify() const {
-    auto page = testing_support::IdentifyPage::typical("ACME XR-1000", "SN0000000001", sectors);
-    if (logical_bytes != 512)
-      page.word(106, 0x5000).word(117, static_cast<uint16_t>(logical_bytes / 2)).word(118, 0);
-    return page.data();
-  }
-  AtaReply smart(uint8_t feature) const {
-    if (feature != 0xD0 && feature != 0xD1) return {};
-    if (smart_read_fails) return failed(kAbort, 0);
-    std::vector<uint8_t> page(512, 0);
-    const auto listed = feature == 0xD0 ? reallocated_value : reallocated_threshold;
-    if (listed) {
-      page[2 + 12 * 4] = 5;  // the fifth slot
-      page[2 + 12 * 4 + (feature == 0xD0 ? 3 : 1)] = *listed;
-    }
-    return data(page);
-  }
+  static inline EFI_ATA_PASS_THRU_PASSTHRU forward_ = nullptr;
+  static inline Change change_;
+  EFI_ATA_PASS_THRU_PROTOCOL* controller_;
 };
 
-class ScriptedRepair : public ::testing::Test {
+class Repair : public ::testing::Test {
  protected:
-  void SetUp() override {
-    machine = std::make_unique<TestMachine>("", [](hostfw::Profile& p) { p.drives.clear(); });
-    fake = std::make_unique<FakeAtaPassThru>();
-    fake->devices = {{0, 0xFFFF}};
-    fake->responder = [this](const RecordedPacket& p) { return drive.answer(p); };
-    fake->install();
-  }
-  void start() {
+  // A fresh machine with one rotating drive of 4096 sectors, changed by edit.
+  void start(const std::function<void(hostfw::DriveInfo&)>& edit = nullptr) {
+    TearDown();
+    machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) {
+      p.ata_error_report = hostfw::AtaErrorReport::kSuccess;
+      p.drives = {storage_bench::drive(1, 4096)};
+      if (edit) edit(p.drives[0]);
+    });
     bench = std::make_unique<ToolBench>(*machine);
     ASSERT_TRUE(bench->start());
-    watch = std::make_unique<CommandWatch>(fake->protocol());
+    watch = std::make_unique<CommandWatch>(controller());
   }
   void TearDown() override {
     watch.reset();
     bench.reset();
-    fake.reset();
+    machine.reset();
   }
+  EFI_ATA_PASS_THRU_PROTOCOL* controller() { return (*machine)->ata()->protocol(); }
   // Runs the tool; every write it sent must be one sector that the run's
   // scan reported uncorrectable, sent after that report.
   UINT64 run(UINT64 operation, ToolScreen& screen) {
@@ -152,18 +110,17 @@ class ScriptedRepair : public ::testing::Test {
     return lbas;
   }
 
-  ScriptedDrive drive;
   std::unique_ptr<TestMachine> machine;
-  std::unique_ptr<FakeAtaPassThru> fake;
   std::unique_ptr<ToolBench> bench;
   std::unique_ptr<CommandWatch> watch;
 };
 
-TEST_F(ScriptedRepair, SectorsThatRefuseTheWriteOrStayBadRemainAndTheOthersAreRepaired) {
-  drive.bad = {100, 200, 300};
-  drive.unwritable = {200};
-  drive.unrecoverable = {300};
-  start();
+TEST_F(Repair, SectorsThatRefuseTheWriteOrStayBadRemainAndTheOthersAreRepaired) {
+  start([](hostfw::DriveInfo& d) {
+    d.bad_sectors = {{100, 100}};
+    d.unwritable_sectors = {{200, 200}};
+    d.unrecoverable_sectors = {{300, 300}};
+  });
   ToolScreen screen;
   EXPECT_EQ(run(kRecover, screen), 1001u);
   EXPECT_EQ(screen.lines, (Lines{"Error #001 in sector 100", "Error #002 in sector 200", "Error #003 in sector 300",
@@ -181,15 +138,16 @@ TEST_F(ScriptedRepair, SectorsThatRefuseTheWriteOrStayBadRemainAndTheOthersAreRe
       read_back.push_back(c.lba);
       EXPECT_EQ(c.count, 1u);
     }
-    after_write = c.code == 0x30 && drive.unwritable.count(c.lba) == 0;
+    after_write = c.code == 0x30 && c.lba != 200;
   }
   EXPECT_EQ(read_back, (std::vector<uint64_t>{300, 100}));
 }
 
-TEST_F(ScriptedRepair, LargerLogicalSectorsAreWrittenWholeWithThePatternRepeated) {
-  drive.logical_bytes = 4096;
-  drive.bad = {8};
-  start();
+TEST_F(Repair, LargerLogicalSectorsAreWrittenWholeWithThePatternRepeated) {
+  start([](hostfw::DriveInfo& d) {
+    d.logical_sector_bytes = d.physical_sector_bytes = 4096;
+    d.bad_sectors = {{8, 8}};
+  });
   ToolScreen screen;
   EXPECT_EQ(run(kRecover, screen), 1000u);
   const auto writes = watch->writes();
@@ -204,9 +162,8 @@ EFIAPI EFI_STATUS no_pages(EFI_ALLOCATE_TYPE, EFI_MEMORY_TYPE, UINTN, EFI_PHYSIC
   return EFI_OUT_OF_RESOURCES;
 }
 
-TEST_F(ScriptedRepair, WithoutASectorBufferNothingIsWrittenAndEveryBadSectorRemains) {
-  drive.bad = {100, 200};
-  start();
+TEST_F(Repair, WithoutASectorBufferNothingIsWrittenAndEveryBadSectorRemains) {
+  start([](hostfw::DriveInfo& d) { d.bad_sectors = {{100, 100}, {200, 200}}; });
   const EFI_ALLOCATE_PAGES allocate = tarvik::gBS->AllocatePages;
   tarvik::gBS->AllocatePages = no_pages;
   ToolScreen screen;
@@ -220,26 +177,39 @@ TEST_F(ScriptedRepair, WithoutASectorBufferNothingIsWrittenAndEveryBadSectorRema
   EXPECT_TRUE(watch->writes().empty());
 }
 
-TEST_F(ScriptedRepair, AnErrorOtherThanUncEndsTheScanWithWhatWasFoundBeforeIt) {
-  drive.aborts_at = 165;
-  start();
+TEST_F(Repair, AnErrorOtherThanUncEndsTheScanWithWhatWasFoundBeforeIt) {
+  start([](hostfw::DriveInfo& d) { d.abort_sectors = {{165, 165}}; });
   ToolScreen check;
   EXPECT_EQ(run(kCheck, check), 1000u);
   EXPECT_EQ(check.lines, (Lines{"Error different of UNC.", "Cannot continue testing. Error Device Error",
                                 "# No bad sector found #"}));
   EXPECT_EQ(watch->of(0x40).back().lba, 160u);
 
-  drive.bad = {50};
+  start([](hostfw::DriveInfo& d) {
+    d.abort_sectors = {{165, 165}};
+    d.bad_sectors = {{50, 50}};
+  });
   ToolScreen recover;
   EXPECT_EQ(run(kRecover, recover), 1000u);
   EXPECT_EQ(recover.boxes.back().first, 4);
   EXPECT_EQ(written(), std::vector<uint64_t>{50});
 }
 
-TEST_F(ScriptedRepair, AFailingSectorNamedOutsideTheCommandIsNotTrustedNorWritten) {
-  drive.bad = {40};
-  drive.reports_failing_at = 7;  // in a chunk already verified
-  start();
+TEST_F(Repair, AFailingSectorNamedOutsideTheCommandIsNotTrustedNorWritten) {
+  start([](hostfw::DriveInfo& d) { d.bad_sectors = {{40, 40}}; });
+  // The drive names sector 7, in a chunk already verified, once: a tool
+  // that took its word would go on and find sector 40 as well.
+  bool misreported = false;
+  const AnswerChange misreport(controller(), [&](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, const auto& drive) {
+    const EFI_STATUS status = drive();
+    if ((packet.Asb->AtaError & 0x40) != 0 && !misreported) {
+      misreported = true;
+      packet.Asb->AtaSectorNumber = 7;
+      packet.Asb->AtaCylinderLow = packet.Asb->AtaCylinderHigh = 0;
+      packet.Asb->AtaDeviceHead &= 0xF0;
+    }
+    return status;
+  });
   ToolScreen screen;
   EXPECT_EQ(run(kRecover, screen), 1000u);
   EXPECT_EQ(screen.lines, (Lines{"Error different of UNC.", "Cannot continue testing. Error Device Error",
@@ -247,29 +217,42 @@ TEST_F(ScriptedRepair, AFailingSectorNamedOutsideTheCommandIsNotTrustedNorWritte
   EXPECT_TRUE(watch->writes().empty());
 }
 
-TEST_F(ScriptedRepair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttribute) {
-  start();
-  const auto first_box = [&]() {
+TEST_F(Repair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttribute) {
+  // With 100 spare sectors attribute 5's value is 100 less the reallocated
+  // count; its threshold is 36.
+  const auto first_box = [&](const std::function<void(hostfw::DriveInfo&)>& edit) {
+    start([&](hostfw::DriveInfo& d) {
+      d.spare_sectors = 100;
+      edit(d);
+    });
     ToolScreen screen;
     screen.answers = {kNo};
     EXPECT_EQ(run(kCheck, screen), 1003u);
-    return screen.boxes.at(0).first;
+    return screen.boxes.empty() ? 0 : screen.boxes[0].first;
   };
-  EXPECT_EQ(first_box(), 2);  // 100 against 36
-  drive.reallocated_value = 45;
-  EXPECT_EQ(first_box(), 1);  // 45 x 100 = 36 x 125
-  drive.reallocated_value = 46;
-  EXPECT_EQ(first_box(), 2);
-  drive.reallocated_value.reset();
-  drive.reallocated_threshold.reset();
-  EXPECT_EQ(first_box(), 1);  // neither listed: both 0
-  drive.smart_read_fails = true;
-  EXPECT_EQ(first_box(), 2);  // the drive cannot tell
+  EXPECT_EQ(first_box([](hostfw::DriveInfo&) {}), 2);                                 // 100 against 36
+  EXPECT_EQ(first_box([](hostfw::DriveInfo& d) { d.reallocated_sectors = 55; }), 1);  // 45 x 100 = 36 x 125
+  EXPECT_EQ(first_box([](hostfw::DriveInfo& d) { d.reallocated_sectors = 54; }), 2);  // 46
+  EXPECT_EQ(first_box([](hostfw::DriveInfo& d) { d.absent_attributes = {5}; }), 1);   // neither listed: both 0
+
+  // A drive whose SMART data cannot be read cannot tell.
+  start();
+  const AnswerChange unreadable(controller(), [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, const auto& drive) {
+    const bool smart_data = packet.Acb->AtaCommand == 0xB0 && packet.Acb->AtaFeatures == 0xD0;
+    return smart_data ? AnswerChange::Abort(packet) : drive();
+  });
+  ToolScreen screen;
+  screen.answers = {kNo};
+  EXPECT_EQ(run(kCheck, screen), 1003u);
+  ASSERT_FALSE(screen.boxes.empty());
+  EXPECT_EQ(screen.boxes[0].first, 2);
 }
 
-TEST_F(ScriptedRepair, ADriveThatRefusesWriteUncorrectableEndsTheOperationWith1004) {
-  drive.refuses_write_uncorrectable = true;
+TEST_F(Repair, ADriveThatRefusesWriteUncorrectableEndsTheOperationWith1004) {
   start();
+  const AnswerChange refusal(controller(), [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, const auto& drive) {
+    return packet.Acb->AtaCommand == 0x45 ? AnswerChange::Abort(packet) : drive();
+  });
   ToolScreen screen;
   EXPECT_EQ(run(kWriteUncorrectable, screen), 1004u);
   ASSERT_EQ(screen.lines.size(), 2u);
