@@ -31,6 +31,11 @@ VOID PrintCentered(const CHAR16* Text, UINTN Row, UINTN From, UINTN To);
 inline constexpr UINTN WrapWidth = 40;
 VOID PrintWrapped(const CHAR16* Text, UINTN* LineCount, UINT8 Mode, UINTN Row, UINTN From, UINTN To);
 VOID ClearRowSegment(UINTN Row, UINTN From, UINTN To);
+// A label and its value on Row of a panel: the label from From, the value
+// from ValueColumn, or right after a label that reaches it (a module may give
+// the whole row as the label and no value). Both are cut at To, and the row
+// is blanked up to it.
+VOID PrintLabelledRow(const CHAR16* Label, const CHAR16* Value, UINTN Row, UINTN From, UINTN ValueColumn, UINTN To);
 // Cyan blanks over [Left, Right) x [Top, Bottom).
 VOID ClearArea(UINTN Left, UINTN Right, UINTN Top, UINTN Bottom);
 
