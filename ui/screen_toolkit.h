@@ -22,6 +22,11 @@ VOID DrawPanelTitles(const CHAR16* LeftTitle, const CHAR16* RightTitle);
 // Draws the clock from ClockTime: every field when Force is 1, otherwise the
 // seconds and whichever of minutes and hours just rolled over.
 VOID DrawClock(UINT8 Force);
+// The clock's one-second notification: reads the time into ClockTime and,
+// while ClockEnabled is 1, draws the fields that changed. It runs at
+// ClockTpl, so between any two console calls of the screen being drawn.
+inline constexpr EFI_TPL ClockTpl = TPL_NOTIFY;
+EFIAPI VOID ClockTick(EFI_EVENT Event, VOID* Context);
 
 // Text centred in [From, To) of Row, blanks on both sides in the current
 // attribute; nothing when it does not fit.

@@ -66,4 +66,14 @@ UINTN CursorColumn() {
   return Column > 0 ? static_cast<UINTN>(Column) : 0;
 }
 
+ConsoleStateKeeper::ConsoleStateKeeper()
+    : Attribute_(gST->ConOut->Mode->Attribute),
+      Column_(gST->ConOut->Mode->CursorColumn),
+      Row_(gST->ConOut->Mode->CursorRow) {}
+
+ConsoleStateKeeper::~ConsoleStateKeeper() {
+  SetColour(static_cast<UINTN>(Attribute_));
+  MoveCursor(static_cast<UINTN>(Column_ > 0 ? Column_ : 0), static_cast<UINTN>(Row_ > 0 ? Row_ : 0));
+}
+
 }  // namespace tarvik

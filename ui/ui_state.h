@@ -60,4 +60,23 @@ VOID PutChar(CHAR16 Character);
 VOID PutBlanks(UINTN Count);
 UINTN CursorColumn();
 
+// Remembers the console's attribute and cursor and puts them back when it
+// goes. Every notification that draws (the clock, the spinner, a key poll's
+// redraw) holds one: it runs between two console calls of whatever screen
+// it interrupted, whose next call must find the console as it left it. The
+// console's own calls are never interrupted by it, since the firmware runs
+// them at TPL_NOTIFY.
+class ConsoleStateKeeper {
+ public:
+  ConsoleStateKeeper();
+  ~ConsoleStateKeeper();
+  ConsoleStateKeeper(const ConsoleStateKeeper&) = delete;
+  ConsoleStateKeeper& operator=(const ConsoleStateKeeper&) = delete;
+
+ private:
+  INT32 Attribute_;
+  INT32 Column_;
+  INT32 Row_;
+};
+
 }  // namespace tarvik

@@ -147,7 +147,7 @@ TEST_F(UiToolkit, ClockRedrawsTheFieldsThatChangedAndRestoresTheConsole) {
     EXPECT_EQ(text(column, row, 8), c.shown);
     EXPECT_EQ(attr(column + 6, row), 0x0F);
     const hostfw::ConsoleOut& console = machine->console();
-    EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 29, 10));
+    EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 30, 10));
   }
   ClockTime = EFI_TIME{};
 }
