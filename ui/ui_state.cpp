@@ -73,7 +73,14 @@ ConsoleStateKeeper::ConsoleStateKeeper()
 
 ConsoleStateKeeper::~ConsoleStateKeeper() {
   SetColour(static_cast<UINTN>(Attribute_));
-  MoveCursor(static_cast<UINTN>(Column_ > 0 ? Column_ : 0), static_cast<UINTN>(Row_ > 0 ? Row_ : 0));
+  // A cursor left on the last column (after a band drawn up to it) goes back
+  // one: no screen writes there, so whatever comes next positions the cursor
+  // first, and a serial terminal behind the firmware's console may not be
+  // sent to the 100th column (its cursor sequence holds two digits; the
+  // rest would show as text).
+  UINTN Column = Column_ > 0 ? static_cast<UINTN>(Column_) : 0;
+  if (ScreenColumns() > 0 && Column + 1 >= ScreenColumns() && Column > 0) --Column;
+  MoveCursor(Column, static_cast<UINTN>(Row_ > 0 ? Row_ : 0));
 }
 
 }  // namespace tarvik

@@ -4,8 +4,8 @@
 // section, in the saved file's order.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <algorithm>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -47,11 +47,11 @@ std::vector<std::vector<std::string>> device_sections(const std::vector<std::str
   return sections;
 }
 
-// The view's rows from the top of the scrollable area (row 3) down, without
-// the scroll bar's column.
-std::vector<std::string> view_rows(const hostfw::ScreenGrid& grid, int first_row, int count) {
+// The view's rows from the top of its area (row 3) down, without the scroll
+// bar's column.
+std::vector<std::string> view_rows(const hostfw::ScreenGrid& grid, int count) {
   std::vector<std::string> rows;
-  for (int row = first_row; row < first_row + count; ++row)
+  for (int row = 3; row < 3 + count; ++row)
     rows.push_back(trimmed(grid.text_at(0, row, grid.columns - 2)));
   return rows;
 }
@@ -88,7 +88,7 @@ TEST(StorageLogView, EveryDriveShowsEachOfItsLinesHoweverLongItsSectionIs) {
   std::vector<std::string> lines(total);
   for (int page = 0; page < kPages; ++page) {
     const int top = std::min(page * (kVisible - 1), total - kVisible);
-    const auto shown = view_rows(machine->console().snapshot("page " + std::to_string(page)).grid, 3, kVisible);
+    const auto shown = view_rows(machine->console().snapshot("page " + std::to_string(page)).grid, kVisible);
     for (int i = 0; i < kVisible; ++i) lines[top + i] = shown[i];
   }
   EXPECT_EQ(lines[0], " Tarvik Diagnostic Log");

@@ -149,6 +149,11 @@ TEST_F(UiToolkit, ClockRedrawsTheFieldsThatChangedAndRestoresTheConsole) {
     const hostfw::ConsoleOut& console = machine->console();
     EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 30, 10));
   }
+  // Left on the last column, where no screen writes, the cursor comes back
+  // one column short of it.
+  MoveCursor(ScreenColumns() - 1, 10);
+  DrawClock(0);
+  EXPECT_EQ(machine->console().cursor_column(), static_cast<int>(ScreenColumns()) - 2);
   ClockTime = EFI_TIME{};
 }
 
