@@ -22,7 +22,7 @@ VOID DrawFooter(const CHAR16* Text) { PrintBand(Text, ScreenRows() - 2, ui_colou
 
 VOID DrawScreenFrame(const CHAR16* Subtitle, const CHAR16* Footer) {
   SetColour(ui_colour::Screen);
-  gST->ConOut->ClearScreen(gST->ConOut);
+  ClearConsole();
   PrintBand(UiText(ui_text::Title), 0, ui_colour::Bar);
   PrintBand(Subtitle, 1, ui_colour::Band);
   DrawFooter(Footer);

@@ -10,6 +10,7 @@
 
 #include "efi/efi.h"
 #include "ui/scrolling.h"
+#include "ui/ui_state.h"
 
 namespace tarvik {
 
@@ -25,7 +26,7 @@ VOID DrawClock(UINT8 Force);
 // The clock's one-second notification: reads the time into ClockTime and,
 // while ClockEnabled is 1, draws the fields that changed. It runs at
 // ClockTpl, so between any two console calls of the screen being drawn.
-inline constexpr EFI_TPL ClockTpl = TPL_NOTIFY;
+inline constexpr EFI_TPL ClockTpl = DrawingTpl;
 EFIAPI VOID ClockTick(EFI_EVENT Event, VOID* Context);
 
 // Text centred in [From, To) of Row, blanks on both sides in the current

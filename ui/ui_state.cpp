@@ -1,6 +1,7 @@
 #include "ui/ui_state.h"
 
 #include "core/globals.h"
+#include "core/raised_tpl.h"
 #include "text/language_protocol.h"
 
 namespace tarvik {
@@ -21,13 +22,26 @@ const CHAR16* UiText(UINT64 Id) {
   return Text != nullptr ? Text : u"";
 }
 
-VOID SetColour(UINTN Attribute) { gST->ConOut->SetAttribute(gST->ConOut, Attribute); }
+VOID SetColour(UINTN Attribute) {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->SetAttribute(gST->ConOut, Attribute);
+}
 
-VOID MoveCursor(UINTN Column, UINTN Row) { gST->ConOut->SetCursorPosition(gST->ConOut, Column, Row); }
+VOID MoveCursor(UINTN Column, UINTN Row) {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->SetCursorPosition(gST->ConOut, Column, Row);
+}
+
+VOID ClearConsole() {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->ClearScreen(gST->ConOut);
+}
 
 // The console does not change the text it is given.
 VOID PutText(const CHAR16* Text) {
-  if (Text != nullptr && Text[0] != 0) gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
+  if (Text == nullptr || Text[0] == 0) return;
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
 }
 
 VOID PutLineText(const CHAR16* Text) {
@@ -47,8 +61,8 @@ VOID PutLineText(const CHAR16* Text) {
 }
 
 VOID PutChar(CHAR16 Character) {
-  CHAR16 Text[2] = {Character, 0};
-  gST->ConOut->OutputString(gST->ConOut, Text);
+  const CHAR16 Text[2] = {Character, 0};
+  PutText(Text);
 }
 
 VOID PutBlanks(UINTN Count) {

@@ -1,14 +1,18 @@
-// The clock's notification runs between any two console calls of the screen
-// being drawn: a screen drawn with the clock firing after its k-th call, for
-// every k, comes out as it does without the clock, cell by cell, with the
-// attribute and cursor the drawing left.
+// The clock's notification runs between two console calls of the screen
+// being drawn, never inside one: every call is made at the notifications'
+// level (a serial console may let them in between two characters), and a
+// screen drawn with the clock firing after its k-th call, for every k, comes
+// out as it does without the clock, cell by cell, with the attribute and
+// cursor the drawing left.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "hostfw/console_out.h"
+#include "hostfw/events.h"
 #include "tests/support/test_machine.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"
@@ -126,6 +130,52 @@ TEST_F(ClockBetweenCalls, AScreenComesOutTheSameWhereverTheClockInterruptsIt) {
   }
   EXPECT_GT(interrupted, 60) << "every call of the drawing was tried";
   EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+}
+
+// Stands between the screens and the console, noting the task priority of
+// each call.
+struct ConsoleSpy {
+  static inline hostfw::Events* events = nullptr;
+  static inline EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL real{};
+  static inline int calls = 0;
+  static inline EFI_TPL lowest = TPL_HIGH_LEVEL;
+
+  static void seen() {
+    ++calls;
+    lowest = std::min(lowest, events->tpl());
+  }
+  static EFIAPI EFI_STATUS OutputString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, CHAR16* Text) {
+    seen();
+    return real.OutputString(This, Text);
+  }
+  static EFIAPI EFI_STATUS SetAttribute(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN Attribute) {
+    seen();
+    return real.SetAttribute(This, Attribute);
+  }
+  static EFIAPI EFI_STATUS SetCursorPosition(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN Column, UINTN Row) {
+    seen();
+    return real.SetCursorPosition(This, Column, Row);
+  }
+  static EFIAPI EFI_STATUS ClearScreen(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This) {
+    seen();
+    return real.ClearScreen(This);
+  }
+};
+
+TEST_F(ClockBetweenCalls, EveryConsoleCallOfAScreenHoldsTheNotificationsThatDrawOff) {
+  EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* out = gST->ConOut;
+  ConsoleSpy::events = &machine->events();
+  ConsoleSpy::real = *out;
+  out->OutputString = ConsoleSpy::OutputString;
+  out->SetAttribute = ConsoleSpy::SetAttribute;
+  out->SetCursorPosition = ConsoleSpy::SetCursorPosition;
+  out->ClearScreen = ConsoleSpy::ClearScreen;
+  ASSERT_EQ(machine->events().tpl(), TPL_APPLICATION);
+  draw_a_screen();
+  *out = ConsoleSpy::real;
+  EXPECT_GT(ConsoleSpy::calls, 60);
+  EXPECT_EQ(ConsoleSpy::lowest, DrawingTpl);
+  EXPECT_EQ(machine->events().tpl(), TPL_APPLICATION);
 }
 
 }  // namespace
