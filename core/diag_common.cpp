@@ -2,9 +2,9 @@
 
 #include "core/format.h"
 #include "core/globals.h"
-#include "core/raised_tpl.h"
 #include "core/pool.h"
 #include "core/protocol_registry.h"
+#include "core/raised_tpl.h"
 #include "core/random.h"
 #include "core/start_image.h"
 #include "core/startup_texts.h"
