@@ -4,6 +4,7 @@
 #include "core/globals.h"
 #include "core/pool.h"
 #include "core/protocol_registry.h"
+#include "core/raised_tpl.h"
 #include "core/random.h"
 #include "core/start_image.h"
 #include "core/startup_texts.h"
@@ -19,7 +20,12 @@ EFIAPI UINTN Print(const CHAR16* Format, ...) {
   VA_START(Args, Format);
   UINTN Count = FormatV(Text.get(), PrintBufferChars + 1, Format, Args);
   VA_END(Args);
-  if (Count != 0 && gST != nullptr && gST->ConOut != nullptr) gST->ConOut->OutputString(gST->ConOut, Text.get());
+  if (Count != 0 && gST != nullptr && gST->ConOut != nullptr) {
+    // At TPL_NOTIFY, so that a notification that prints runs before or after
+    // the text, never between two of its characters.
+    const RaisedTpl Held(TPL_NOTIFY);
+    gST->ConOut->OutputString(gST->ConOut, Text.get());
+  }
   return Count;
 }
 

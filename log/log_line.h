@@ -25,6 +25,11 @@ inline LogWord WordAfter(const LogWord& Word) { return WordAt(PastSeparator(Word
 
 // Line begins with the characters of Word (an empty Word begins every line).
 BOOLEAN LineBeginsWith(const CHAR16* Line, const CHAR16* Word);
+// A drive's or module's section of a test log runs from its "UID" line up
+// to its end line, "STOP TESTS <code>" (algorithm stop lines begin with
+// their time stamp, so only end lines begin with STOP).
+inline BOOLEAN IsDeviceStartLine(const CHAR16* Line) { return LineBeginsWith(Line, log_word::Uid); }
+inline BOOLEAN IsDeviceEndLine(const CHAR16* Line) { return LineBeginsWith(Line, log_word::Stop); }
 // Text begins with a time stamp, or with as many dashes, which read as one.
 BOOLEAN BeginsWithTimeStamp(const CHAR16* Text);
 

@@ -66,16 +66,14 @@ EFIAPI EFI_STATUS GetLogDisplayName(CHAR16** Text, UINT64 N) {
 }
 
 EFIAPI EFI_STATUS GetLogResultCode(CHAR16** Text, UINT64 N) {
-  // Only device end lines begin with STOP; algorithm stop lines begin with
-  // their time stamp.
-  const CHAR16* Line = NthLineBeginningWith(log_word::Stop, N);
+  const CHAR16* Line = NthLineBeginningWith(log_word::Stop, N);  // the N-th device end line
   if (Line == nullptr || Text == nullptr) return EFI_SUCCESS;
   return CopyWord(DeviceResultCode(ParseLogLine(Line)), Text);
 }
 
 EFIAPI UINT64 GetLogDeviceCount() {
   UINT64 Count = 0;
-  for (UINT64 I = 0; I < LogLineCount(); ++I) Count += LineBeginsWith(LogLine(I), log_word::Uid) ? 1 : 0;
+  for (UINT64 I = 0; I < LogLineCount(); ++I) Count += IsDeviceStartLine(LogLine(I)) ? 1 : 0;
   return Count;
 }
 
@@ -89,7 +87,7 @@ EFIAPI UINT64 GetLogFirstDeviceLineCount() {
   UINT64 Count = 0;
   for (UINT64 I = First + 1; I < LogLineCount(); ++I) {
     ++Count;
-    if (LineBeginsWith(LogLine(I), log_word::Stop)) break;
+    if (IsDeviceEndLine(LogLine(I))) break;
   }
   return Count;
 }

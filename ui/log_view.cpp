@@ -235,9 +235,6 @@ EFI_STATUS DrawTestLogView(LogViewState& View, UINT64 TestIndex) {
   if (Logs == nullptr) return EFI_SUCCESS;
   ViewDrawing At{View};
   UiTests->GetTest(TestIndex, &At.Module);
-  const UINT64 LinesPerDevice = Logs->GetLogFirstDeviceLineCount();
-  const UINT64 Devices = Logs->GetLogDeviceCount();
-  View.LogViewLineCount = Devices * (LinesPerDevice + 2) + 2;
   SetColour(ui_colour::Screen);
 
   CHAR16 Text[TextChars];
@@ -251,29 +248,44 @@ EFI_STATUS DrawTestLogView(LogViewState& View, UINT64 TestIndex) {
   SPrint(Text, TextBytes, u"%s - %s", Translated(At.Module, OwnedKey.get()).Text(), Time);
   WholeLine(At, Text);
 
-  UINT64 L = 0;
-  for (UINT64 D = 0; D < Devices; ++D) {
-    for (UINT64 J = 0; J < LinesPerDevice + 2; ++J) {
-      ++L;
-      if (J == 0) {
-        WholeLine(At, u"");
-      } else if (J == 1) {
-        CHAR16* Name = nullptr;
-        CHAR16* Code = nullptr;
-        Logs->GetLogDisplayName(&Name, D);
-        Logs->GetLogResultCode(&Code, D);
-        const PoolPtr<CHAR16> OwnedName(Name), OwnedCode(Code);
-        SPrint(Text, TextBytes, u"%s - %s %s", Translated(At.Module, OwnedName.get()).Text(),
-               UiText(ui_text::ResultCode), OwnedCode ? OwnedCode.get() : u"");
-        WholeLine(At, Text);
-      } else {
-        CHAR16* Line = nullptr;
-        Logs->GetLine(L, &Line);
-        const PoolPtr<CHAR16> OwnedLine(Line);
-        LogLineRule(At, OwnedLine ? OwnedLine.get() : u"");
-      }
+  // Each device's section is laid out by its own lines: an empty line for
+  // its UID line, its header for the line after it, then every line up to
+  // its end line. Sections differ in length (the messages each device
+  // reported); what lies outside them (the footer, lines the log reserved
+  // and left empty) is not shown.
+  const UINT64 Lines = Logs->GetLineCount();
+  UINT64 Sections = 0;
+  BOOLEAN InSection = FALSE;
+  UINT64 J = 0;
+  for (UINT64 L = 1; L < Lines; ++L) {
+    CHAR16* Line = nullptr;
+    Logs->GetLine(L, &Line);
+    const PoolPtr<CHAR16> OwnedLine(Line);
+    const CHAR16* Raw = OwnedLine ? OwnedLine.get() : u"";
+    if (IsDeviceStartLine(Raw)) {
+      InSection = TRUE;
+      J = 0;
+      ++Sections;
     }
+    if (!InSection) continue;
+    if (J == 0) {
+      WholeLine(At, u"");
+    } else if (J == 1) {
+      CHAR16* Name = nullptr;
+      CHAR16* Code = nullptr;
+      Logs->GetLogDisplayName(&Name, Sections - 1);
+      Logs->GetLogResultCode(&Code, Sections - 1);
+      const PoolPtr<CHAR16> OwnedName(Name), OwnedCode(Code);
+      SPrint(Text, TextBytes, u"%s - %s %s", Translated(At.Module, OwnedName.get()).Text(),
+             UiText(ui_text::ResultCode), OwnedCode ? OwnedCode.get() : u"");
+      WholeLine(At, Text);
+    } else {
+      LogLineRule(At, Raw);
+      if (IsDeviceEndLine(Raw)) InSection = FALSE;
+    }
+    ++J;
   }
+  View.LogViewLineCount = At.Line;
   DrawScrollBar(View.LogViewLineCount, View.LogVisibleLines, View.LogScrollTop, 3);
   return EFI_SUCCESS;
 }

@@ -32,8 +32,10 @@ EFIAPI VOID RecoverKeyPoll(EFI_EVENT, VOID*) {
   EFI_INPUT_KEY Key = {0, 0};
   if (EFI_ERROR(gST->ConIn->ReadKeyStroke(gST->ConIn, &Key))) return;
   if (Key.ScanCode == ScanEscape) Run->Tool->CancelTool(nullptr);
-  if (ScrollByKey(Key, &Run->RecoverScrollTop, Run->RecoverLineTotal, Run->RecoverVisibleLines))
+  if (ScrollByKey(Key, &Run->RecoverScrollTop, Run->RecoverLineTotal, Run->RecoverVisibleLines)) {
+    const ConsoleStateKeeper Kept;  // the left panel may be half drawn
     DrawRecoverResults(*Run, RecoverView::Running);
+  }
 }
 
 EFIAPI VOID RecoverSpinnerTick(EFI_EVENT, VOID*) {

@@ -94,14 +94,7 @@ VOID DrawRecoverInfo(RecoveryRun& Run, UINT64 Percent, InfoDraw What) {
       if (What == InfoDraw::Changes && Hash == Run.DrawnRowHashes[R]) continue;
       Run.DrawnRowHashes[R] = Hash;
     }
-    // A label longer than the label column pushes its value along; both
-    // are cut at the box.
-    MoveCursor(X0, R + 5);
-    Print(u"%.*s", static_cast<INT32>(BoxRight - X0), OrEmpty(OwnedLabel));
-    if (CursorColumn() < XValue) PutBlanks(XValue - CursorColumn());
-    if (CursorColumn() < BoxRight)
-      Print(u"%.*s", static_cast<INT32>(BoxRight - CursorColumn()), OrEmpty(OwnedValue));
-    ClearRowSegment(R + 5, CursorColumn(), BoxRight);
+    PrintLabelledRow(OwnedLabel.get(), OwnedValue.get(), R + 5, X0, XValue, BoxRight);
   }
   if (What == InfoDraw::Whole) {
     CHAR16* Name = nullptr;

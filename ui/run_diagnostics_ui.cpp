@@ -22,11 +22,6 @@ namespace {
 
 constexpr UINT64 OneSecond = 10000000;  // in 100 ns units
 
-EFIAPI VOID ClockTick(EFI_EVENT, VOID*) {
-  gRT->GetTime(&ClockTime, nullptr);
-  if (ClockEnabled == 1) DrawClock(0);
-}
-
 // The interface state every screen shares, for one run of the interface:
 // set up by Start, released on every way out (the clock stops first, so its
 // notification never draws on a console being handed back).
@@ -67,7 +62,7 @@ class InterfaceSession {
 
   VOID StartClock() {
     gRT->GetTime(&ClockTime, nullptr);
-    Clock_.StartNotifying(TPL_NOTIFY, ClockTick, nullptr, OneSecond);
+    Clock_.StartNotifying(ClockTpl, ClockTick, nullptr, OneSecond);
   }
 
  private:

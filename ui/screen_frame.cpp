@@ -22,7 +22,7 @@ VOID DrawFooter(const CHAR16* Text) { PrintBand(Text, ScreenRows() - 2, ui_colou
 
 VOID DrawScreenFrame(const CHAR16* Subtitle, const CHAR16* Footer) {
   SetColour(ui_colour::Screen);
-  gST->ConOut->ClearScreen(gST->ConOut);
+  ClearConsole();
   PrintBand(UiText(ui_text::Title), 0, ui_colour::Bar);
   PrintBand(Subtitle, 1, ui_colour::Band);
   DrawFooter(Footer);
@@ -42,10 +42,7 @@ VOID DrawPanelTitles(const CHAR16* LeftTitle, const CHAR16* RightTitle) {
 }
 
 VOID DrawClock(UINT8 Force) {
-  SIMPLE_TEXT_OUTPUT_MODE* Mode = gST->ConOut->Mode;
-  const INT32 Attribute = Mode->Attribute;
-  const INT32 Column = Mode->CursorColumn;
-  const INT32 Row = Mode->CursorRow;
+  const ConsoleStateKeeper Kept;
   const UINTN Columns = ScreenColumns();
   const UINTN LastRow = ScreenRows() - 1;
   SetColour(ui_colour::Bar);
@@ -59,9 +56,11 @@ VOID DrawClock(UINT8 Force) {
   }
   MoveCursor(Columns - 4, LastRow);
   Print(u"%02d", ClockTime.Second);
-  SetColour(static_cast<UINTN>(Attribute));
-  // Back to the remembered row, one column left of the remembered column.
-  MoveCursor(Column > 0 ? static_cast<UINTN>(Column - 1) : 0, static_cast<UINTN>(Row));
+}
+
+EFIAPI VOID ClockTick(EFI_EVENT, VOID*) {
+  gRT->GetTime(&ClockTime, nullptr);
+  if (ClockEnabled == 1) DrawClock(0);
 }
 
 }  // namespace tarvik

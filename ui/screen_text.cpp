@@ -1,4 +1,5 @@
 // Texts placed in a segment of a row: centred, word-wrapped, or blanked.
+#include "core/diag_common.h"
 #include "core/pool.h"
 #include "core/wide_string.h"
 #include "ui/screen_toolkit.h"
@@ -49,6 +50,15 @@ VOID ClearRowSegment(UINTN Row, UINTN From, UINTN To) {
   if (To <= From) return;
   MoveCursor(From, Row);
   PutBlanks(To - From);
+}
+
+VOID PrintLabelledRow(const CHAR16* Label, const CHAR16* Value, UINTN Row, UINTN From, UINTN ValueColumn, UINTN To) {
+  if (To <= From) return;
+  MoveCursor(From, Row);
+  Print(u"%.*s", static_cast<INT32>(To - From), Label != nullptr ? Label : u"");
+  if (CursorColumn() < ValueColumn && ValueColumn < To) PutBlanks(ValueColumn - CursorColumn());
+  if (CursorColumn() < To) Print(u"%.*s", static_cast<INT32>(To - CursorColumn()), Value != nullptr ? Value : u"");
+  ClearRowSegment(Row, CursorColumn(), To);
 }
 
 VOID ClearArea(UINTN Left, UINTN Right, UINTN Top, UINTN Bottom) {

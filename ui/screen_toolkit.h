@@ -10,6 +10,7 @@
 
 #include "efi/efi.h"
 #include "ui/scrolling.h"
+#include "ui/ui_state.h"
 
 namespace tarvik {
 
@@ -22,6 +23,11 @@ VOID DrawPanelTitles(const CHAR16* LeftTitle, const CHAR16* RightTitle);
 // Draws the clock from ClockTime: every field when Force is 1, otherwise the
 // seconds and whichever of minutes and hours just rolled over.
 VOID DrawClock(UINT8 Force);
+// The clock's one-second notification: reads the time into ClockTime and,
+// while ClockEnabled is 1, draws the fields that changed. It runs at
+// ClockTpl, so between any two console calls of the screen being drawn.
+inline constexpr EFI_TPL ClockTpl = DrawingTpl;
+EFIAPI VOID ClockTick(EFI_EVENT Event, VOID* Context);
 
 // Text centred in [From, To) of Row, blanks on both sides in the current
 // attribute; nothing when it does not fit.
@@ -31,6 +37,11 @@ VOID PrintCentered(const CHAR16* Text, UINTN Row, UINTN From, UINTN To);
 inline constexpr UINTN WrapWidth = 40;
 VOID PrintWrapped(const CHAR16* Text, UINTN* LineCount, UINT8 Mode, UINTN Row, UINTN From, UINTN To);
 VOID ClearRowSegment(UINTN Row, UINTN From, UINTN To);
+// A label and its value on Row of a panel: the label from From, the value
+// from ValueColumn, or right after a label that reaches it (a module may give
+// the whole row as the label and no value). Both are cut at To, and the row
+// is blanked up to it.
+VOID PrintLabelledRow(const CHAR16* Label, const CHAR16* Value, UINTN Row, UINTN From, UINTN ValueColumn, UINTN To);
 // Cyan blanks over [Left, Right) x [Top, Bottom).
 VOID ClearArea(UINTN Left, UINTN Right, UINTN Top, UINTN Bottom);
 

@@ -114,15 +114,12 @@ VOID DrawProgressBar(UINT64 Percent, UINTN Row) {
 }
 
 VOID StepSpinner(UINTN Row, UINT8* State) {
-  SIMPLE_TEXT_OUTPUT_MODE* Mode = gST->ConOut->Mode;
-  const INT32 Attribute = Mode->Attribute;
-  const INT32 Column = Mode->CursorColumn;
-  const INT32 CursorRow = Mode->CursorRow;
-  SetColour(ui_colour::Screen);
-  MoveCursor(SpinnerColumn(), Row);
-  PutChar(SpinnerPhases[*State & 3]);
-  SetColour(static_cast<UINTN>(Attribute));
-  MoveCursor(static_cast<UINTN>(Column), static_cast<UINTN>(CursorRow));
+  {
+    const ConsoleStateKeeper Kept;
+    SetColour(ui_colour::Screen);
+    MoveCursor(SpinnerColumn(), Row);
+    PutChar(SpinnerPhases[*State & 3]);
+  }
   *State = *State >= 3 ? 0 : static_cast<UINT8>(*State + 1);
 }
 

@@ -29,8 +29,10 @@ EFIAPI VOID RunKeyPoll(EFI_EVENT, VOID*) {
   EFI_INPUT_KEY Key = {0, 0};
   if (EFI_ERROR(gST->ConIn->ReadKeyStroke(gST->ConIn, &Key))) return;
   if (Key.ScanCode == ScanEscape && Run->CurrentTest->StopTest(Run->CurrentTest) == EFI_SUCCESS) Run->TestRunning = 0;
-  if (ScrollByKey(Key, &Run->ResultScrollTop, Run->ResultLineCount, Run->ResultVisibleLines))
+  if (ScrollByKey(Key, &Run->ResultScrollTop, Run->ResultLineCount, Run->ResultVisibleLines)) {
+    const ConsoleStateKeeper Kept;  // the left panel may be half drawn
     DrawTestResults(*Run, ResultsMode::Update, nullptr, static_cast<UINT64>(Run->CurrentDevice));
+  }
 }
 
 EFIAPI VOID RunSpinnerTick(EFI_EVENT, VOID*) {

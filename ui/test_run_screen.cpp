@@ -66,11 +66,7 @@ VOID DrawTestProgress(TestRun& Run, INT64 Percent, UINT64 Device, UINT64 Algorit
     CHAR16* Value = nullptr;
     Module->GetRunInfoRow(Module, R, Device, &Label, &Value);
     const PoolPtr<CHAR16> OwnedLabel(Label), OwnedValue(Value);
-    MoveCursor(X0, R + 5);
-    Print(u"%s", OrEmpty(OwnedLabel));
-    MoveCursor(XValue, R + 5);
-    Print(u"%s", OrEmpty(OwnedValue));
-    ClearRowSegment(R + 5, CursorColumn(), BoxRight);
+    PrintLabelledRow(OwnedLabel.get(), OwnedValue.get(), R + 5, X0, XValue, BoxRight);
   }
   const UINT64 Chosen = Run.Record.SelectedAlgorithmCount;
   MoveCursor(X0, InfoRows + 5);

@@ -1,6 +1,7 @@
 #include "ui/ui_state.h"
 
 #include "core/globals.h"
+#include "core/raised_tpl.h"
 #include "text/language_protocol.h"
 
 namespace tarvik {
@@ -21,13 +22,26 @@ const CHAR16* UiText(UINT64 Id) {
   return Text != nullptr ? Text : u"";
 }
 
-VOID SetColour(UINTN Attribute) { gST->ConOut->SetAttribute(gST->ConOut, Attribute); }
+VOID SetColour(UINTN Attribute) {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->SetAttribute(gST->ConOut, Attribute);
+}
 
-VOID MoveCursor(UINTN Column, UINTN Row) { gST->ConOut->SetCursorPosition(gST->ConOut, Column, Row); }
+VOID MoveCursor(UINTN Column, UINTN Row) {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->SetCursorPosition(gST->ConOut, Column, Row);
+}
+
+VOID ClearConsole() {
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->ClearScreen(gST->ConOut);
+}
 
 // The console does not change the text it is given.
 VOID PutText(const CHAR16* Text) {
-  if (Text != nullptr && Text[0] != 0) gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
+  if (Text == nullptr || Text[0] == 0) return;
+  const RaisedTpl Held(DrawingTpl);
+  gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
 }
 
 VOID PutLineText(const CHAR16* Text) {
@@ -47,8 +61,8 @@ VOID PutLineText(const CHAR16* Text) {
 }
 
 VOID PutChar(CHAR16 Character) {
-  CHAR16 Text[2] = {Character, 0};
-  gST->ConOut->OutputString(gST->ConOut, Text);
+  const CHAR16 Text[2] = {Character, 0};
+  PutText(Text);
 }
 
 VOID PutBlanks(UINTN Count) {
@@ -64,6 +78,23 @@ VOID PutBlanks(UINTN Count) {
 UINTN CursorColumn() {
   const INT32 Column = gST->ConOut->Mode->CursorColumn;
   return Column > 0 ? static_cast<UINTN>(Column) : 0;
+}
+
+ConsoleStateKeeper::ConsoleStateKeeper()
+    : Attribute_(gST->ConOut->Mode->Attribute),
+      Column_(gST->ConOut->Mode->CursorColumn),
+      Row_(gST->ConOut->Mode->CursorRow) {}
+
+ConsoleStateKeeper::~ConsoleStateKeeper() {
+  SetColour(static_cast<UINTN>(Attribute_));
+  // A cursor left on the last column (after a band drawn up to it) goes back
+  // one: no screen writes there, so whatever comes next positions the cursor
+  // first, and a serial terminal behind the firmware's console may not be
+  // sent to the 100th column (its cursor sequence holds two digits; the
+  // rest would show as text).
+  UINTN Column = Column_ > 0 ? static_cast<UINTN>(Column_) : 0;
+  if (ScreenColumns() > 0 && Column + 1 >= ScreenColumns() && Column > 0) --Column;
+  MoveCursor(Column, static_cast<UINTN>(Row_ > 0 ? Row_ : 0));
 }
 
 }  // namespace tarvik

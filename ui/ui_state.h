@@ -48,9 +48,19 @@ inline constexpr UINTN Passed = 0x02;        // green on black
 inline constexpr UINTN Failed = 0x34;        // red on cyan
 }  // namespace ui_colour
 
+// Timer notifications that draw (the clock, the spinner, the key polls of a
+// running flow) run at this level, and every console call of the screens is
+// made at it: a firmware console may let a notification in between two
+// characters of its output (a serial terminal writes them one at a time),
+// where the notification's own output would split a text or a cursor
+// sequence. Notifications thus run only between two console calls.
+inline constexpr EFI_TPL DrawingTpl = TPL_NOTIFY;
+
 // ---- Console helpers: statuses of console output are not checked ----------
+// Each call is made at DrawingTpl.
 VOID SetColour(UINTN Attribute);
 VOID MoveCursor(UINTN Column, UINTN Row);
+VOID ClearConsole();
 VOID PutText(const CHAR16* Text);
 // PutText for lines that come from modules and tools: a control character
 // (the tab of "Bad sectors found =\t") shows as a blank, since consoles
@@ -59,5 +69,23 @@ VOID PutLineText(const CHAR16* Text);
 VOID PutChar(CHAR16 Character);
 VOID PutBlanks(UINTN Count);
 UINTN CursorColumn();
+
+// Remembers the console's attribute and cursor and puts them back when it
+// goes. Every notification that draws (the clock, the spinner, a key poll's
+// redraw) holds one: it runs between two console calls of whatever screen
+// it interrupted (see DrawingTpl), whose next call must find the console as
+// it left it.
+class ConsoleStateKeeper {
+ public:
+  ConsoleStateKeeper();
+  ~ConsoleStateKeeper();
+  ConsoleStateKeeper(const ConsoleStateKeeper&) = delete;
+  ConsoleStateKeeper& operator=(const ConsoleStateKeeper&) = delete;
+
+ private:
+  INT32 Attribute_;
+  INT32 Column_;
+  INT32 Row_;
+};
 
 }  // namespace tarvik

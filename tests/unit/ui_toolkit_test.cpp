@@ -147,8 +147,13 @@ TEST_F(UiToolkit, ClockRedrawsTheFieldsThatChangedAndRestoresTheConsole) {
     EXPECT_EQ(text(column, row, 8), c.shown);
     EXPECT_EQ(attr(column + 6, row), 0x0F);
     const hostfw::ConsoleOut& console = machine->console();
-    EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 29, 10));
+    EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 30, 10));
   }
+  // Left on the last column, where no screen writes, the cursor comes back
+  // one column short of it.
+  MoveCursor(ScreenColumns() - 1, 10);
+  DrawClock(0);
+  EXPECT_EQ(machine->console().cursor_column(), static_cast<int>(ScreenColumns()) - 2);
   ClockTime = EFI_TIME{};
 }
 
