@@ -1,10 +1,13 @@
-// The formatter on formats and arguments of any content. The input is a
-// program that writes a format string and, for each conversion, the
+// The formatter on formats and arguments of any content. Mostly the input
+// is a program that writes a format string and, for each conversion, the
 // argument it reads, so the arguments always match their conversions (as
 // they do in the application); the texts of %s and %a and every number
-// come from the input. Checks that nothing is written past the buffer (ASan),
+// come from the input. Otherwise the format is the input's own text, with
+// every argument 0 (a null text, a zero number), which any conversion reads
+// safely, and more of them than its '%' signs can consume. Checks that nothing is written past the buffer (ASan),
 // that the text is terminated where the count says, and that a smaller
 // buffer gets a prefix of what a large one gets.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +21,9 @@
 
 namespace {
 
-constexpr size_t kArgumentSlots = 24;
+constexpr size_t kArgumentSlots = 48;
+// A directive reads at most three arguments ('*' width, '*' precision, value).
+constexpr size_t kMostPercentSigns = kArgumentSlots / 3;
 constexpr size_t kLargeCapacity = 4096;
 
 EFIAPI UINTN Fmt(CHAR16* buffer, UINTN capacity, const CHAR16* format, ...) {
@@ -135,7 +140,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz_support::FuzzInput in(data, size);
   const size_t capacity = in.take<uint16_t>() % 600;
   Program program;
-  while (in.remaining() > 0 && program.format.size() < 2000) {
+  const bool raw = in.take<uint8_t>() % 4 == 0;
+  if (raw) {
+    program.format = in.take_text(2000);
+    if (static_cast<size_t>(std::count(program.format.begin(), program.format.end(), u'%')) >= kMostPercentSigns)
+      return 0;
+  }
+  while (!raw && in.remaining() > 0 && program.format.size() < 2000) {
     switch (in.take<uint8_t>() % 4) {
       case 0: program.literal(in); break;
       case 1: program.conversion(in); break;

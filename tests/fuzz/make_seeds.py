@@ -75,8 +75,16 @@ def f_not_conversion(char):
     return u8(2) + u8(0) + u8(5) + wide(char)
 
 
+def f_program(capacity, *ops):
+    return u16(capacity) + u8(1) + b"".join(ops)
+
+
+def f_raw(capacity, text):
+    return u16(capacity) + u8(0) + wide(text)
+
+
 def format_seeds():
-    return {
+    seeds = {
         "log-line-with-stamp": u16(200) + f_conversion("s", text="2026-11-22 09:30:00") + f_literal(" ")
         + f_conversion("s", text="START") + f_literal(" ") + f_conversion("s", text="MEMORY_TEST") + u8(0),
         "numbers-grouped-and-padded": u16(64) + f_conversion("d", flags=",", long_values=True, value=-1234567890123)
@@ -89,6 +97,83 @@ def format_seeds():
         + f_conversion("r", value=0x800000000000001D) + f_line_end(0) + f_conversion("p", value=0x1234ABCD)
         + f_line_end(1) + f_not_conversion("q") + f_line_end(2) + u8(0),
         "tiny-buffer": u16(1) + f_literal("abc") + f_line_end(0) + u8(0),
+    }
+    # The program seeds as written above begin with their capacity; the mode
+    # byte after it chooses a program.
+    seeds = {name: data[:2] + u8(1) + data[2:] for name, data in seeds.items()}
+    seeds["raw-directives"] = f_raw(300, "%-0,+ *.*lLd %,ld %08.3s %q %*c %% %.*a %lX %r %p %")
+    seeds["raw-log-format"] = f_raw(200, "%s %s %s %ld\n\r %s: %s")
+    return seeds
+
+
+# ---- SMBIOS tables: declared length, structure count, then the bytes ---------
+def structure(type_, length, strings=(), fields=b""):
+    formatted = bytearray(max(length, 4))
+    formatted[0], formatted[1] = type_, length & 0xFF
+    formatted[4:4 + len(fields)] = fields[:max(length - 4, 0)]
+    body = bytes(formatted[:length]) if length >= 4 else bytes(formatted[:4])
+    tail = b"".join(s.encode("latin-1") + b"\0" for s in strings) if strings else b"\0"
+    return body + tail + b"\0"
+
+
+def table(*structures, length=None, count=None):
+    data = b"".join(structures)
+    return u16(len(data) if length is None else length) + u16(len(structures) if count is None else count) + data
+
+
+def language(current, installable=("en|US|iso8859-1", "pt|BR|iso8859-1"), length=0x16):
+    fields = bytes([len(installable), 0]) + bytes(15) + bytes([current])
+    return structure(13, length, installable, fields)
+
+
+def memory_device(size_mb, type_, speed, strings=("Kestrel", "SN-0001", "KV-3200"), numbers=(1, 2, 3), length=0x1B):
+    fields = bytearray(0x1B - 4)
+    struct.pack_into("<H", fields, 0x0C - 4, size_mb)
+    fields[0x12 - 4] = type_
+    struct.pack_into("<H", fields, 0x15 - 4, speed)
+    fields[0x17 - 4], fields[0x18 - 4], fields[0x1A - 4] = numbers
+    return structure(17, length, strings, bytes(fields))
+
+
+SYSTEM = structure(1, 8, ("Korvan Systems", "Korvan Pro 7400", "Rev A2", "KVN7400-2418-0095"), bytes([1, 2, 3, 4]))
+
+
+def language_seeds():
+    return {
+        "portuguese": table(SYSTEM, language(2)),
+        "current-language-past-the-strings": table(language(9)),
+        "structure-too-short-for-the-current-language": table(language(1, length=0x15)),
+        "one-letter-language": table(language(1, installable=("e",))),
+        "empty-language-string": table(structure(13, 0x16, (), bytes(17) + bytes([1]))),
+        "language-cut-by-the-table-end": table(language(1), length=0x16 + 6),
+    }
+
+
+def memory_rows_seeds():
+    return {
+        "four-slots-one-empty": table(SYSTEM, *[memory_device(4096, 24, 1600) for _ in range(3)],
+                                      memory_device(0, 24, 0)),
+        "odd-sizes-and-types": table(memory_device(0xFFFF, 255, 0xFFFF), memory_device(0x7FFF, 26, 1),
+                                     memory_device(1, 2, 0, strings=("", "", ""))),
+        "string-numbers-past-the-set": table(memory_device(2048, 24, 2400, numbers=(7, 255, 0))),
+        "devices-older-and-shorter": table(memory_device(1024, 18, 400, length=0x15),
+                                           memory_device(512, 19, 533, length=0x0E)),
+        "long-serial-numbers": table(*[memory_device(8192, 24, 3200, strings=("M" * 120, "S" * 300, "P" * 90))
+                                       for _ in range(5)]),
+    }
+
+
+def smbios_seeds():
+    good = table(SYSTEM, structure(0, 0x0A, ("Tarvik Firmware Works", "TFW 2.14.1", "03/18/2025"),
+                                   bytes([1, 2, 0, 0, 3])), memory_device(4096, 24, 1600), language(1))
+    probe = u8(17) + u16(8)
+    return {
+        "machine-bios-memory-language": probe + good,
+        "more-structures-counted-than-held": probe + table(SYSTEM, count=40),
+        "length-below-the-header": u8(4) + u16(0) + table(SYSTEM, bytes([4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0]), count=3),
+        "string-set-cut-by-the-end": u8(4) + u16(12) + table(SYSTEM, bytes([4, 6, 0, 0, 0, 0]) + b"ab"),
+        "declared-longer-than-given": u8(1) + u16(0) + table(SYSTEM, length=4000),
+        "probe-past-the-end": u8(1) + u16(60000) + table(SYSTEM),
     }
 
 
@@ -155,6 +240,9 @@ def log_seeds():
 
 TARGETS = {
     "format": format_seeds,
+    "language": language_seeds,
+    "memory_rows": memory_rows_seeds,
+    "smbios": smbios_seeds,
     "log": log_seeds,
 }
 
