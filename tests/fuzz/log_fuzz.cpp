@@ -1,11 +1,13 @@
-// The log builder and its line parser on module texts and messages of any
-// length and content: a stand-in module whose module key, algorithm keys,
-// log rows, summary lines, messages, states, selections, result codes and
-// times come from the input; the log is built, every line read back and
-// parsed, and every query the log screens make is asked. Lines must stay
-// within their 200 characters, parsed words must lie inside their line, and
-// a module key and result codes that are plain words must read back as
-// they were given.
+// The log builders and the line parser on texts and messages of any length
+// and content. A test log: a stand-in module whose module key, algorithm
+// keys, log rows, summary lines, messages, states, selections, result codes
+// and times come from the input; the log is built, every line read back and
+// parsed, and every query the log screens make is asked. Then a recovery
+// log: a stand-in bad-sector tool whose operation names and rows, and the
+// result lines and times, come from the input. Lines must stay within their
+// 200 characters, parsed words must lie inside their line, a module key and
+// result codes that are plain words must read back as they were given, and
+// a recovery log is framed by its RECOVER lines whatever it holds.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +17,7 @@
 #include "log/log_line.h"
 #include "log/log_protocol.h"
 #include "tests/fuzz/fuzz_support.h"
+#include "tests/support/fake_bad_sectors_tool.h"
 #include "tests/support/fake_test_module.h"
 
 namespace {
@@ -69,12 +72,64 @@ std::u16string Answer(Query query) {
 
 EFI_TIME Time(FuzzInput& in) { return in.take<EFI_TIME>(); }
 
+// Reads every line back: each within a log line, each parsed inside itself.
+void ReadBack(tarvik::LogProtocol& log) {
+  for (UINT64 i = 0; i < log.GetLineCount(); ++i) {
+    CHAR16* line = nullptr;
+    if (EFI_ERROR(log.GetLine(i, &line)) || line == nullptr) Fail("a line not handed out");
+    const size_t length = Length(line);
+    if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
+    ParseInside(line, length);
+    CHAR16* stripped = nullptr;
+    log.StripSecondsSuffix(line, &stripped);
+    if (stripped != nullptr) tarvik::gBS->FreePool(stripped);
+    tarvik::gBS->FreePool(line);
+  }
+}
+
+EFIAPI EFI_STATUS KeepTool(EFI_HANDLE) { return EFI_SUCCESS; }
+
+// A recovery log of the input's lines from a stand-in tool.
+void RecoveryLog(tarvik::LogProtocol& log, testing_support::FakeBadSectorsTool& tool, FuzzInput& in) {
+  tool.operations = {Text(in), Text(in)};
+  tool.rows = {{Text(in), Text(in)}, {Text(in), Text(in)}};
+  tool.rows.resize(in.take<uint8_t>() % 3);  // a tool may lack its rows
+  EFI_HANDLE handle = fuzz_support::machine().image_handle();
+  tool.record()->Header.ImageHandle = handle;
+  EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+  VOID* record = tool.record();
+  if (EFI_ERROR(tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid, &record, KeepTool)))
+    Fail("no tool");
+  std::vector<std::u16string> lines(in.take<uint8_t>() % 8);
+  std::vector<CHAR16*> pointers;
+  for (std::u16string& line : lines) pointers.push_back((line = Text(in)).data());
+  pointers.push_back(nullptr);  // never null, even without lines
+  const UINT64 operation = in.take<uint8_t>() % 3;
+  const EFI_TIME start = Time(in), end = Time(in);
+  if (EFI_ERROR(log.BuildRecoverLog(lines.size(), pointers.data(), operation, &start, &end)))
+    Fail("a recovery log was not built");
+  ReadBack(log);
+  CHAR16* first = nullptr;
+  CHAR16* last = nullptr;
+  log.GetLine(0, &first);
+  log.GetLine(log.GetLineCount() - 1, &last);
+  const bool framed = first != nullptr && last != nullptr &&
+                      tarvik::ParseLogLine(first).ModuleKey.Is(tarvik::log_word::Recover) &&
+                      tarvik::ParseLogLine(last).ModuleKey.Is(tarvik::log_word::Recover);
+  if (first != nullptr) tarvik::gBS->FreePool(first);
+  if (last != nullptr) tarvik::gBS->FreePool(last);
+  if (!framed) Fail("a recovery log without its RECOVER lines");
+  log.FreeLog();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzInput in(data, size);
   fuzz_support::machine();
   fuzz_support::LeakCheck leaks("log");
+  // Installed during the input, so it must outlive the services' removal.
+  testing_support::FakeBadSectorsTool tool;
   fuzz_support::CoreServices services;
   auto* log = static_cast<tarvik::LogProtocol*>(fuzz_support::Located(tarvik::LogProtocolGuid));
   if (log == nullptr) Fail("not installed");
@@ -157,17 +212,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const auto& device : module.devices)
     for (const auto& row : device.log_rows) some_row_begins_with_stop |= row.first.rfind(u"STOP", 0) == 0;
 
-  for (UINT64 i = 0; i < log->GetLineCount(); ++i) {
-    CHAR16* line = nullptr;
-    if (EFI_ERROR(log->GetLine(i, &line)) || line == nullptr) Fail("a line not handed out");
-    const size_t length = Length(line);
-    if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
-    ParseInside(line, length);
-    CHAR16* stripped = nullptr;
-    log->StripSecondsSuffix(line, &stripped);
-    if (stripped != nullptr) tarvik::gBS->FreePool(stripped);
-    tarvik::gBS->FreePool(line);
-  }
+  ReadBack(*log);
   if (PlainWord(module.module_key) && Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); }) !=
                                           module.module_key)
     Fail("the module key did not read back");
@@ -184,5 +229,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   log->GetLogFirstDeviceLineCount();
   ParseInside(stray_line.c_str(), stray_line.size());
   log->FreeLog();
+  RecoveryLog(*log, tool, in);
   return 0;
 }

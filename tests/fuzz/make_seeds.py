@@ -214,6 +214,13 @@ def log_run(key, algorithms, devices, summary=(), states=None, messages=None, co
     return out + l_text(stray)
 
 
+def recovery(lines, operation=1, rows=2, names=("Check bad sectors", "Check and recover bad sectors"),
+             row_texts=("Device 0: Ostrava HD2000", "", "Size:", "1863 GB")):
+    out = b"".join(l_text(t) for t in names) + b"".join(l_text(t) for t in row_texts) + u8(rows)
+    out += u8(len(lines)) + b"".join(l_text(line) for line in lines) + u8(operation)
+    return out + l_time(2025, 2, 3, 4, 5, 6) + l_time(2025, 2, 3, 5, 6, 7)
+
+
 MEMORY_ROWS = [("UID:", "SN-0001"), ("DISPLAYNAME:", "MAIN_MEMORY"), ("PHYSICAL_MEMORY:", "8 GB"),
                (">>> RESOURCE BANK", " "), ("INDEX:", "0"), ("MANUFACTURER:", "Kestrel"), ("SPEED:", "3200"),
                ("SIZE:", "8 GB"), ("PART_NUMBER:", "KV-3200"), ("SERIAL_NUMBER:", "SN-0001"),
@@ -223,7 +230,7 @@ MEMORY_ROWS = [("UID:", "SN-0001"), ("DISPLAYNAME:", "MAIN_MEMORY"), ("PHYSICAL_
 def log_seeds():
     drive = [("UID:", "WD-WCC4N0123456"), ("DISPLAYNAME:", "HDD0"), ("MODEL:", "Kestrel KD1000"),
              ("SERIAL:", "WD-WCC4N0123456"), ("CAPACITY:", "1,000 GB")]
-    return {
+    seeds = {
         "memory-run": log_run("MEMORY", ["ADVANCED_INTEGRITY"], [MEMORY_ROWS],
                               summary=["MESSAGE TESTED_SIZE: 6,144 MB"], codes=["UME001000-XKUXDI"],
                               stray="20240315T101516UTC STOP ADVANCED_INTEGRITY SUCCESS 75 S"),
@@ -236,6 +243,12 @@ def log_seeds():
                               codes=["C" * 210], stray="+++ " + "9" * 300),
         "no-devices": log_run("MEMORY", ["A", "B"], [], stray="+++ ------------------ RECOVER"),
     }
+    # Each run is followed by a recovery log.
+    recoveries = [recovery(["Bad sectors found =\t2", "Corrected sector 1234"]),
+                  recovery([], operation=0, rows=0),
+                  recovery(["L" * 250] * 2, names=("N" * 210, ""), row_texts=("D" * 120, "V" * 120, "", "")),
+                  recovery(["--- 20250203T050607UTC RECOVER"], operation=2, rows=1)]
+    return {name: data + recoveries[i % len(recoveries)] for i, (name, data) in enumerate(seeds.items())}
 
 
 TARGETS = {
