@@ -191,7 +191,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (auto& row : states) state_rows.push_back(row.data());
   std::vector<CHAR16*> summary_pointers;
   for (std::u16string& line : summary) summary_pointers.push_back(line.data());
-  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices, std::vector<std::vector<CHAR16*>>(algorithms));
+  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
+                                                                  std::vector<std::vector<CHAR16*>>(algorithms));
   std::vector<std::vector<CHAR16**>> message_cells(devices, std::vector<CHAR16**>(algorithms));
   std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   std::vector<CHAR16***> message_devices;
@@ -228,15 +229,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const auto& row : device.log_rows) some_row_begins_with_stop |= row.first.rfind(u"STOP", 0) == 0;
 
   ReadBack(*log, pool);
-  if (!pool.fired() && PlainWord(module.module_key) && Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); }) !=
-                                          module.module_key)
+  const std::u16string key = Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); });
+  if (!pool.fired() && PlainWord(module.module_key) && key != module.module_key)
     Fail("the module key did not read back");
   size_t selected = 0;
   for (size_t d = 0; d < devices; ++d) {
     if (device_selection[d] != 1) continue;
     const std::u16string read = Answer([&](CHAR16** text) { return log->GetLogResultCode(text, selected); });
-    if (!pool.fired() && !some_row_begins_with_stop && code_pointers[d] != nullptr && PlainWord(codes[d]) && read != codes[d])
-      Fail("a result code did not read back");
+    const bool readable = !pool.fired() && !some_row_begins_with_stop && code_pointers[d] != nullptr;
+    if (readable && PlainWord(codes[d]) && read != codes[d]) Fail("a result code did not read back");
     ++selected;
   }
   for (UINT64 n = 0; n <= devices; ++n) Answer([&](CHAR16** text) { return log->GetLogDisplayName(text, n); });
