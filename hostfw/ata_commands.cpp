@@ -76,6 +76,7 @@ struct Exchange {
   EFI_ATA_STATUS_BLOCK& s;
   uint64_t now;
   std::vector<uint8_t> data;
+  uint64_t media_sectors = 0;  // sectors the heads passed over
 
   AtaCompletion fail(uint8_t error) {
     s.AtaStatus = kStatusError;
@@ -109,6 +110,8 @@ struct Exchange {
 
 // READ VERIFY or WRITE SECTORS, in either register form. The access stops
 // at the range's first faulty sector; a write stores the sectors before it.
+// The media time covers the sectors up to and including the one it stopped
+// at (a drive that never answers times out instead).
 AtaCompletion media_access(Exchange& x, bool writing) {
   const bool ext = x.c.AtaCommand == kReadVerifyExt || x.c.AtaCommand == kWriteSectorsExt;
   const uint64_t lba = ext ? lba48(x.c) : lba28(x.c);
@@ -117,6 +120,7 @@ AtaCompletion media_access(Exchange& x, bool writing) {
   uint64_t at = 0;
   const MediaFault fault = x.drive.first_fault(lba, count, writing, &at);
   const uint64_t written = fault == MediaFault::kNone ? count : at - lba;
+  if (fault != MediaFault::kHang) x.media_sectors = fault == MediaFault::kNone ? count : at - lba + 1;
   if (writing && written > 0) x.drive.write(lba, written);
   return x.fault_at(fault, at, ext);
 }
@@ -255,7 +259,7 @@ bool ata_protocol_carried(UINT8 p) {
   return p == EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA || protocol_reads(p) || protocol_writes(p);
 }
 
-AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns) {
+AtaExecution execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns) {
   const EFI_ATA_COMMAND_BLOCK& c = *packet.Acb;
   // Transfer lengths count bytes, or logical sectors without the bytes flag.
   const uint64_t sector_bytes = drive.info.logical_sector_bytes;
@@ -271,7 +275,7 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
       packet.OutTransferLength = 0;
     }
     if (completion == AtaCompletion::kTimeout) s.AtaStatus = 0x80;  // BSY: the drive never finished
-    return completion;
+    return AtaExecution{completion, drive.media_ns(x.media_sectors)};
   };
 
   // The packet must carry the command's data the way the command moves it:
@@ -283,14 +287,14 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
     if (!protocol_reads(packet.Protocol)) return finish(x.fail(kErrorAbort));
     if (in_bytes < transfer.bytes) {
       packet.InTransferLength = static_cast<UINT32>((transfer.bytes + unit - 1) / unit);
-      return AtaCompletion::kBadBufferSize;
+      return {AtaCompletion::kBadBufferSize};
     }
   }
   if (transfer.direction == Transfer::kOut) {
     if (!protocol_writes(packet.Protocol)) return finish(x.fail(kErrorAbort));
     if (out_bytes < transfer.bytes) {
       packet.OutTransferLength = static_cast<UINT32>((transfer.bytes + unit - 1) / unit);
-      return AtaCompletion::kBadBufferSize;
+      return {AtaCompletion::kBadBufferSize};
     }
   }
 
@@ -307,7 +311,7 @@ AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PAC
     packet.InTransferLength = 0;
   }
   packet.OutTransferLength = transfer.direction == Transfer::kOut ? static_cast<UINT32>(transfer.bytes / unit) : 0;
-  return AtaCompletion::kDone;
+  return {AtaCompletion::kDone, drive.media_ns(x.media_sectors)};
 }
 
 }  // namespace hostfw

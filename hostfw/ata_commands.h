@@ -18,10 +18,17 @@ enum class AtaCompletion {
   kTimeout,        // the drive never answers
 };
 
+// How a command ended, and how long the drive spent on its media: the
+// caller lets that much machine time pass before it answers.
+struct AtaExecution {
+  AtaCompletion completion = AtaCompletion::kDone;
+  uint64_t media_ns = 0;
+};
+
 // The packet has been checked for shape (blocks present, lengths with
 // buffers, a protocol the controller carries). Fills the status block and
 // the transfer lengths.
-AtaCompletion execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns);
+AtaExecution execute_ata_command(AtaDrive& drive, EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, uint64_t now_ns);
 
 // Whether the controller carries out a packet of that protocol.
 bool ata_protocol_carried(UINT8 protocol);

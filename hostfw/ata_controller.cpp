@@ -220,7 +220,17 @@ EFI_STATUS AtaController::pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA
   AtaDrive* drive = find(port, multiplier_port);
   if (drive == nullptr) return EFI_INVALID_PARAMETER;  // a port-multiplier port the port does not have
 
-  switch (execute_ata_command(*drive, *packet, machine_.clock().now_ns())) {
+  const AtaExecution done = execute_ata_command(*drive, *packet, machine_.clock().now_ns());
+  // The drive works on its media while PassThru waits for it, at TPL_NOTIFY
+  // like every service here: timers falling due meanwhile are signalled at
+  // their time, and their notifications run once PassThru returns.
+  if (done.media_ns != 0) {
+    if (machine_.clock().is_virtual())
+      machine_.events().let_virtual_time_pass(done.media_ns);
+    else
+      machine_.events().stall((done.media_ns + 999) / 1000);
+  }
+  switch (done.completion) {
     case AtaCompletion::kDone: return EFI_SUCCESS;
     case AtaCompletion::kError:
       // A task file error: reported as such, or (as older firmware does after

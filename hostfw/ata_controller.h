@@ -36,6 +36,9 @@
 //                         (resets, diagnostics, queued commands).
 //   EFI_NOT_FOUND         no drive on that port.
 // Commands are blocking; an Event is ignored (the mode has no NONBLOCKIO).
+// A drive with a media rate (media_mb_per_s) keeps PassThru waiting while
+// READ VERIFY or WRITE SECTORS passes over its sectors at that rate; every
+// other command, and every command of a drive without one, is instant.
 //
 // The controller (this file) enumerates the drives and checks each packet;
 // ata_commands.* decodes the command and ata_drive.* is the drive.

@@ -87,4 +87,10 @@ void AtaDrive::log_error(uint64_t lba, uint64_t now_ns) {
   ++logged_errors;
 }
 
+uint64_t AtaDrive::media_ns(uint64_t sectors) const {
+  if (info.media_mb_per_s == 0) return 0;
+  // Bytes at MB/s (10^6 bytes a second) take bytes * 1000 / rate nanoseconds.
+  return sectors * info.logical_sector_bytes * 1000 / info.media_mb_per_s;
+}
+
 }  // namespace hostfw

@@ -86,6 +86,9 @@ struct AtaDrive {
   void make_uncorrectable(uint64_t lba, uint64_t count);
   // A read the drive could not complete goes into its error log.
   void log_error(uint64_t lba, uint64_t now_ns);
+  // How long passing over that many sectors takes at the media rate; 0 on a
+  // drive without one, which answers at once.
+  uint64_t media_ns(uint64_t sectors) const;
 
   // ---- IDENTIFY (ata_identify.cpp) ----
   void build_identify();

@@ -70,6 +70,7 @@ struct DriveInfo {
   uint16_t minor_version = 0x0110;  // IDENTIFY word 81: ACS-2 revision 3
   uint32_t cache_kib = 0;
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
+  uint32_t media_mb_per_s = 0;  // reads and writes of the media take machine time; 0: instant
 
   // SMART.
   bool smart_supported = true;

@@ -64,6 +64,8 @@ DriveInfo read_drive(const Reader& r, const Section& s) {
            [&](const std::string&) { d.minor_version = static_cast<uint16_t>(r.register_value(s, "ata_minor_version", 0xFFFF)); }},
           {"cache_kib", [&](const std::string&) { d.cache_kib = static_cast<uint32_t>(number("cache_kib", 0, 32767)); }},
           {"rotation_rpm", [&](const std::string&) { d.rotation_rpm = static_cast<uint16_t>(number("rotation_rpm", 0, 65535)); }},
+          {"media_mb_per_s",
+           [&](const std::string&) { d.media_mb_per_s = static_cast<uint32_t>(number("media_mb_per_s", 0, 100000)); }},
           {"smart", [&](const std::string& v) { smart = v; }},
           {"smart_supported", flag(d.smart_supported, "smart_supported")},
           {"smart_enabled", flag(d.smart_enabled, "smart_enabled")},
