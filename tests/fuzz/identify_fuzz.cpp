@@ -3,7 +3,9 @@
 // identification; then, when the probe takes the answer for a drive, the
 // identification the storage module makes of it (the next 512 bytes are the
 // SMART data page its temperature comes from) and every row shown or logged
-// from it.
+// from it. When byte 1024 is odd the device refuses IDENTIFY DEVICE instead,
+// with the cylinder registers of bytes 1025-1026 (a packet device's
+// signature among them), and the probe must pass it over.
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
@@ -18,6 +20,7 @@ namespace {
 constexpr uint8_t kIdentifyDevice = 0xEC;
 constexpr uint8_t kSmart = 0xB0;
 constexpr uint8_t kSmartReadData = 0xD0;
+constexpr uint8_t kAborted = 0x04;
 
 // Every text of the identification ends within its field.
 void CheckTerminated(const CHAR16* Text, UINTN Chars) {
@@ -37,19 +40,26 @@ void CheckIdentification(const tarvik::StorageDeviceInfo& Info) {
   if (Info.StandardVersionText == nullptr) std::abort();
 }
 
-// A row's texts exist once the getter succeeded, and go back to the pool.
+// A text a getter returned ends within its pool buffer (a read past it is
+// caught) and goes back to the pool.
+void Free(CHAR16* Text) {
+  if (Text == nullptr) std::abort();
+  for (const CHAR16* At = Text; *At != 0; ++At) {
+  }
+  tarvik::gBS->FreePool(Text);
+}
+
 void Release(EFI_STATUS Status, CHAR16* First, CHAR16* Second) {
   if (Status != EFI_SUCCESS) return;
-  if (First == nullptr || Second == nullptr) std::abort();
-  tarvik::gBS->FreePool(First);
-  tarvik::gBS->FreePool(Second);
+  Free(First);
+  Free(Second);
 }
 
 void ShowEveryRow(tarvik::StorageModule& Module, UINT64 Drive) {
   CHAR16 *First = nullptr, *Second = nullptr;
   Release(tarvik::StorageRunInfoRow(Module, 0, Drive, &First, &Second), First, Second);
   CHAR16* Name = nullptr;
-  if (tarvik::StorageDeviceName(Module, Drive, &Name) == EFI_SUCCESS) tarvik::gBS->FreePool(Name);
+  if (tarvik::StorageDeviceName(Module, Drive, &Name) == EFI_SUCCESS) Free(Name);
   for (UINT64 Row = 0; Row < tarvik::SystemInfoRowsPerDrive; ++Row)
     Release(tarvik::StorageSystemInfoRow(Module, Drive * tarvik::SystemInfoRowsPerDrive + Row, &First, &Second),
             First, Second);
@@ -64,19 +74,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Data, size_t Size) {
   tarvik::StorageDeviceInfo Info{};
   tarvik::ParseIdentifyData(Identify.data(), &Info);
   CheckIdentification(Info);
-  if (!tarvik::SerialNumberIsPrintable(Identify.data())) return 0;
 
   const std::vector<uint8_t> SmartData = fuzz_support::Slice(Data, Size, tarvik::IdentifyDataBytes, 512);
+  const std::vector<uint8_t> Refusal = fuzz_support::Slice(Data, Size, 2 * tarvik::IdentifyDataBytes, 3);
+  const bool Refused = (Refusal[0] & 1) != 0;
+  if (!Refused && !tarvik::SerialNumberIsPrintable(Identify.data())) return 0;
+  bool Used = false;
   fuzz_support::WithScriptedDrive(
       [&](const EFI_ATA_COMMAND_BLOCK& Command) {
         testing_support::AtaReply Reply;
-        if (Command.AtaCommand == kIdentifyDevice) Reply.data = Identify;
+        if (Command.AtaCommand == kIdentifyDevice && Refused) {
+          Reply = testing_support::AtaReply::error(EFI_DEVICE_ERROR, kAborted);
+          Reply.status_block.AtaCylinderLow = Refusal[1];
+          Reply.status_block.AtaCylinderHigh = Refusal[2];
+        } else if (Command.AtaCommand == kIdentifyDevice) {
+          Reply.data = Identify;
+        }
         if (Command.AtaCommand == kSmart && Command.AtaFeatures == kSmartReadData) Reply.data = SmartData;
         return Reply;
       },
-      [](tarvik::StorageModule& Module, UINT64 Drive) {
+      [&](tarvik::StorageModule& Module, UINT64 Drive) {
+        Used = true;
         CheckIdentification(*Module.Drives.Devices[Drive].Info);
         ShowEveryRow(Module, Drive);
       });
+  if (Refused && Used) __builtin_trap();  // a device that refused IDENTIFY is no drive
   return 0;
 }

@@ -100,6 +100,13 @@ int main(int argc, char** argv) {
     if (!info.atapi) write(corpus / "smart_pages", name, join({p.smart_data, p.thresholds}));
   }
 
+  // A packet device refusing IDENTIFY DEVICE with its signature (0x14, 0xEB).
+  Bytes refusal(2 * kPage + 3, 0);
+  refusal[2 * kPage] = 1;
+  refusal[2 * kPage + 1] = 0x14;
+  refusal[2 * kPage + 2] = 0xEB;
+  write(corpus / "identify", "packet_device_refusal", refusal);
+
   // A drive with errors and failed self-tests in its logs, several pages a log.
   hostfw::DriveInfo logged = drive("SIM HD-3000 Logs", "SIMLOG0009", 3907029168);
   logged.log_pages = 3;
