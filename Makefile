@@ -7,13 +7,17 @@
 #   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
 #   make image   the USB disk image build/tarvik-usb.img
 #   make bench   build and run the benchmarks (figures in docs/performance.md)
-#   make clean   remove build/ and build-asan/
+#   make fuzz    build the libFuzzer targets in build-fuzz/ and run each for
+#                FUZZ_SECONDS (default 60); see docs/reliability.md
+#   make clean   remove build/, build-asan/ and build-fuzz/
 #
 # Every target first installs missing Debian packages (tools/install-deps.sh).
 # QEMU memory: make qemu TARVIK_QEMU_MEMORY=512 (MiB).
 
 BUILD := build
 ASAN_BUILD := build-asan
+FUZZ_BUILD := build-fuzz
+FUZZ_SECONDS ?= 60
 JOBS := -j2
 CTEST := ctest --output-on-failure $(JOBS)
 
@@ -21,7 +25,7 @@ IMAGE := $(BUILD)/tarvik-usb.img
 QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
 EFI := $(BUILD)/TarvikDiag.efi
 
-.PHONY: all deps build run test test-main test-asan qemu image bench clean
+.PHONY: all deps build run test test-main test-asan qemu image bench fuzz clean
 
 all: build
 
@@ -54,6 +58,12 @@ bench: build
 	$(BUILD)/memtest_benchmark 256
 	$(BUILD)/recovery_benchmark 100
 
+# clang++ with libFuzzer, ASan and UBSan; only the fuzz_* executables.
+fuzz: deps
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_CXX_COMPILER=clang++ -DTARVIK_FUZZ=ON -DTARVIK_EFI=OFF -DTARVIK_QEMU_TESTS=OFF
+	cmake --build $(FUZZ_BUILD) $(JOBS) --target fuzz_targets
+	FUZZ_SECONDS=$(FUZZ_SECONDS) bash tests/fuzz/run_fuzz.sh $(FUZZ_BUILD)
+
 image: build
 	bash tools/make-image.sh $(IMAGE) $(EFI)
 	@echo "USB disk image: $(IMAGE)"
@@ -65,4 +75,4 @@ qemu: build
 	bash tools/qemu.sh $(QEMU_IMAGE)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages needed to build and test Tarvik: the host and
-# EFI toolchains, GoogleTest, and QEMU with OVMF, mtools and sfdisk for the
+# EFI toolchains, GoogleTest, libFuzzer, and QEMU with OVMF, mtools and sfdisk for the
 # disk image and the boot tests. Does nothing when everything is present.
 set -euo pipefail
 
@@ -8,7 +8,8 @@ packages=(
   make            # the top-level Makefile and CMake's generator
   cmake
   g++             # host program and unit tests
-  clang           # clang++ for TarvikDiag.efi
+  clang           # clang++ for TarvikDiag.efi and the fuzz targets
+  libclang-rt-14-dev # libFuzzer and the sanitizer runtimes of clang 14 (make fuzz)
   lld             # lld-link for TarvikDiag.efi
   libgtest-dev    # unit and host tests
   qemu-system-x86 # boot tests and `make qemu`

@@ -1,0 +1,188 @@
+// The log builder and its line parser on module texts and messages of any
+// length and content: a stand-in module whose module key, algorithm keys,
+// log rows, summary lines, messages, states, selections, result codes and
+// times come from the input; the log is built, every line read back and
+// parsed, and every query the log screens make is asked. Lines must stay
+// within their 200 characters, parsed words must lie inside their line, and
+// a module key and result codes that are plain words must read back as
+// they were given.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "log/log_line.h"
+#include "log/log_protocol.h"
+#include "tests/fuzz/fuzz_support.h"
+#include "tests/support/fake_test_module.h"
+
+namespace {
+
+using fuzz_support::FuzzInput;
+
+[[noreturn]] void Fail(const char* what) {
+  std::fprintf(stderr, "log: %s\n", what);
+  std::abort();
+}
+
+// Up to 510 characters: long enough to overrun a line.
+std::u16string Text(FuzzInput& in) { return in.take_text(in.take<uint8_t>() * 2u); }
+
+// A module key or result code the log keeps whole: one word that fits.
+bool PlainWord(const std::u16string& text) {
+  return !text.empty() && text.size() <= 100 && text.find_first_of(u" :") == std::u16string::npos;
+}
+
+bool Within(const CHAR16* line, size_t length, const tarvik::LogWord& word) {
+  return word.Start >= line && word.End() <= line + length;
+}
+
+// Parses Line (Length characters) and checks every view lies inside it.
+void ParseInside(const CHAR16* line, size_t length) {
+  const tarvik::ParsedLogLine parsed = tarvik::ParseLogLine(line);
+  const bool stamp_ok = parsed.Stamp.Length == 0 || Within(line, length, parsed.Stamp);
+  const bool key_ok = parsed.ModuleKey.Length == 0 || Within(line, length, parsed.ModuleKey);
+  const CHAR16* value = tarvik::ResourceValue(parsed);
+  const tarvik::LogWord code = tarvik::DeviceResultCode(parsed);
+  if (!stamp_ok || !key_ok || !Within(line, length, parsed.Keyword) || parsed.Rest < line ||
+      parsed.Rest > line + length || value < line || value > line + length ||
+      (code.Length != 0 && !Within(line, length, code)))
+    Fail("a parsed word outside its line");
+}
+
+size_t Length(const CHAR16* text) {
+  size_t n = 0;
+  while (text[n] != 0) ++n;
+  return n;
+}
+
+// A query's text, freed; "(none)" when it handed none out.
+template <typename Query>
+std::u16string Answer(Query query) {
+  CHAR16* text = nullptr;
+  if (EFI_ERROR(query(&text)) || text == nullptr) return u"(none)";
+  std::u16string copy(text);
+  tarvik::gBS->FreePool(text);
+  return copy;
+}
+
+EFI_TIME Time(FuzzInput& in) { return in.take<EFI_TIME>(); }
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzInput in(data, size);
+  fuzz_support::machine();
+  fuzz_support::LeakCheck leaks("log");
+  fuzz_support::CoreServices services;
+  auto* log = static_cast<tarvik::LogProtocol*>(fuzz_support::Located(tarvik::LogProtocolGuid));
+  if (log == nullptr) Fail("not installed");
+
+  testing_support::FakeTestModule module(fuzz_support::machine().image_handle());
+  module.module_key = Text(in);
+  const size_t algorithms = 1 + in.take<uint8_t>() % 3;
+  const size_t devices = in.take<uint8_t>() % 4;
+  const size_t rows = in.take<uint8_t>() % 12;
+  for (size_t a = 0; a < algorithms; ++a) module.algorithms.emplace_back(u"Algorithm", Text(in));
+  for (size_t d = 0; d < devices; ++d) {
+    testing_support::FakeDevice& device = module.devices.emplace_back(u"Device");
+    for (size_t r = 0; r < rows; ++r) {
+      std::u16string key = Text(in);
+      device.log_rows.emplace_back(key, Text(in));
+    }
+  }
+  if (EFI_ERROR(testing_support::located_test_collection()->AddTest(module.record()))) Fail("not registered");
+
+  // What the run screen collected, in the shapes the log takes them.
+  std::vector<std::u16string> summary(in.take<uint8_t>() % 3);
+  for (std::u16string& line : summary) line = Text(in);
+  std::vector<std::vector<UINT8>> states(devices, std::vector<UINT8>(algorithms));
+  std::vector<std::vector<std::vector<std::u16string>>> messages(
+      devices, std::vector<std::vector<std::u16string>>(algorithms));
+  for (size_t d = 0; d < devices; ++d) {
+    for (size_t a = 0; a < algorithms; ++a) {
+      states[d][a] = in.take<uint8_t>() % 8;
+      messages[d][a].resize(in.take<uint8_t>() % 3);
+      for (std::u16string& message : messages[d][a]) message = Text(in);
+    }
+  }
+  std::vector<UINT8> algorithm_selection(algorithms), device_selection(devices);
+  for (UINT8& selected : algorithm_selection) selected = in.take<uint8_t>() % 3;  // only 1 selects
+  for (UINT8& selected : device_selection) selected = in.take<uint8_t>() % 3;
+  std::vector<std::u16string> codes(devices);
+  std::vector<CHAR16*> code_pointers(devices);
+  for (size_t d = 0; d < devices; ++d) {
+    codes[d] = Text(in);
+    code_pointers[d] = in.take<uint8_t>() % 4 == 0 ? nullptr : codes[d].data();
+  }
+  // A start time, then one per algorithm that ran on each device.
+  std::vector<EFI_TIME> times(2 + devices * algorithms), durations(devices * algorithms);
+  for (EFI_TIME& time : times) time = Time(in);
+  for (EFI_TIME& duration : durations) duration = Time(in);
+  const std::u16string stray_line = Text(in);
+
+  std::vector<UINT8*> state_rows;
+  for (auto& row : states) state_rows.push_back(row.data());
+  std::vector<CHAR16*> summary_pointers;
+  for (std::u16string& line : summary) summary_pointers.push_back(line.data());
+  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices, std::vector<std::vector<CHAR16*>>(algorithms));
+  std::vector<std::vector<CHAR16**>> message_cells(devices, std::vector<CHAR16**>(algorithms));
+  std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
+  std::vector<CHAR16***> message_devices;
+  std::vector<UINT64*> count_devices;
+  for (size_t d = 0; d < devices; ++d) {
+    for (size_t a = 0; a < algorithms; ++a) {
+      for (std::u16string& message : messages[d][a]) message_pointers[d][a].push_back(message.data());
+      message_cells[d][a] = message_pointers[d][a].data();
+      message_counts[d][a] = messages[d][a].size();
+    }
+    message_devices.push_back(message_cells[d].data());
+    count_devices.push_back(message_counts[d].data());
+  }
+
+  // One unused entry past the devices, so an array is never null (the
+  // builder refuses null arrays; a run screen always has them).
+  state_rows.push_back(nullptr);
+  device_selection.push_back(0);
+  code_pointers.push_back(nullptr);
+  message_devices.push_back(nullptr);
+  count_devices.push_back(nullptr);
+  const EFI_STATUS built = log->BuildTestLog(
+      0, state_rows.data(), algorithm_selection.data(), device_selection.data(), code_pointers.data(), times.data(),
+      durations.data(), summary_pointers.data(), summary_pointers.size(), message_devices.data(), count_devices.data());
+  if (EFI_ERROR(built)) Fail("a log was not built");
+
+  bool some_row_begins_with_stop = false;
+  for (const auto& device : module.devices)
+    for (const auto& row : device.log_rows) some_row_begins_with_stop |= row.first.rfind(u"STOP", 0) == 0;
+
+  for (UINT64 i = 0; i < log->GetLineCount(); ++i) {
+    CHAR16* line = nullptr;
+    if (EFI_ERROR(log->GetLine(i, &line)) || line == nullptr) Fail("a line not handed out");
+    const size_t length = Length(line);
+    if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
+    ParseInside(line, length);
+    CHAR16* stripped = nullptr;
+    log->StripSecondsSuffix(line, &stripped);
+    if (stripped != nullptr) tarvik::gBS->FreePool(stripped);
+    tarvik::gBS->FreePool(line);
+  }
+  if (PlainWord(module.module_key) && Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); }) !=
+                                          module.module_key)
+    Fail("the module key did not read back");
+  size_t selected = 0;
+  for (size_t d = 0; d < devices; ++d) {
+    if (device_selection[d] != 1) continue;
+    const std::u16string read = Answer([&](CHAR16** text) { return log->GetLogResultCode(text, selected); });
+    if (!some_row_begins_with_stop && code_pointers[d] != nullptr && PlainWord(codes[d]) && read != codes[d])
+      Fail("a result code did not read back");
+    ++selected;
+  }
+  for (UINT64 n = 0; n <= devices; ++n) Answer([&](CHAR16** text) { return log->GetLogDisplayName(text, n); });
+  log->GetLogDeviceCount();
+  log->GetLogFirstDeviceLineCount();
+  ParseInside(stray_line.c_str(), stray_line.size());
+  log->FreeLog();
+  return 0;
+}
