@@ -49,22 +49,27 @@ void Free(CHAR16* Text) {
   tarvik::gBS->FreePool(Text);
 }
 
-void Release(EFI_STATUS Status, CHAR16* First, CHAR16* Second) {
-  if (Status != EFI_SUCCESS) return;
+// Hands a row getter two out-pointers and frees what it handed out.
+template <typename Getter>
+void ShowRow(Getter Get) {
+  CHAR16 *First = nullptr, *Second = nullptr;
+  if (Get(&First, &Second) != EFI_SUCCESS) return;
   Free(First);
   Free(Second);
 }
 
 void ShowEveryRow(tarvik::StorageModule& Module, UINT64 Drive) {
-  CHAR16 *First = nullptr, *Second = nullptr;
-  Release(tarvik::StorageRunInfoRow(Module, 0, Drive, &First, &Second), First, Second);
+  ShowRow([&](CHAR16** L, CHAR16** V) { return tarvik::StorageRunInfoRow(Module, 0, Drive, L, V); });
   CHAR16* Name = nullptr;
   if (tarvik::StorageDeviceName(Module, Drive, &Name) == EFI_SUCCESS) Free(Name);
   for (UINT64 Row = 0; Row < tarvik::SystemInfoRowsPerDrive; ++Row)
-    Release(tarvik::StorageSystemInfoRow(Module, Drive * tarvik::SystemInfoRowsPerDrive + Row, &First, &Second),
-            First, Second);
+    ShowRow([&](CHAR16** L, CHAR16** V) {
+      return tarvik::StorageSystemInfoRow(Module, Drive * tarvik::SystemInfoRowsPerDrive + Row, L, V);
+    });
   for (UINT64 Row = 0; Row < tarvik::LogRowsPerDrive; ++Row)
-    Release(tarvik::StorageLogRow(Module, Drive * tarvik::LogRowsPerDrive + Row, &First, &Second), First, Second);
+    ShowRow([&](CHAR16** L, CHAR16** V) {
+      return tarvik::StorageLogRow(Module, Drive * tarvik::LogRowsPerDrive + Row, L, V);
+    });
 }
 
 }  // namespace
