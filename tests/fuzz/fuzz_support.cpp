@@ -31,6 +31,15 @@ LeakCheck::~LeakCheck() {
   }
 }
 
+FailingPool::FailingPool(uint8_t nth) {
+  if (nth != 0) call_ = machine().memory().pool_allocations() + nth;
+  machine().faults().fail_allocate_pool_call = call_;
+}
+
+FailingPool::~FailingPool() { machine().faults().fail_allocate_pool_call = 0; }
+
+bool FailingPool::fired() const { return call_ != 0 && machine().memory().pool_allocations() >= call_; }
+
 GuardedBytes::GuardedBytes() {
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   data_ = (kMaxSize + page - 1) / page * page;

@@ -37,6 +37,24 @@ class LeakCheck {
   uint64_t pages_;
 };
 
+// Firmware short of memory: the `nth` pool allocation from now on fails
+// (none for 0) while this lives, so a target reaches the code's paths for a
+// failed allocation, and the leak check sees what they leave behind.
+class FailingPool {
+ public:
+  explicit FailingPool(uint8_t nth);
+  ~FailingPool();
+  FailingPool(const FailingPool&) = delete;
+  FailingPool& operator=(const FailingPool&) = delete;
+
+  // Whether the allocation to fail was asked for: a failure seen since is
+  // the code's answer to it.
+  bool fired() const;
+
+ private:
+  uint64_t call_ = 0;
+};
+
 // Bytes of firmware data at an address below 4 GiB (an SMBIOS entry point
 // holds a 32-bit table address), placed so that the byte after the last one
 // is on a page that cannot be read: a read past the end crashes.

@@ -1,11 +1,15 @@
-// The log builder and its line parser on module texts and messages of any
-// length and content: a stand-in module whose module key, algorithm keys,
-// log rows, summary lines, messages, states, selections, result codes and
-// times come from the input; the log is built, every line read back and
-// parsed, and every query the log screens make is asked. Lines must stay
-// within their 200 characters, parsed words must lie inside their line, and
-// a module key and result codes that are plain words must read back as
-// they were given.
+// The log builders and the line parser on texts and messages of any length
+// and content. A test log: a stand-in module whose module key, algorithm
+// keys, log rows, summary lines, messages, states, selections, result codes
+// and times come from the input; the log is built, every line read back and
+// parsed, and every query the log screens make is asked. Then a recovery
+// log: a stand-in bad-sector tool whose operation names and rows, and the
+// result lines and times, come from the input. Lines must stay within their
+// 200 characters, parsed words must lie inside their line, a module key and
+// result codes that are plain words must read back as they were given, and
+// a recovery log is framed by its RECOVER lines whatever it holds. The
+// input may make one pool allocation of the builders or the queries fail:
+// an operation may then fail, and nothing may leak.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +19,7 @@
 #include "log/log_line.h"
 #include "log/log_protocol.h"
 #include "tests/fuzz/fuzz_support.h"
+#include "tests/support/fake_bad_sectors_tool.h"
 #include "tests/support/fake_test_module.h"
 
 namespace {
@@ -69,12 +74,72 @@ std::u16string Answer(Query query) {
 
 EFI_TIME Time(FuzzInput& in) { return in.take<EFI_TIME>(); }
 
+// Reads every line back: each within a log line, each parsed inside itself.
+void ReadBack(tarvik::LogProtocol& log, const fuzz_support::FailingPool& pool) {
+  for (UINT64 i = 0; i < log.GetLineCount(); ++i) {
+    CHAR16* line = nullptr;
+    if (EFI_ERROR(log.GetLine(i, &line)) || line == nullptr) {
+      if (pool.fired() && line == nullptr) continue;
+      Fail("a line not handed out");
+    }
+    const size_t length = Length(line);
+    if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
+    ParseInside(line, length);
+    CHAR16* stripped = nullptr;
+    log.StripSecondsSuffix(line, &stripped);
+    if (stripped != nullptr) tarvik::gBS->FreePool(stripped);
+    tarvik::gBS->FreePool(line);
+  }
+}
+
+EFIAPI EFI_STATUS KeepTool(EFI_HANDLE) { return EFI_SUCCESS; }
+
+// A recovery log of the input's lines from a stand-in tool.
+void RecoveryLog(tarvik::LogProtocol& log, testing_support::FakeBadSectorsTool& tool, FuzzInput& in,
+                 const fuzz_support::FailingPool& pool) {
+  tool.operations = {Text(in), Text(in)};
+  tool.rows = {{Text(in), Text(in)}, {Text(in), Text(in)}};
+  tool.rows.resize(in.take<uint8_t>() % 3);  // a tool may lack its rows
+  EFI_HANDLE handle = fuzz_support::machine().image_handle();
+  tool.record()->Header.ImageHandle = handle;
+  EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+  VOID* record = tool.record();
+  if (EFI_ERROR(tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid, &record, KeepTool))) {
+    if (pool.fired()) return;
+    Fail("no tool");
+  }
+  std::vector<std::u16string> lines(in.take<uint8_t>() % 8);
+  std::vector<CHAR16*> pointers;
+  for (std::u16string& line : lines) pointers.push_back((line = Text(in)).data());
+  pointers.push_back(nullptr);  // never null, even without lines
+  const UINT64 operation = in.take<uint8_t>() % 3;
+  const EFI_TIME start = Time(in), end = Time(in);
+  if (EFI_ERROR(log.BuildRecoverLog(lines.size(), pointers.data(), operation, &start, &end))) {
+    if (pool.fired()) return;
+    Fail("a recovery log was not built");
+  }
+  ReadBack(log, pool);
+  CHAR16* first = nullptr;
+  CHAR16* last = nullptr;
+  log.GetLine(0, &first);
+  log.GetLine(log.GetLineCount() - 1, &last);
+  const bool framed = first != nullptr && last != nullptr &&
+                      tarvik::ParseLogLine(first).ModuleKey.Is(tarvik::log_word::Recover) &&
+                      tarvik::ParseLogLine(last).ModuleKey.Is(tarvik::log_word::Recover);
+  if (first != nullptr) tarvik::gBS->FreePool(first);
+  if (last != nullptr) tarvik::gBS->FreePool(last);
+  if (!framed && !pool.fired()) Fail("a recovery log without its RECOVER lines");
+  log.FreeLog();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzInput in(data, size);
-  fuzz_support::machine();
+  const uint8_t fail_allocation = in.take<uint8_t>();
   fuzz_support::LeakCheck leaks("log");
+  // Installed during the input, so it must outlive the services' removal.
+  testing_support::FakeBadSectorsTool tool;
   fuzz_support::CoreServices services;
   auto* log = static_cast<tarvik::LogProtocol*>(fuzz_support::Located(tarvik::LogProtocolGuid));
   if (log == nullptr) Fail("not installed");
@@ -126,7 +191,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (auto& row : states) state_rows.push_back(row.data());
   std::vector<CHAR16*> summary_pointers;
   for (std::u16string& line : summary) summary_pointers.push_back(line.data());
-  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices, std::vector<std::vector<CHAR16*>>(algorithms));
+  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
+                                                                  std::vector<std::vector<CHAR16*>>(algorithms));
   std::vector<std::vector<CHAR16**>> message_cells(devices, std::vector<CHAR16**>(algorithms));
   std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   std::vector<CHAR16***> message_devices;
@@ -148,35 +214,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   code_pointers.push_back(nullptr);
   message_devices.push_back(nullptr);
   count_devices.push_back(nullptr);
+  fuzz_support::FailingPool pool(fail_allocation);
   const EFI_STATUS built = log->BuildTestLog(
       0, state_rows.data(), algorithm_selection.data(), device_selection.data(), code_pointers.data(), times.data(),
       durations.data(), summary_pointers.data(), summary_pointers.size(), message_devices.data(), count_devices.data());
-  if (EFI_ERROR(built)) Fail("a log was not built");
+  if (EFI_ERROR(built)) {
+    if (!pool.fired()) Fail("a log was not built");
+    RecoveryLog(*log, tool, in, pool);
+    return 0;
+  }
 
   bool some_row_begins_with_stop = false;
   for (const auto& device : module.devices)
     for (const auto& row : device.log_rows) some_row_begins_with_stop |= row.first.rfind(u"STOP", 0) == 0;
 
-  for (UINT64 i = 0; i < log->GetLineCount(); ++i) {
-    CHAR16* line = nullptr;
-    if (EFI_ERROR(log->GetLine(i, &line)) || line == nullptr) Fail("a line not handed out");
-    const size_t length = Length(line);
-    if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
-    ParseInside(line, length);
-    CHAR16* stripped = nullptr;
-    log->StripSecondsSuffix(line, &stripped);
-    if (stripped != nullptr) tarvik::gBS->FreePool(stripped);
-    tarvik::gBS->FreePool(line);
-  }
-  if (PlainWord(module.module_key) && Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); }) !=
-                                          module.module_key)
+  ReadBack(*log, pool);
+  const std::u16string key = Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); });
+  if (!pool.fired() && PlainWord(module.module_key) && key != module.module_key)
     Fail("the module key did not read back");
   size_t selected = 0;
   for (size_t d = 0; d < devices; ++d) {
     if (device_selection[d] != 1) continue;
     const std::u16string read = Answer([&](CHAR16** text) { return log->GetLogResultCode(text, selected); });
-    if (!some_row_begins_with_stop && code_pointers[d] != nullptr && PlainWord(codes[d]) && read != codes[d])
-      Fail("a result code did not read back");
+    const bool readable = !pool.fired() && !some_row_begins_with_stop && code_pointers[d] != nullptr;
+    if (readable && PlainWord(codes[d]) && read != codes[d]) Fail("a result code did not read back");
     ++selected;
   }
   for (UINT64 n = 0; n <= devices; ++n) Answer([&](CHAR16** text) { return log->GetLogDisplayName(text, n); });
@@ -184,5 +245,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   log->GetLogFirstDeviceLineCount();
   ParseInside(stray_line.c_str(), stray_line.size());
   log->FreeLog();
+  RecoveryLog(*log, tool, in, pool);
   return 0;
 }

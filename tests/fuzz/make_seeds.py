@@ -1,9 +1,14 @@
 #!/usr/bin/env python3
 """Writes the seed inputs of the fuzz targets' corpora (tests/fuzz/corpus/).
 
-The seeds are the structures the unit tests build: real SMBIOS tables,
-module texts and log lines, format strings the application uses. Inputs a
-fuzzer found are committed beside them by hand and never rewritten here.
+The seeds are the structures the unit tests build: real SMBIOS tables (the
+host firmware's tables of machines/*.ini, dumped as their declared length,
+structure count and bytes into tests/fuzz/seeds/), module texts and log
+lines, format strings the application uses. Inputs a fuzzer found are
+committed beside them by hand and never rewritten here.
+
+Every target but the formatter's begins its input with the number of the
+pool allocation to fail (0: none).
 
     tests/fuzz/make_seeds.py [target...]
 """
@@ -11,7 +16,9 @@ import pathlib
 import struct
 import sys
 
-CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
+HERE = pathlib.Path(__file__).resolve().parent
+CORPUS = HERE / "corpus"
+MACHINE_TABLES = {path.stem: path.read_bytes() for path in sorted((HERE / "seeds").glob("*.smbios"))}
 
 
 def u8(v):
@@ -138,19 +145,29 @@ def memory_device(size_mb, type_, speed, strings=("Kestrel", "SN-0001", "KV-3200
 SYSTEM = structure(1, 8, ("Korvan Systems", "Korvan Pro 7400", "Rev A2", "KVN7400-2418-0095"), bytes([1, 2, 3, 4]))
 
 
+def with_failures(seeds, failing=(1, 2, 5)):
+    """Each seed without a failing allocation, and the first few also with one."""
+    out = {name: u8(0) + data for name, data in seeds.items()}
+    for (name, data), nth in zip(list(seeds.items()), failing):
+        out[f"{name}-allocation-{nth}-fails"] = u8(nth) + data
+    return out
+
+
 def language_seeds():
-    return {
+    return with_failures({
+        **{name: table for name, table in MACHINE_TABLES.items()},
         "portuguese": table(SYSTEM, language(2)),
         "current-language-past-the-strings": table(language(9)),
         "structure-too-short-for-the-current-language": table(language(1, length=0x15)),
         "one-letter-language": table(language(1, installable=("e",))),
         "empty-language-string": table(structure(13, 0x16, (), bytes(17) + bytes([1]))),
         "language-cut-by-the-table-end": table(language(1), length=0x16 + 6),
-    }
+    })
 
 
 def memory_rows_seeds():
-    return {
+    return with_failures({
+        **{name: table for name, table in MACHINE_TABLES.items()},
         "four-slots-one-empty": table(SYSTEM, *[memory_device(4096, 24, 1600) for _ in range(3)],
                                       memory_device(0, 24, 0)),
         "odd-sizes-and-types": table(memory_device(0xFFFF, 255, 0xFFFF), memory_device(0x7FFF, 26, 1),
@@ -160,21 +177,22 @@ def memory_rows_seeds():
                                            memory_device(512, 19, 533, length=0x0E)),
         "long-serial-numbers": table(*[memory_device(8192, 24, 3200, strings=("M" * 120, "S" * 300, "P" * 90))
                                        for _ in range(5)]),
-    }
+    }, failing=(3, 9, 14))
 
 
 def smbios_seeds():
     good = table(SYSTEM, structure(0, 0x0A, ("Tarvik Firmware Works", "TFW 2.14.1", "03/18/2025"),
                                    bytes([1, 2, 0, 0, 3])), memory_device(4096, 24, 1600), language(1))
     probe = u8(17) + u16(8)
-    return {
+    return with_failures({
+        **{name: probe + table for name, table in MACHINE_TABLES.items()},
         "machine-bios-memory-language": probe + good,
         "more-structures-counted-than-held": probe + table(SYSTEM, count=40),
         "length-below-the-header": u8(4) + u16(0) + table(SYSTEM, bytes([4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0]), count=3),
         "string-set-cut-by-the-end": u8(4) + u16(12) + table(SYSTEM, bytes([4, 6, 0, 0, 0, 0]) + b"ab"),
         "declared-longer-than-given": u8(1) + u16(0) + table(SYSTEM, length=4000),
         "probe-past-the-end": u8(1) + u16(60000) + table(SYSTEM),
-    }
+    }, failing=(1, 4, 10))
 
 
 # ---- log: a stand-in module's texts and what a run collected ---------------
@@ -214,6 +232,13 @@ def log_run(key, algorithms, devices, summary=(), states=None, messages=None, co
     return out + l_text(stray)
 
 
+def recovery(lines, operation=1, rows=2, names=("Check bad sectors", "Check and recover bad sectors"),
+             row_texts=("Device 0: Ostrava HD2000", "", "Size:", "1863 GB")):
+    out = b"".join(l_text(t) for t in names) + b"".join(l_text(t) for t in row_texts) + u8(rows)
+    out += u8(len(lines)) + b"".join(l_text(line) for line in lines) + u8(operation)
+    return out + l_time(2025, 2, 3, 4, 5, 6) + l_time(2025, 2, 3, 5, 6, 7)
+
+
 MEMORY_ROWS = [("UID:", "SN-0001"), ("DISPLAYNAME:", "MAIN_MEMORY"), ("PHYSICAL_MEMORY:", "8 GB"),
                (">>> RESOURCE BANK", " "), ("INDEX:", "0"), ("MANUFACTURER:", "Kestrel"), ("SPEED:", "3200"),
                ("SIZE:", "8 GB"), ("PART_NUMBER:", "KV-3200"), ("SERIAL_NUMBER:", "SN-0001"),
@@ -223,7 +248,7 @@ MEMORY_ROWS = [("UID:", "SN-0001"), ("DISPLAYNAME:", "MAIN_MEMORY"), ("PHYSICAL_
 def log_seeds():
     drive = [("UID:", "WD-WCC4N0123456"), ("DISPLAYNAME:", "HDD0"), ("MODEL:", "Kestrel KD1000"),
              ("SERIAL:", "WD-WCC4N0123456"), ("CAPACITY:", "1,000 GB")]
-    return {
+    seeds = {
         "memory-run": log_run("MEMORY", ["ADVANCED_INTEGRITY"], [MEMORY_ROWS],
                               summary=["MESSAGE TESTED_SIZE: 6,144 MB"], codes=["UME001000-XKUXDI"],
                               stray="20240315T101516UTC STOP ADVANCED_INTEGRITY SUCCESS 75 S"),
@@ -236,6 +261,13 @@ def log_seeds():
                               codes=["C" * 210], stray="+++ " + "9" * 300),
         "no-devices": log_run("MEMORY", ["A", "B"], [], stray="+++ ------------------ RECOVER"),
     }
+    # Each run is followed by a recovery log.
+    recoveries = [recovery(["Bad sectors found =\t2", "Corrected sector 1234"]),
+                  recovery([], operation=0, rows=0),
+                  recovery(["L" * 250] * 2, names=("N" * 210, ""), row_texts=("D" * 120, "V" * 120, "", "")),
+                  recovery(["--- 20250203T050607UTC RECOVER"], operation=2, rows=1)]
+    return with_failures({name: data + recoveries[i % len(recoveries)] for i, (name, data) in enumerate(seeds.items())},
+                         failing=(1, 6, 3))
 
 
 TARGETS = {

@@ -4,7 +4,8 @@
 // the screens and the result code read (the structures in their full
 // layouts, the machine's serial number). Every structure handed out must lie
 // inside the declared table; the table's end is followed by an unreadable
-// page, so a read past it crashes.
+// page, so a read past it crashes. The input may also make one pool
+// allocation of the reads fail.
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,14 +24,17 @@ using fuzz_support::SmbiosFirmware;
 }
 
 // Reads every string the structure at Record may name, and checks each is
-// a terminated text no longer than the table.
-void ReadStrings(tarvik::SmBiosProtocol& smbios, const SmbiosFirmware& firmware, const VOID* record) {
+// a terminated text no longer than the table. A structure the walk handed
+// out has every string (unless memory ran out).
+void ReadStrings(tarvik::SmBiosProtocol& smbios, const SmbiosFirmware& firmware, const VOID* record,
+                 const fuzz_support::FailingPool& pool, bool from_walk) {
   static constexpr UINTN kNumbers[] = {0, 1, 2, 3, 4, 5, 8, 255, 256};
   for (UINTN number : kNumbers) {
     CHAR16* text = nullptr;
     const EFI_STATUS status = smbios.GetSmbiosString(record, number, &text);
     if (EFI_ERROR(status)) {
       if (text != nullptr) Fail("a failed string read handed out a text");
+      if (from_walk && !pool.fired()) Fail("a string of a structure the walk found was refused");
       continue;
     }
     if (text == nullptr) Fail("a string read succeeded without a text");
@@ -52,6 +56,7 @@ void ReadFullLayout(const VOID* record) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz_support::FuzzInput in(data, size);
+  const uint8_t fail_allocation = in.take<uint8_t>();
   const UINT8 probe_type = in.take<UINT8>();
   const UINT16 probe_offset = in.take<UINT16>();
   SmbiosFirmware firmware(fuzz_support::TakeSmbiosInput(in));
@@ -59,6 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz_support::CoreServices services(firmware.system_table());
   auto* smbios = static_cast<tarvik::SmBiosProtocol*>(fuzz_support::Located(tarvik::SmBiosProtocolGuid));
   if (smbios == nullptr) Fail("not installed although the firmware has an SMBIOS entry point");
+  fuzz_support::FailingPool pool(fail_allocation);
 
   const UINT8 types[] = {0, 1, 4, 13, 17, probe_type};
   for (UINT8 type : types) {
@@ -70,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const auto* header = static_cast<const tarvik::SmbiosHeader*>(record);
       if (header->Type != type) Fail("a structure of another type");
       if (header->Length < 4 || header->Length > end - bytes) Fail("a structure whose formatted area leaves the table");
-      ReadStrings(*smbios, firmware, record);
+      ReadStrings(*smbios, firmware, record, pool, true);
       switch (type) {
         case 0: ReadFullLayout<tarvik::SmbiosBiosInformation>(record); break;
         case 1: ReadFullLayout<tarvik::SmbiosSystemInformation>(record); break;
@@ -86,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tarvik::PoolPtr<CHAR16> serial = tarvik::SystemSerialNumber(*smbios);
 
   // A record the caller points anywhere: inside the table, past it, before it.
-  ReadStrings(*smbios, firmware, firmware.table() + probe_offset);
+  ReadStrings(*smbios, firmware, firmware.table() + probe_offset, pool, false);
   CHAR16* text = nullptr;
   if (smbios->GetSmbiosString(firmware.table() - 1, 1, &text) != EFI_INVALID_PARAMETER || text != nullptr)
     Fail("a record before the table was read");

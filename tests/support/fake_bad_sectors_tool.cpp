@@ -1,5 +1,6 @@
 #include "tests/support/fake_bad_sectors_tool.h"
 
+#include "core/globals.h"
 #include "core/pool_text.h"
 
 namespace testing_support {
@@ -27,8 +28,15 @@ EFIAPI EFI_STATUS algorithm_name(tarvik::BadSectorsToolProtocol*, UINT64 index, 
 EFIAPI UINT64 algorithm_count(tarvik::BadSectorsToolProtocol*) { return current->operations.size(); }
 EFIAPI EFI_STATUS run_info_row(tarvik::BadSectorsToolProtocol*, UINT64 row, UINT64, CHAR16** label, CHAR16** value) {
   if (row >= current->rows.size() || label == nullptr || value == nullptr) return EFI_INVALID_PARAMETER;
-  copy(current->rows[row].first, label);
-  return copy(current->rows[row].second, value);
+  // Both texts or neither, as the real tool hands them out.
+  EFI_STATUS status = copy(current->rows[row].first, label);
+  if (EFI_ERROR(status)) return status;
+  status = copy(current->rows[row].second, value);
+  if (EFI_ERROR(status)) {
+    tarvik::gBS->FreePool(*label);
+    *label = nullptr;
+  }
+  return status;
 }
 EFIAPI UINT64 run_info_row_count(tarvik::BadSectorsToolProtocol*) { return current->rows.size(); }
 EFIAPI EFI_STATUS get_tool_name(tarvik::BadSectorsToolProtocol*, CHAR16** name) { return copy(current->tool_name, name); }
