@@ -1,6 +1,8 @@
-// The drive's logs of any content. The input is the SMART log directory
-// (bytes 0-511), the general-purpose log directory (512-1023) and the pages
-// every other log read returns (from 1024 on, zero-filled to what was asked).
+// The drive's logs of any content. The input is a byte naming a pool
+// allocation of the storage code that fails (0: none), then the SMART log
+// directory (512 bytes), the general-purpose log directory (512) and the
+// pages every other log read returns (the rest, zero-filled to what was
+// asked).
 // The readers of the five log layouts and the directories take the raw input
 // at every page offset, so that a short tail shows any read past the buffer;
 // then the targeted read runs on a scripted drive that keeps these logs,
@@ -52,7 +54,11 @@ EFIAPI EFI_STATUS IgnoreMessage(VOID*, const CHAR16*, UINT8, UINT64) { return EF
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Data, size_t Size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Input, size_t InputSize) {
+  if (InputSize == 0) return 0;
+  const uint8_t FailPool = Input[0];
+  const uint8_t* Data = Input + 1;
+  const size_t Size = InputSize - 1;
   ReadEveryEntry(Data, Size);
 
   const std::vector<uint8_t> SmartDirectory = fuzz_support::Slice(Data, Size, 0, kPage);
@@ -60,6 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Data, size_t Size) {
   const std::vector<uint8_t> Identify =
       testing_support::IdentifyPage::typical("Fuzz LG-1", "FUZZ0001", 1000000000).data();
   fuzz_support::WithScriptedDrive(
+      FailPool,
       [&](const EFI_ATA_COMMAND_BLOCK& Command) {
         testing_support::AtaReply Reply;
         const bool SmartLog = Command.AtaCommand == 0xB0 && Command.AtaFeatures == 0xD5;

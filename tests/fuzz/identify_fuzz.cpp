@@ -1,10 +1,11 @@
-// IDENTIFY data of any content (the input's first 512 bytes, zero-filled),
-// as a drive or a packet device answers it: the parse into the drive's
+// IDENTIFY data of any content, as a drive or a packet device answers it.
+// Byte 0 names a pool allocation of the storage code that fails (0: none);
+// bytes 1-512 are the IDENTIFY data (zero-filled), parsed into the drive's
 // identification; then, when the probe takes the answer for a drive, the
-// identification the storage module makes of it (the next 512 bytes are the
+// identification the storage module makes of it (bytes 513-1024 are the
 // SMART data page its temperature comes from) and every row shown or logged
-// from it. When byte 1024 is odd the device refuses IDENTIFY DEVICE instead,
-// with the cylinder registers of bytes 1025-1026 (a packet device's
+// from it. When byte 1025 is odd the device refuses IDENTIFY DEVICE instead,
+// with the cylinder registers of bytes 1026-1027 (a packet device's
 // signature among them), and the probe must pass it over.
 #include <cstdint>
 #include <cstdlib>
@@ -74,7 +75,11 @@ void ShowEveryRow(tarvik::StorageModule& Module, UINT64 Drive) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Data, size_t Size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Input, size_t InputSize) {
+  if (InputSize == 0) return 0;
+  const uint8_t FailPool = Input[0];
+  const uint8_t* Data = Input + 1;
+  const size_t Size = InputSize - 1;
   const std::vector<uint8_t> Identify = fuzz_support::Slice(Data, Size, 0, tarvik::IdentifyDataBytes);
   tarvik::StorageDeviceInfo Info{};
   tarvik::ParseIdentifyData(Identify.data(), &Info);
@@ -86,6 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Data, size_t Size) {
   if (!Refused && !tarvik::SerialNumberIsPrintable(Identify.data())) return 0;
   bool Used = false;
   fuzz_support::WithScriptedDrive(
+      FailPool,
       [&](const EFI_ATA_COMMAND_BLOCK& Command) {
         testing_support::AtaReply Reply;
         if (Command.AtaCommand == kIdentifyDevice && Refused) {

@@ -26,11 +26,13 @@ ScriptedPassThru& Scripted() {
 
 }  // namespace
 
-void WithScriptedDrive(const Answer& Answer, const std::function<void(tarvik::StorageModule&, UINT64)>& Use) {
+void WithScriptedDrive(uint8_t FailPool, const Answer& Answer,
+                       const std::function<void(tarvik::StorageModule&, UINT64)>& Use) {
   ScriptedPassThru& Scripted = fuzz_support::Scripted();
   Scripted.current = Answer;
   {
     LeakCheck Check("the scripted drive");
+    FailingPool Failing(FailPool);
     tarvik::StorageModule Module{};
     if (tarvik::DiscoverStorageDevices(&Module.Drives) == EFI_SUCCESS &&
         tarvik::IdentifyAllDevices(&Module.Drives) == EFI_SUCCESS) {

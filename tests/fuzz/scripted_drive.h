@@ -19,7 +19,10 @@ using Answer = std::function<testing_support::AtaReply(const EFI_ATA_COMMAND_BLO
 // are found and identified, Use works on a storage module's record holding
 // them (no texts, no installation), given the scripted drive's index in it.
 // Nothing is used when the scripted drive is not among them (its IDENTIFY
-// data did not make it a drive). Aborts when a pool or a page is left behind.
-void WithScriptedDrive(const Answer& Answer, const std::function<void(tarvik::StorageModule&, UINT64)>& Use);
+// data did not make it a drive, or an allocation failed). The FailPool-th
+// pool allocation from the start fails (none for 0). Aborts when a pool or
+// a page is left behind.
+void WithScriptedDrive(uint8_t FailPool, const Answer& Answer,
+                       const std::function<void(tarvik::StorageModule&, UINT64)>& Use);
 
 }  // namespace fuzz_support

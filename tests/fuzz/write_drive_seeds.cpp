@@ -21,6 +21,9 @@ void write(const std::filesystem::path& folder, const std::string& name, const B
   std::ofstream(folder / name, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 
+// The drive targets' inputs start with the pool allocation to fail: none.
+const Bytes kNoFailure{0};
+
 Bytes join(const std::vector<Bytes>& parts) {
   Bytes all;
   for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
@@ -96,7 +99,7 @@ int main(int argc, char** argv) {
       {"native_4k", native4k}, {"atapi", optical},    {"smart_failing", failing}, {"attributes_absent", bare}};
   for (const auto& [name, info] : drives) {
     const Pages p = pages_of(info);
-    write(corpus / "identify", name, join({p.identify, p.smart_data}));
+    write(corpus / "identify", name, join({kNoFailure, p.identify, p.smart_data}));
     if (!info.atapi) write(corpus / "smart_pages", name, join({p.smart_data, p.thresholds}));
   }
 
@@ -105,7 +108,7 @@ int main(int argc, char** argv) {
   refusal[2 * kPage] = 1;
   refusal[2 * kPage + 1] = 0x14;
   refusal[2 * kPage + 2] = 0xEB;
-  write(corpus / "identify", "packet_device_refusal", refusal);
+  write(corpus / "identify", "packet_device_refusal", join({kNoFailure, refusal}));
 
   // A drive with errors and failed self-tests in its logs, several pages a log.
   hostfw::DriveInfo logged = drive("SIM HD-3000 Logs", "SIMLOG0009", 3907029168);
@@ -118,6 +121,6 @@ int main(int argc, char** argv) {
       {"summary_error", {0x01, false}},  {"comprehensive_error", {0x02, false}}, {"ext_comprehensive_error", {0x03, true}},
       {"self_test", {0x06, false}},      {"ext_self_test", {0x07, true}}};
   for (const auto& [name, where] : logs)
-    write(corpus / "drive_logs", name, join({directories, log(d, where.first, where.second)}));
+    write(corpus / "drive_logs", name, join({kNoFailure, directories, log(d, where.first, where.second)}));
   return 0;
 }
