@@ -55,18 +55,15 @@ EFIAPI EFI_STATUS IgnoreMessage(VOID*, const CHAR16*, UINT8, UINT64) { return EF
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Input, size_t InputSize) {
-  if (InputSize == 0) return 0;
-  const uint8_t FailPool = Input[0];
-  const uint8_t* Data = Input + 1;
-  const size_t Size = InputSize - 1;
-  ReadEveryEntry(Data, Size);
+  const fuzz_support::DriveInput In(Input, InputSize);
+  ReadEveryEntry(In.Data, In.Size);
 
-  const std::vector<uint8_t> SmartDirectory = fuzz_support::Slice(Data, Size, 0, kPage);
-  const std::vector<uint8_t> GeneralDirectory = fuzz_support::Slice(Data, Size, kPage, kPage);
+  const std::vector<uint8_t> SmartDirectory = fuzz_support::Slice(In.Data, In.Size, 0, kPage);
+  const std::vector<uint8_t> GeneralDirectory = fuzz_support::Slice(In.Data, In.Size, kPage, kPage);
   const std::vector<uint8_t> Identify =
       testing_support::IdentifyPage::typical("Fuzz LG-1", "FUZZ0001", 1000000000).data();
   fuzz_support::WithScriptedDrive(
-      FailPool,
+      In.FailPool,
       [&](const EFI_ATA_COMMAND_BLOCK& Command) {
         testing_support::AtaReply Reply;
         const bool SmartLog = Command.AtaCommand == 0xB0 && Command.AtaFeatures == 0xD5;
@@ -76,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Input, size_t InputSize) {
         if (Command.AtaCommand == 0xB0 && Command.AtaFeatures == 0xD0) Reply.data.assign(kPage, 0);
         if ((SmartLog || ExtLog) && Command.AtaSectorNumber == 0) Reply.data = SmartLog ? SmartDirectory : GeneralDirectory;
         if ((SmartLog || ExtLog) && Command.AtaSectorNumber != 0)
-          Reply.data = fuzz_support::Slice(Data, Size, kLogsStart, Pages * kPage);
+          Reply.data = fuzz_support::Slice(In.Data, In.Size, kLogsStart, Pages * kPage);
         if (Command.AtaCommand == 0x42 || Command.AtaCommand == 0x40)
           return testing_support::AtaReply::error(EFI_DEVICE_ERROR, 0x40);
         return Reply;

@@ -76,22 +76,19 @@ void ShowEveryRow(tarvik::StorageModule& Module, UINT64 Drive) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Input, size_t InputSize) {
-  if (InputSize == 0) return 0;
-  const uint8_t FailPool = Input[0];
-  const uint8_t* Data = Input + 1;
-  const size_t Size = InputSize - 1;
-  const std::vector<uint8_t> Identify = fuzz_support::Slice(Data, Size, 0, tarvik::IdentifyDataBytes);
+  const fuzz_support::DriveInput In(Input, InputSize);
+  const std::vector<uint8_t> Identify = fuzz_support::Slice(In.Data, In.Size, 0, tarvik::IdentifyDataBytes);
   tarvik::StorageDeviceInfo Info{};
   tarvik::ParseIdentifyData(Identify.data(), &Info);
   CheckIdentification(Info);
 
-  const std::vector<uint8_t> SmartData = fuzz_support::Slice(Data, Size, tarvik::IdentifyDataBytes, 512);
-  const std::vector<uint8_t> Refusal = fuzz_support::Slice(Data, Size, 2 * tarvik::IdentifyDataBytes, 3);
+  const std::vector<uint8_t> SmartData = fuzz_support::Slice(In.Data, In.Size, tarvik::IdentifyDataBytes, 512);
+  const std::vector<uint8_t> Refusal = fuzz_support::Slice(In.Data, In.Size, 2 * tarvik::IdentifyDataBytes, 3);
   const bool Refused = (Refusal[0] & 1) != 0;
   if (!Refused && !tarvik::SerialNumberIsPrintable(Identify.data())) return 0;
   bool Used = false;
   fuzz_support::WithScriptedDrive(
-      FailPool,
+      In.FailPool,
       [&](const EFI_ATA_COMMAND_BLOCK& Command) {
         testing_support::AtaReply Reply;
         if (Command.AtaCommand == kIdentifyDevice && Refused) {

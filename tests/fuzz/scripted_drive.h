@@ -13,6 +13,17 @@
 
 namespace fuzz_support {
 
+// A drive target's input: the first byte names the pool allocation to fail
+// (0: none), the rest is the drive's data.
+struct DriveInput {
+  DriveInput(const uint8_t* Input, size_t InputSize)
+      : FailPool(InputSize > 0 ? Input[0] : 0), Data(InputSize > 0 ? Input + 1 : Input),
+        Size(InputSize > 0 ? InputSize - 1 : 0) {}
+  uint8_t FailPool;
+  const uint8_t* Data;
+  size_t Size;
+};
+
 using Answer = std::function<testing_support::AtaReply(const EFI_ATA_COMMAND_BLOCK&)>;
 
 // Answers every command to the scripted drive with Answer; once the drives
