@@ -13,16 +13,25 @@ bool ReadReallocatedSectors(StorageDevice& Device, UINT8& Value, UINT8& Threshol
   Value = 0;
   Threshold = 0;
   if (!CommandSucceeded(SmartReadData(&Device))) return false;
-  SmartAttribute Attribute{};
-  if (FindSmartAttribute(static_cast<const UINT8*>(Device.DataBuffer), SmartAttributeReallocatedSectors, &Attribute))
-    Value = Attribute.Value;
+  Value = ReallocatedSectorsValue(static_cast<const UINT8*>(Device.DataBuffer));
   // The thresholds page replaces the data page in the drive's data buffer.
   if (!CommandSucceeded(SmartReadThresholds(&Device))) return false;
-  FindSmartThreshold(static_cast<const UINT8*>(Device.DataBuffer), SmartAttributeReallocatedSectors, &Threshold);
+  Threshold = ReallocatedSectorsThreshold(static_cast<const UINT8*>(Device.DataBuffer));
   return true;
 }
 
 }  // namespace
+
+UINT8 ReallocatedSectorsValue(const UINT8* SmartDataPage) {
+  SmartAttribute Attribute{};
+  return FindSmartAttribute(SmartDataPage, SmartAttributeReallocatedSectors, &Attribute) ? Attribute.Value : 0;
+}
+
+UINT8 ReallocatedSectorsThreshold(const UINT8* ThresholdsPage) {
+  UINT8 Threshold = 0;
+  FindSmartThreshold(ThresholdsPage, SmartAttributeReallocatedSectors, &Threshold);
+  return Threshold;
+}
 
 bool AcknowledgeHealthWarning(BadSectorsTool& Tool, StorageDevice& Device) {
   const StorageDeviceInfo& Info = *Device.Info;

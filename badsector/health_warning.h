@@ -13,6 +13,11 @@ namespace tarvik {
 // the user refused it; true otherwise, also when the drive could not tell.
 bool AcknowledgeHealthWarning(BadSectorsTool& Tool, StorageDevice& Device);
 
+// Attribute 5's normalised value in a SMART data page and its threshold in
+// a thresholds page (512 bytes each); 0 for what a page does not list.
+UINT8 ReallocatedSectorsValue(const UINT8* SmartDataPage);
+UINT8 ReallocatedSectorsThreshold(const UINT8* ThresholdsPage);
+
 // Whether a reallocated-sector value calls for the warning: Value x 100 <=
 // Threshold x 125. An attribute the drive does not report counts as 0.
 constexpr bool ReallocatedSectorsNearThreshold(UINT8 Value, UINT8 Threshold) {

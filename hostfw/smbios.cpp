@@ -227,6 +227,22 @@ std::vector<Structure> build_structures(const Profile& p) {
   return out;
 }
 
+// Memory the 32-bit table address of the entry point can name. MAP_32BIT
+// looks between 1 and 2 GiB only, which a simulated memory of 1 GiB or more
+// fills; then any free place below 4 GiB serves.
+void* below_4gib(size_t bytes) {
+  void* at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
+  if (at != MAP_FAILED) return at;
+  constexpr uint64_t kStep = 0x10000000;  // 256 MiB
+  for (uint64_t hint = kStep; hint + bytes <= (1ull << 32); hint += kStep) {
+    at = mmap(reinterpret_cast<void*>(hint), bytes, PROT_READ | PROT_WRITE,
+              MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+    if (at == reinterpret_cast<void*>(hint)) return at;
+    if (at != MAP_FAILED) munmap(at, bytes);  // a kernel that took the address as a hint only
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 SmbiosTables::SmbiosTables(const Profile& profile) {
@@ -240,8 +256,8 @@ SmbiosTables::SmbiosTables(const Profile& profile) {
   if (table.size() > 0xFFFF) throw std::runtime_error("SMBIOS structure table too large");
 
   block_size_ = kTableOffset + table.size();
-  void* at = mmap(nullptr, block_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
-  if (at == MAP_FAILED) throw std::runtime_error("cannot place the SMBIOS tables below 4 GiB");
+  void* at = below_4gib(block_size_);
+  if (at == nullptr) throw std::runtime_error("cannot place the SMBIOS tables below 4 GiB");
   block_ = static_cast<uint8_t*>(at);
   std::memcpy(block_ + kTableOffset, table.data(), table.size());
   table_length_ = table.size();

@@ -26,6 +26,15 @@ uint8_t sum(const uint8_t* p, size_t n) {
   return s;
 }
 
+// The SMBIOS entry point of the configuration table, or null.
+const uint8_t* entry_point(const EFI_SYSTEM_TABLE* st) {
+  const EFI_GUID smbios_guid = SMBIOS_TABLE_GUID;
+  for (UINTN i = 0; i < st->NumberOfTableEntries; ++i)
+    if (st->ConfigurationTable[i].VendorGuid == smbios_guid)
+      return static_cast<const uint8_t*>(st->ConfigurationTable[i].VendorTable);
+  return nullptr;
+}
+
 TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked) {
   // No processor, no version; the second language is the current one; the
   // last module slot is empty.
@@ -42,11 +51,7 @@ TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked
       "big.ini", "/nonexistent");
   TestMachine machine("", &profile);
   const EFI_SYSTEM_TABLE* st = machine->system_table();
-  const EFI_GUID smbios_guid = SMBIOS_TABLE_GUID;
-  const uint8_t* ep = nullptr;
-  for (UINTN i = 0; i < st->NumberOfTableEntries; ++i)
-    if (st->ConfigurationTable[i].VendorGuid == smbios_guid)
-      ep = static_cast<const uint8_t*>(st->ConfigurationTable[i].VendorTable);
+  const uint8_t* ep = entry_point(st);
   ASSERT_NE(ep, nullptr);
   EXPECT_EQ(std::memcmp(ep, "_SM_", 4), 0);
   ASSERT_EQ(ep[5], 0x1F) << "entry point length";
@@ -110,6 +115,21 @@ TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked
   EXPECT_NE(modules[2][0x12], 0x02);
   tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
   tarvik::UninstallDiagCommon();
+}
+
+TEST(SmbiosTables, StayBelow4GiBBesideTheLargestSimulatedMemory) {
+  // Memory of 1 GiB and more covers the range MAP_32BIT takes from.
+  for (const char* mib : {"1024", "65536"}) {
+    hostfw::Profile profile =
+        hostfw::parse_profile(std::string("[machine]\nname = M\nmemory_mib = ") + mib + "\n", "m.ini", "/nonexistent");
+    TestMachine machine("", &profile);
+    const uint8_t* ep = entry_point(machine->system_table());
+    ASSERT_NE(ep, nullptr) << mib;
+    EXPECT_LT(reinterpret_cast<uintptr_t>(ep), uintptr_t{1} << 32) << mib;
+    // The 32-bit address names the table itself: its first structure is the BIOS's.
+    const auto* table = reinterpret_cast<const uint8_t*>(uintptr_t{u32(ep + 0x18)});
+    EXPECT_EQ(table[0], 0) << mib;
+  }
 }
 
 }  // namespace
