@@ -70,6 +70,7 @@ struct DriveInfo {
   uint16_t minor_version = 0x0110;  // IDENTIFY word 81: ACS-2 revision 3
   uint32_t cache_kib = 0;
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
+  int identify_fill = -1;     // IDENTIFY DEVICE answers 512 bytes of this value; -1: the drive's identity
 
   // SMART.
   bool smart_supported = true;
@@ -93,6 +94,7 @@ struct DriveInfo {
   // Logs.
   bool log_directories = true;
   uint16_t log_pages = 1;  // of logs 0x02, 0x03 and 0x07
+  uint16_t log_directory_pages = 0;  // what both directories claim for every log; 0: what the logs hold
   std::vector<uint64_t> error_log_lbas;      // oldest first
   std::vector<uint64_t> self_test_log_lbas;  // past self-tests that failed there, oldest first
 
