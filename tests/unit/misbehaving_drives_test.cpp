@@ -202,38 +202,17 @@ TEST(GarbageIdentify, WhenTheOnlyDriveAnswersGarbageTheModuleSaysNoDriveWasFound
   tarvik::UninstallDiagCommon();
 }
 
-// In front of a drive found while it answered properly: from now on its
-// IDENTIFY data arrives as all 0xFF.
-class GarbageIdentify {
- public:
-  explicit GarbageIdentify(tarvik::StorageDevice& device) : device_(device), inner_(device.PassThru) {
-    protocol_ = *inner_;
-    protocol_.PassThru = PassThru;
-    forward_ = inner_;
-    device_.PassThru = &protocol_;
-  }
-  ~GarbageIdentify() { device_.PassThru = inner_; }
-
- private:
-  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL*, UINT16 port, UINT16 multiplier,
-                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
-    const EFI_STATUS status = forward_->PassThru(forward_, port, multiplier, packet, event);
-    if (status == EFI_SUCCESS && packet->Acb->AtaCommand == 0xEC) std::memset(packet->InDataBuffer, 0xFF, 512);
-    return status;
-  }
-  static inline EFI_ATA_PASS_THRU_PROTOCOL* forward_ = nullptr;
-  tarvik::StorageDevice& device_;
-  EFI_ATA_PASS_THRU_PROTOCOL* inner_;
-  EFI_ATA_PASS_THRU_PROTOCOL protocol_{};
-};
-
 TEST(GarbageIdentify, GarbageOnIdentifyingAgainKeepsWhatTheDriveSaidWhenItAnswered) {
   // System Information identifies every drive afresh; all 0xFF would claim
   // 2^64 - 1 sectors, which the surface tests and the scan would then use.
   Bench bench({storage_bench::drive(0, kSectors)});
   const tarvik::StorageDeviceInfo before = *bench.device(0).Info;
   {
-    GarbageIdentify garbage(bench.device(0));
+    // From now on its IDENTIFY data arrives as all 0xFF.
+    storage_bench::InterposedPassThru wire(bench.device(0));
+    wire.on_answer = [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, EFI_STATUS status) {
+      if (status == EFI_SUCCESS && packet.Acb->AtaCommand == 0xEC) std::memset(packet.InDataBuffer, 0xFF, 512);
+    };
     EXPECT_EQ(tarvik::IdentifyDevice(&bench.device(0)), EFI_DEVICE_ERROR);
   }
   EXPECT_EQ(std::memcmp(bench.device(0).Info, &before, sizeof before), 0);

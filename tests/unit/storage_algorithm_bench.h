@@ -36,7 +36,8 @@ inline hostfw::DriveInfo drive(uint16_t port, uint64_t sectors, std::vector<host
 }
 
 // Stands in front of a drive's pass-through: forwards every command and
-// records it, and the LBA of each READ VERIFY.
+// records it, and the LBA of each READ VERIFY; on_answer may change what the
+// drive answered.
 class InterposedPassThru {
  public:
   explicit InterposedPassThru(tarvik::StorageDevice& device) : device_(device), inner_(device.PassThru) {
@@ -51,6 +52,7 @@ class InterposedPassThru {
 
   std::vector<uint64_t> read_lbas;  // READ VERIFY addresses, in order
   std::vector<EFI_ATA_COMMAND_BLOCK> blocks;  // every command sent, in order
+  std::function<void(EFI_ATA_PASS_THRU_COMMAND_PACKET&, EFI_STATUS)> on_answer;
 
   // How many commands of that code (and SMART feature, when given) were sent.
   size_t count(uint8_t command, int feature = -1, int sector_number = -1) const {
@@ -79,7 +81,9 @@ class InterposedPassThru {
                  : uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
       self.read_lbas.push_back(lba);
     }
-    return self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
+    const EFI_STATUS status = self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
+    if (self.on_answer) self.on_answer(*Packet, status);
+    return status;
   }
 
   tarvik::StorageDevice& device_;
