@@ -4,6 +4,7 @@
 #include "badsector/surface_scan.h"
 #include "core/raised_tpl.h"
 #include "registry/test_module_protocol.h"
+#include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
 #include "storage/io_pages.h"
 #include "storage/lba_list.h"
@@ -19,6 +20,13 @@ struct RepairTally {
 // Rewrites the sectors of BadList, newest first, one sector per command, and
 // empties the list. Nothing but these sectors is written: they are the ones
 // this run's scan found uncorrectable.
+// The drive stopped completing commands: nothing more is written to it, and
+// the Left sectors not tried count as remaining.
+VOID NoteUnansweredDrive(ToolRun& Run, UINT64 Left, RepairTally& Tally) {
+  ToolLine(Run, ToolLineChars, u"The drive does not answer: nothing more is written to it.");
+  Tally.Remaining += Left;
+}
+
 VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadList, RepairTally& Tally) {
   ToolRun& Run = Tool.Run;
   const UINT32 SectorBytes = Device.Info->LogicalSectorSize;
@@ -41,10 +49,17 @@ VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadL
     if (Readable) {
       ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::CorrectedSector), Lba);
       ++Tally.Repaired;
-    } else {
-      ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba,
-               Tool.Text(Written ? tool_text::CannotBeRecovered : tool_text::CannotBeWritten));
-      ++Tally.Remaining;
+      continue;
+    }
+    ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba,
+             Tool.Text(Written ? tool_text::CannotBeRecovered : tool_text::CannotBeWritten));
+    ++Tally.Remaining;
+    if (!DriveAnswered(Device)) {
+      // Every further command would wait out its timeout with the screen
+      // frozen at this priority; what is left stays as it is.
+      BadList.PopFront();
+      NoteUnansweredDrive(Run, BadList.Count(), Tally);
+      return;
     }
   }
 }
@@ -66,7 +81,10 @@ UINT64 CheckAndRecoverBadSectors(BadSectorsTool& Tool, StorageDevice& Device) {
   LbaList BadList;
   const ScanOutcome Scan = SurfaceScan(Tool, Device, &BadList);
   RepairTally Tally{0, 0};
-  if (Run.Running() && Scan.Bad > 0) {
+  if (Run.Running() && Scan.Bad > 0 && Scan.Unanswered) {
+    // A drive that stopped answering is not offered a repair.
+    NoteUnansweredDrive(Run, Scan.Bad, Tally);
+  } else if (Run.Running() && Scan.Bad > 0) {
     if (!Run.Ask(Tool.Text(tool_text::AttemptRecovery), ToolMessageKind::Question)) {
       Run.Cancel();
     } else {

@@ -2,6 +2,7 @@
 
 #include "core/globals.h"
 #include "storage/ata_commands.h"
+#include "storage/algorithm_steps.h"
 #include "storage/ata_definitions.h"
 
 namespace tarvik {
@@ -29,7 +30,7 @@ VOID LogScanFailure(BadSectorsTool& Tool, EFI_STATUS Status) {
 
 ScanOutcome SurfaceScan(BadSectorsTool& Tool, StorageDevice& Device, LbaList* BadList) {
   ToolRun& Run = Tool.Run;
-  ScanOutcome Outcome{0, 0};
+  ScanOutcome Outcome{0, 0, false};
   const UINT64 Total = Device.Info->TotalSectors;
   const UINT64 Chunk = Device.Info->Lba48 != 0 ? ChunkSectors48 : ChunkSectors28;
   Run.ReportProgress(0);
@@ -48,6 +49,7 @@ ScanOutcome SurfaceScan(BadSectorsTool& Tool, StorageDevice& Device, LbaList* Ba
       // report is not to be trusted, and nothing is rewritten on its word.
       if (!ReportedUncorrectable(Device) || Failing < Lba || Failing - Lba >= Count) {
         LogScanFailure(Tool, Status);
+        Outcome.Unanswered = !DriveAnswered(Device);
         break;
       }
       ++Outcome.Bad;

@@ -9,8 +9,9 @@
 namespace tarvik {
 
 struct ScanOutcome {
-  UINT64 Bad;       // uncorrectable sectors the drive reported
-  UINT64 Unlisted;  // of those, sectors BadList had no room for
+  UINT64 Bad;        // uncorrectable sectors the drive reported
+  UINT64 Unlisted;   // of those, sectors BadList had no room for
+  bool Unanswered;   // the scan ended on a command the drive never completed
 };
 
 // Scans Device until its end, a cancel, or a failure other than an

@@ -114,6 +114,12 @@ bool AtaController::sector_is_bad(uint16_t port, uint64_t lba, uint16_t multipli
   return drive(port, multiplier_port).bad.contains(lba);
 }
 
+void AtaController::stop_answering_after(uint16_t port, uint64_t more, uint16_t multiplier_port) {
+  AtaDrive* d = find(port, multiplier_port);
+  if (d == nullptr) throw std::out_of_range("no drive on port " + std::to_string(port));
+  d->info.stop_answering_after = d->counts.total + more;
+}
+
 const AtaCommandCounts& AtaController::counts(uint16_t port, uint16_t multiplier_port) const {
   return drive(port, multiplier_port).counts;
 }

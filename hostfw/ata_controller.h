@@ -81,6 +81,9 @@ class AtaController {
   uint64_t self_test_duration_ns(uint16_t port, uint8_t subcommand, uint16_t multiplier_port = kDirectAttach) const;
   // Whether a sector currently fails to read.
   bool sector_is_bad(uint16_t port, uint64_t lba, uint16_t multiplier_port = kDirectAttach) const;
+  // The drive answers `more` further commands, then none: what the profile's
+  // stop_answering_after does, counted from now instead of from power-on.
+  void stop_answering_after(uint16_t port, uint64_t more, uint16_t multiplier_port = kDirectAttach);
 
   // ---- The protocol's operations (reached through EFIAPI thunks) -----------
   EFI_STATUS pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA_PASS_THRU_COMMAND_PACKET* packet);

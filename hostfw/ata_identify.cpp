@@ -81,8 +81,13 @@ void AtaDrive::build_identify() {
   w[222] = 0x107F;  // serial ATA
 }
 
-// IDENTIFY DEVICE data as the drive reports it now.
+// IDENTIFY DEVICE data as the drive reports it now; a drive answering
+// garbage sends the same byte throughout, checksum included.
 void AtaDrive::identify_data(uint8_t* out) {
+  if (info.identify_fill >= 0) {
+    std::memset(out, info.identify_fill, 512);
+    return;
+  }
   identify[85] = static_cast<uint16_t>(0x7068 | (info.smart_supported && smart_enabled ? 1 : 0));
   identify[255] = 0x00A5;
   for (int i = 0; i < 256; ++i) put_le(out + 2 * i, identify[i], 2);

@@ -104,7 +104,11 @@ void AtaDrive::read_log(uint8_t address, uint64_t first, uint64_t count, bool ge
   switch (address) {
     case kLogDirectory:
       put_le(out, 0x0001, 2);
-      for (int a = 1; a < 256; ++a) put_le(out + 2 * a, log_pages(static_cast<uint8_t>(a), general_purpose), 2);
+      // A directory may claim more than the drive keeps; reading it all aborts.
+      for (int a = 1; a < 256; ++a) {
+        const uint16_t kept = log_pages(static_cast<uint8_t>(a), general_purpose);
+        put_le(out + 2 * a, info.log_directory_pages != 0 ? info.log_directory_pages : kept, 2);
+      }
       break;
     case kSummaryErrorLog:
     case kComprehensiveErrorLog:

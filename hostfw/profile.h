@@ -71,6 +71,7 @@ struct DriveInfo {
   uint32_t cache_kib = 0;
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
   uint32_t media_mb_per_s = 0;  // reads and writes of the media take machine time; 0: instant
+  int identify_fill = -1;     // IDENTIFY DEVICE answers 512 bytes of this value; -1: the drive's identity
 
   // SMART.
   bool smart_supported = true;
@@ -94,6 +95,7 @@ struct DriveInfo {
   // Logs.
   bool log_directories = true;
   uint16_t log_pages = 1;  // of logs 0x02, 0x03 and 0x07
+  uint16_t log_directory_pages = 0;  // what both directories claim for every log; 0: what the logs hold
   std::vector<uint64_t> error_log_lbas;      // oldest first
   std::vector<uint64_t> self_test_log_lbas;  // past self-tests that failed there, oldest first
 

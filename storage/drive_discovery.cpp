@@ -156,6 +156,9 @@ EFI_STATUS IdentifyDevice(StorageDevice* Device) {
       AtaIdentifyDevice(Device, Device->Port, Device->PortMultiplierPort, IdentifyTimeoutSeconds);
   if (EFI_ERROR(Status)) return Status;
   const auto* Data = static_cast<const UINT8*>(Device->DataBuffer);
+  // Data the probe would not have taken for a drive (garbage on the cable,
+  // a drive in trouble) must not replace what was read when it answered.
+  if (!SerialNumberIsPrintable(Data)) return EFI_DEVICE_ERROR;
   ParseIdentifyData(Data, Device->Info);
   // The SMART data replaces the IDENTIFY data in the data page.
   Device->Info->Temperature = SmartReadData(Device) == EFI_SUCCESS ? SmartTemperature(Data) : 0;

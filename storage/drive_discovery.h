@@ -29,8 +29,9 @@ EFI_STATUS ProbeDevice(EFI_ATA_PASS_THRU_PROTOCOL* PassThru, UINT16 Port, UINT16
 EFI_STATUS IdentifyAllDevices(StorageDrives* Drives);
 
 // (Re)reads IDENTIFY (20 s) and the SMART data and rewrites Device->Info. A
-// failed IDENTIFY returns its status and changes nothing; a failed SMART read
-// leaves the temperature 0.
+// failed IDENTIFY returns its status and changes nothing, as does data whose
+// serial number is not text (EFI_DEVICE_ERROR); a failed SMART read leaves
+// the temperature 0.
 EFI_STATUS IdentifyDevice(StorageDevice* Device);
 
 // 0 rotation not reported, 1 solid state, the rate in rpm for 1025-65534,

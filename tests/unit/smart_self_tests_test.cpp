@@ -1,6 +1,6 @@
 // The SMART status test and the self-tests against simulated drives: their
 // progress values, log lines and results, a drive with SMART off, without
-// SMART, refusing a test, already testing, failing, going silent, and a stop
+// SMART, refusing a test, already testing, failing, and a stop
 // request that aborts the self-test on the drive.
 #include "storage/smart_self_tests.h"
 
@@ -154,19 +154,6 @@ TEST(SmartSelfTest, AStopRequestAbortsTheSelfTestOnTheDriveAtTheNextTick) {
   // The drive reports the test aborted by the host.
   ASSERT_EQ(tarvik::SmartReadData(&bench.device(0)), 0u);
   EXPECT_EQ(tarvik::SelfTestExecutionStatus(static_cast<const UINT8*>(bench.device(0).DataBuffer)) >> 4, 0x1);
-}
-
-TEST(SmartTests, ADriveThatStopsAnsweringFailsWithTheCommunicationLine) {
-  for (int algorithm = 0; algorithm < 2; ++algorithm) {
-    Bench bench({storage_bench::drive(0, kSectors)});
-    InterposedPassThru wire(bench.device(0));
-    wire.answers = 3;  // mid-run
-    const UINT64 result = algorithm == 0 ? tarvik::SmartStatusTest(bench.run, bench.device(0))
-                                         : tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short);
-    EXPECT_EQ(result, tarvik::TEST_RESULT_FAILED) << algorithm;
-    EXPECT_EQ(bench.lines, (Lines{"ERROR COMMUNICATION_FAILURE"})) << algorithm;
-    EXPECT_EQ(bench.progress.back(), 100u);
-  }
 }
 
 // Self-test status bytes the simulated drives do not produce, from a

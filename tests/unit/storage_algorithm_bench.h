@@ -1,7 +1,8 @@
 // What the storage algorithm tests share: a simulated machine whose drives
 // are discovered and identified as the storage module does it, a run record
 // that keeps every progress value and log line, and a pass-through in front
-// of a drive that records its READ VERIFY addresses and can fall silent.
+// of a drive that records its commands and READ VERIFY addresses. A drive
+// that falls silent is the simulator's (`stop_answering_after`).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -34,10 +35,9 @@ inline hostfw::DriveInfo drive(uint16_t port, uint64_t sectors, std::vector<host
   return d;
 }
 
-// Stands in front of a drive's pass-through: forwards every command,
-// records the LBA of each READ VERIFY, and after `answers` more commands
-// times out without touching the status block, as a drive that stopped
-// answering.
+// Stands in front of a drive's pass-through: forwards every command and
+// records it, and the LBA of each READ VERIFY; on_answer may change what the
+// drive answered.
 class InterposedPassThru {
  public:
   explicit InterposedPassThru(tarvik::StorageDevice& device) : device_(device), inner_(device.PassThru) {
@@ -50,9 +50,9 @@ class InterposedPassThru {
   InterposedPassThru(const InterposedPassThru&) = delete;
   InterposedPassThru& operator=(const InterposedPassThru&) = delete;
 
-  uint64_t answers = UINT64_MAX;    // commands still answered
   std::vector<uint64_t> read_lbas;  // READ VERIFY addresses, in order
   std::vector<EFI_ATA_COMMAND_BLOCK> blocks;  // every command sent, in order
+  std::function<void(EFI_ATA_PASS_THRU_COMMAND_PACKET&, EFI_STATUS)> on_answer;
 
   // How many commands of that code (and SMART feature, when given) were sent.
   size_t count(uint8_t command, int feature = -1, int sector_number = -1) const {
@@ -73,8 +73,6 @@ class InterposedPassThru {
     InterposedPassThru& self = *reinterpret_cast<Slot*>(This)->owner;
     const EFI_ATA_COMMAND_BLOCK& c = *Packet->Acb;
     self.blocks.push_back(c);
-    if (self.answers == 0) return EFI_TIMEOUT;
-    --self.answers;
     if (c.AtaCommand == 0x42 || c.AtaCommand == 0x40) {
       const bool ext = c.AtaCommand == 0x42;
       uint64_t lba = c.AtaSectorNumber | uint64_t{c.AtaCylinderLow} << 8 | uint64_t{c.AtaCylinderHigh} << 16;
@@ -83,7 +81,9 @@ class InterposedPassThru {
                  : uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
       self.read_lbas.push_back(lba);
     }
-    return self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
+    const EFI_STATUS status = self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
+    if (self.on_answer) self.on_answer(*Packet, status);
+    return status;
   }
 
   tarvik::StorageDevice& device_;

@@ -1,8 +1,8 @@
 // The targeted read: candidates from the drive's own logs (error logs from a
 // scripted drive, self-test logs from a simulated drive whose self-test hit a
 // bad sector), the 62 sectors read around each, the fifth error, a drive
-// without logs, readers that all fail, SMART off or missing, a silent drive
-// and stop requests, with nothing left allocated.
+// without logs, readers that all fail, SMART off or missing and stop
+// requests, with nothing left allocated.
 #include "storage/targeted_read.h"
 
 #include <gtest/gtest.h>
@@ -74,19 +74,6 @@ TEST_F(AfterFailedSelfTest, TheFifthFailedReadEndsTheTestWithFiveLinesNewestFirs
                                  "ERROR READ_SECTOR_ERROR 52002", "ERROR READ_SECTOR_ERROR 52001",
                                  "ERROR READ_SECTOR_ERROR 52000"}));
   EXPECT_EQ(bench->progress.back(), 100u);
-}
-
-TEST_F(AfterFailedSelfTest, ADriveThatStopsAnsweringFailsWithTheCommunicationLine) {
-  // While the logs are read, and in the middle of the sectors around a candidate.
-  for (uint64_t answers : {3u, 30u}) {
-    start({{1000, 1000}});
-    InterposedPassThru wire(bench->device(0));
-    wire.answers = answers;
-    EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED) << answers;
-    EXPECT_EQ(bench->lines, (Lines{"ERROR COMMUNICATION_FAILURE"})) << answers;
-    EXPECT_EQ(wire.blocks.size(), answers + 1);
-    EXPECT_EQ(bench->progress.back(), 100u);
-  }
 }
 
 TEST_F(AfterFailedSelfTest, AStopWhileTheLogsAreReadEndsCanceledAndFreesTheCandidates) {

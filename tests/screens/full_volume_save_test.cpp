@@ -1,0 +1,81 @@
+// Saving a log on a stick that is all but full: the save is refused with the
+// error box, the Log.log the stick already held keeps every byte, and the
+// log stays on screen to be saved on another volume.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "hostfw/console_out.h"
+#include "tests/support/application_with_modules.h"
+
+namespace {
+
+using testing_support::ApplicationSetup;
+using testing_support::FakeAlgorithm;
+using testing_support::FakeDevice;
+using testing_support::FakeTestModule;
+using testing_support::run_to_reset;
+using testing_support::TestMachine;
+namespace fs = std::filesystem;
+
+std::string file_text(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// Earlier runs, one line each, up to 40 bytes short of a mebibyte: less than
+// any log takes.
+std::string earlier_runs() {
+  std::string text;
+  for (int run = 0; text.size() < 1024 * 1024 - 400; ++run) text += "+++ earlier run " + std::to_string(run) + "\n";
+  text.append(1024 * 1024 - 40 - text.size(), '#');
+  return text;
+}
+
+TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewhere) {
+  const std::string before = earlier_runs();
+  fs::path full_log, spare_log;
+  TestMachine machine(
+      "wait \"Main Screen\"; key Enter;"
+      "wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; snap \"dialog\"; key Enter;"
+      "wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\"; snap \"log again\";"
+      "key F2; wait \"Save Log\"; key Down; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;"
+      "wait \"Main Screen\"; key Up; key Enter",
+      [&](hostfw::Profile& p) {
+        ASSERT_EQ(p.volumes.size(), 2u);
+        p.volumes[0].label = "FULL";
+        p.volumes[0].size_mib = 1;
+        full_log = fs::path(p.volumes[0].directory) / "Log" / "Log.log";
+        spare_log = fs::path(p.volumes[1].directory) / "Log" / "Log.log";
+        fs::create_directories(full_log.parent_path());
+        std::ofstream(full_log, std::ios::binary) << before;
+      });
+  FakeTestModule module(machine->image_handle());
+  module.test_name = u"Quick Disk Test";
+  module.devices = {FakeDevice(u"Disk A")};
+  module.algorithms = {FakeAlgorithm(u"Read", u"READ", tarvik::TEST_RESULT_PASSED)};
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
+
+  const hostfw::ConsoleOut& console = machine->console();
+  EXPECT_TRUE(console.snapshot("dialog").grid.contains("Device FULL (1 GB)"));
+  EXPECT_TRUE(console.snapshot("refused").grid.contains("Error"));
+  EXPECT_TRUE(console.snapshot("log again").grid.contains("Tarvik Diagnostic Log")) << "the log is still on screen";
+
+  // Not a byte lost, none added, nothing rewritten.
+  EXPECT_EQ(fs::file_size(full_log), before.size());
+  EXPECT_EQ(file_text(full_log), before);
+  // The same log, whole, on the other volume.
+  const std::string saved = file_text(spare_log);
+  EXPECT_EQ(saved.substr(0, 4), "+++ ");
+  EXPECT_NE(saved.find(" START READ\n"), std::string::npos) << saved;
+  const size_t footer = saved.rfind("\n--- ");
+  ASSERT_NE(footer, std::string::npos) << saved;
+  EXPECT_EQ(saved.find('\n', footer + 1), saved.size() - 1) << "the footer is the last line";
+}
+
+}  // namespace
