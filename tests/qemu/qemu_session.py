@@ -135,6 +135,14 @@ def written_extents(path):
     return extents
 
 
+# The tests start QEMU's clock here, so the date in logs and result codes is
+# known. A run on a loaded machine may take many minutes: stamps match any
+# time of that morning, and the run's epoch milliseconds any second of it.
+QEMU_CLOCK_START = "2024-03-15T10:15:00"
+LOG_STAMP = r"20240315T1[01]\d{4}UTC"
+LOG_EPOCH_MS = r"1710\d{6}000"
+
+
 def log_line_pattern(expected):
     """A line of the log as the tests write it: a text with a backslash is a
     regular expression (time stamps, durations), any other text is exact."""

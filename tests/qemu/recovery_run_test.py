@@ -83,7 +83,7 @@ def stamp(when):
 # The recovery log: its header and footer carry the run's start and end. Its
 # device rows are those of the tool's first drive, the boot disk: the log is
 # not told which drive the run was on.
-STAMP = r"20240315T10\d{4}UTC"
+STAMP = qemu_session.LOG_STAMP
 EXPECTED_LOG = [
     rf"\+\+\+ {STAMP} RECOVER",
     "Operation: Check bad sectors",
@@ -132,7 +132,7 @@ class RecoveryRunTest(qemu_session.ImageTestCase):
     def test_a_check_of_a_whole_48_bit_drive_finds_no_bad_sector_and_its_log_is_saved(self):
         drive = qemu_session.sparse_drive(os.path.join(self.tmp.name, "rotating.raw"), SECTORS * 512)
         with QemuSession(self.image, memory=128, disks=[f"{drive},{DRIVE_PROPS}"],
-                         qemu_args=["-rtc", "base=2024-03-15T10:15:00"]) as q:
+                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
             # The Tools panel's last entry ends the main screen's second drawing.
             q.wait_for("Recover Bad Sectors Tool")
             q.wait_for("Recover Bad Sectors Tool")

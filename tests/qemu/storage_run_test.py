@@ -62,9 +62,9 @@ ROWS_PER_DRIVE = 11  # from "Manufacter:" to "Number of logical sectors:"
 # The result code is made from the machine's serial number (tools/qemu.sh)
 # and the date of the run.
 RESULT_CODE = "UHD00P000-YKHXVI"
-STAMP = r"20240315T1015\d\dUTC"
+STAMP = qemu_session.LOG_STAMP
 EXPECTED_LOG = [
-    rf"\+\+\+ {STAMP} STORAGE 17104977\d\d000",
+    rf"\+\+\+ {STAMP} STORAGE {qemu_session.LOG_EPOCH_MS}",
     # The serial number and firmware fields keep QEMU's padding at their end.
     "UID: TVK-ROTA7200-TVKHDD001           ",
     "DISPLAYNAME: ROTA7200 ATA Device",
@@ -138,7 +138,7 @@ class StorageRunTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], "TVK-QEMU-0001",
                          "the expected result code was worked out for this serial number")
         with QemuSession(self.image, disks=self.make_drives(), screen_size=(100, 31),
-                         qemu_args=["-rtc", "base=2024-03-15T10:15:00"]) as q:
+                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
             q.wait_for("System Information")
             q.wait_for("System Information")
             screen_checks.assert_main_screen_whole(self, q.screen)
