@@ -17,15 +17,16 @@ struct RepairTally {
   UINT64 Remaining;  // sectors still unreadable after the repair
 };
 
-// Rewrites the sectors of BadList, newest first, one sector per command, and
-// empties the list. Nothing but these sectors is written: they are the ones
-// this run's scan found uncorrectable.
 // The drive stopped completing commands: nothing more is written to it, and
 // the Left sectors not tried count as remaining.
 VOID NoteUnansweredDrive(ToolRun& Run, UINT64 Left, RepairTally& Tally) {
   ToolLine(Run, ToolLineChars, u"The drive does not answer: nothing more is written to it.");
   Tally.Remaining += Left;
 }
+
+// Rewrites the sectors of BadList, newest first, one sector per command, and
+// empties the list. Nothing but these sectors is written: they are the ones
+// this run's scan found uncorrectable.
 
 VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadList, RepairTally& Tally) {
   ToolRun& Run = Tool.Run;
