@@ -54,7 +54,9 @@ VOID PrintLabel(const Layout& At, UINTN Row, UINT64 Label) {
 }
 
 // SMBIOS strings may be of any length and hold any byte: cut at the box.
-VOID PrintValue(const Layout& At, UINTN Row, const CHAR16* Value) { PrintWithin(Value, Row, At.ValueColumn, At.Right); }
+VOID PrintValue(const Layout& At, UINTN Row, const CHAR16* Value) {
+  PrintWithin(Value, Row, At.ValueColumn, At.Right);
+}
 
 VOID PrintRow(const Layout& At, UINTN Row, UINT64 Label, const PoolPtr<CHAR16>& Value) {
   PrintLabel(At, Row, Label);

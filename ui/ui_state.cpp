@@ -44,6 +44,14 @@ VOID PutText(const CHAR16* Text) {
   gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
 }
 
+namespace {
+
+constexpr CHAR16 ShownCharacter(CHAR16 Character) {
+  return Character < 0x20 || (Character >= 0x7F && Character <= 0x9F) ? u' ' : Character;
+}
+
+}  // namespace
+
 UINTN PutOutsideText(const CHAR16* Text, UINTN Room) {
   if (Text == nullptr) return 0;
   CHAR16 Chunk[65];

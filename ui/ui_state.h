@@ -62,15 +62,11 @@ VOID SetColour(UINTN Attribute);
 VOID MoveCursor(UINTN Column, UINTN Row);
 VOID ClearConsole();
 VOID PutText(const CHAR16* Text);
-// How a character of a text from outside the application (firmware tables,
-// drives, modules, tools, log lines) shows: a control character (C0, DEL and
-// the C1 range that Latin-1 bytes widen to) as a blank, since consoles draw
-// them as they please or move the cursor (the tab of "Bad sectors found =\t").
-inline constexpr CHAR16 ShownCharacter(CHAR16 Character) {
-  return Character < 0x20 || (Character >= 0x7F && Character <= 0x9F) ? u' ' : Character;
-}
-// Puts at most Room characters of such a text at the cursor, each as
-// ShownCharacter gives it; returns how many it put. Text may be null.
+// Puts at most Room characters of a text from outside the application
+// (firmware tables, drives, modules, tools, log lines) at the cursor, a
+// control character (C0, DEL and the C1 range that Latin-1 bytes widen to)
+// as a blank: consoles draw them as they please or move the cursor (the tab
+// of "Bad sectors found =\t"). Returns how many it put; Text may be null.
 UINTN PutOutsideText(const CHAR16* Text, UINTN Room);
 VOID PutChar(CHAR16 Character);
 VOID PutBlanks(UINTN Count);
