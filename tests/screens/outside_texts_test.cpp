@@ -55,6 +55,8 @@ void hostile_machine(hostfw::Profile& p) {
   p.drives.push_back(p.drives[0]);
   p.drives[1].port = 1;
   p.drives[1].model = kModel;
+  // Long before its control bytes, which would move the cursor off the row.
+  p.volumes.at(0).label = "Stick-" + std::string(70, 'L') + "\r\n\x01";
 }
 
 // A frame drawn whole: the title row, no control byte drawn as such (the host
@@ -117,12 +119,13 @@ TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
   EXPECT_TRUE(storage.contains(first_columns(kModelShown, 35) + "\u2551")) << storage.screen_text();
 }
 
-TEST(OutsideTexts, TheDriveListsAndTheRunScreenBlankTheControlBytesOfADriveModel) {
+TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriveModel) {
   // Both drives, the SMART status alone: a run over in moments.
   TestMachine machine(
       "wait \"Main Screen\"; snap \"main\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\";"
       "key Enter; wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
-      "wait \"F3 = view log\"; snap \"run\"; key Esc; wait \"Main Screen\"; key Down; key Enter",
+      "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
+      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down; key Enter",
       hostile_machine);
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   const hostfw::ConsoleOut& console = machine->console();
@@ -140,6 +143,19 @@ TEST(OutsideTexts, TheDriveListsAndTheRunScreenBlankTheControlBytesOfADriveModel
   const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
   expect_whole_frame(devices, 70, "devices");
   EXPECT_TRUE(devices.contains("[X] Zeta Q    9000-ABCD   ")) << devices.screen_text();
+
+  const hostfw::ScreenGrid& log = console.snapshot("log").grid;
+  expect_whole_frame(log, 98, "log");
+  EXPECT_TRUE(log.contains(" Q    9000-ABCDEFGHIJKLMNOPQRS ATA Device")) << log.screen_text();
+
+  // The volume's label ends inside the save dialog, whose border is column 75.
+  const hostfw::ScreenGrid& save = console.snapshot("save").grid;
+  int row = 0;
+  while (row < save.rows && save.text_at(27, row, 12) != "Device Stick") ++row;
+  ASSERT_LT(row, save.rows) << save.screen_text();
+  EXPECT_EQ(save.text_at(27, row, 46), "Device Stick-" + std::string(33, 'L'));
+  EXPECT_EQ(save.text_at(73, row, 27).find_first_not_of(' '), std::string::npos) << save.row_text(row);
+  EXPECT_EQ(save.attribute_at(75, row), 0x7F);
 }
 
 }  // namespace
