@@ -158,4 +158,26 @@ TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriv
   EXPECT_EQ(save.attribute_at(75, row), 0x7F);
 }
 
+TEST(OutsideTexts, TheRecoveryToolsListAndRowsBlankAndCutTheDriveModel) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Right; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
+      "wait \"Select Algorithms\"; key Enter; wait \"Do you want to proceed\"; type \"y\";"
+      "wait 600 \"F3 = view log\"; snap \"final\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
+      [](hostfw::Profile& p) { p.drives.at(1).model = kModel; });  // the first rotating drive
+  ApplicationSetup setup;
+  setup.real_bad_sectors_tool = true;
+  run_to_reset(machine, setup);
+  const hostfw::ConsoleOut& console = machine->console();
+
+  const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
+  expect_whole_frame(devices, 70, "devices");
+  EXPECT_EQ(devices.text_at(30, 5, 40), "[X] " + first_columns(kModelShown, 35) + " ");
+  EXPECT_EQ(devices.text_at(70, 5, 1), "\u2551");
+
+  const hostfw::ScreenGrid& final = console.snapshot("final").grid;
+  expect_whole_frame(final, 98, "final");
+  EXPECT_EQ(final.text_at(5, 5, 43), first_columns(std::string("Device 0: Zeta ") + kModelShown, 43));
+  expect_right_edge(final, 48, 4, final.rows - 4);
+}
+
 }  // namespace
