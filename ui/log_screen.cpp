@@ -89,16 +89,16 @@ VOID SaveDialog() {
   UINTN Left, Top, Right, Bottom;
   DrawMessageFrame(Count, UiText(ui_text::SaveLog), &Left, &Top, &Right, &Bottom, 0);
   UINT64 Highlight = 0;
-  DrawSaveVolumes(Volumes, Highlight, Left, Top);
+  DrawSaveVolumes(Volumes, Highlight, Left, Top, Right);
   for (;;) {
     EFI_INPUT_KEY Key;
     ReadKey(&Key);
     if (Key.ScanCode == SCAN_UP) {
       Highlight = Highlight == 0 ? Count : Highlight - 1;
-      DrawSaveVolumes(Volumes, Highlight, Left, Top);
+      DrawSaveVolumes(Volumes, Highlight, Left, Top, Right);
     } else if (Key.ScanCode == SCAN_DOWN) {
       Highlight = Highlight >= Count ? 0 : Highlight + 1;
-      DrawSaveVolumes(Volumes, Highlight, Left, Top);
+      DrawSaveVolumes(Volumes, Highlight, Left, Top, Right);
     } else if (Key.UnicodeChar == CharEnter) {
       if (Highlight < Count) {
         LogProtocol* Logs = LocateLog();
@@ -192,14 +192,16 @@ SaveVolumes::~SaveVolumes() {
     if (Array != nullptr) gBS->FreePool(Array);
 }
 
-VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top) {
+VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top, UINTN Right) {
   const UINT64 Count = Volumes.SaveVolumeCount;
   for (UINT64 I = 0; I < Count; ++I) {
-    MoveCursor(Left, Top + I);
     SetColour(I == Highlight ? ui_colour::Highlight : ui_colour::Screen);
     const CHAR16* Label = Volumes.SaveVolumeLabels[I] != nullptr ? Volumes.SaveVolumeLabels[I] : u"";
-    Print(u"%s %s (%d GB)", UiText(ui_text::Device), Label,
-          static_cast<INT32>(Volumes.SaveVolumeSizes[I] / (1ull << 30) + 1));
+    CHAR16 Line[PrintBufferChars];
+    SPrint(Line, sizeof(Line), u"%s %s (%d GB)", UiText(ui_text::Device), Label,
+           static_cast<INT32>(Volumes.SaveVolumeSizes[I] / (1ull << 30) + 1));
+    // A volume's label is the file system's: cut at the box.
+    PrintWithin(Line, Top + I, Left, Right);
   }
   MoveCursor(Left, Top + Count + 1);
   SetColour(Highlight == Count ? ui_colour::Highlight : ui_colour::Screen);

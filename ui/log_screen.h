@@ -34,7 +34,8 @@ struct SaveVolumes {
 // Fills an empty Volumes with every file-system volume (label and size where
 // they can be read); EFI_ABORTED when they cannot all be listed.
 EFI_STATUS FindSaveVolumes(SaveVolumes& Volumes);
-// The dialog's list from (Left, Top), "Cancel" a blank row below it.
-VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top);
+// The dialog's list from (Left, Top), each line cut at Right, "Cancel" a
+// blank row below it.
+VOID DrawSaveVolumes(const SaveVolumes& Volumes, UINT64 Highlight, UINTN Left, UINTN Top, UINTN Right);
 
 }  // namespace tarvik

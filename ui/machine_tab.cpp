@@ -53,9 +53,9 @@ VOID PrintLabel(const Layout& At, UINTN Row, UINT64 Label) {
   Print(u"%s:", UiText(Label));
 }
 
+// SMBIOS strings may be of any length and hold any byte: cut at the box.
 VOID PrintValue(const Layout& At, UINTN Row, const CHAR16* Value) {
-  MoveCursor(At.ValueColumn, Row);
-  Print(u"%s", Value != nullptr ? Value : u"");
+  PrintWithin(Value, Row, At.ValueColumn, At.Right);
 }
 
 VOID PrintRow(const Layout& At, UINTN Row, UINT64 Label, const PoolPtr<CHAR16>& Value) {
@@ -85,22 +85,19 @@ VOID* Section(SmBiosProtocol* SmBios, UINT64 Heading, UINTN Row, SmbiosType Type
 VOID PrintWrappedValue(const CHAR16* Text, UINTN From, UINTN To) {
   if (Text == nullptr) Text = u"";
   const UINTN Width = To > From ? To - From : 0;
-  const UINTN Length = StrLen(Text);
-  MoveCursor(From, ProcessorVersionRow);
-  if (Length < Width) {
-    PutText(Text);
+  if (StrLen(Text) < Width) {
+    PrintWithin(Text, ProcessorVersionRow, From, To);
     return;
   }
   UINTN Space = Width;
   while (Space > 0 && Text[Space] != u' ') --Space;
   // Without a space the text is cut at the width.
   const UINTN FirstLength = Text[Space] == u' ' ? Space : Width;
-  Print(u"%.*s", static_cast<INT32>(FirstLength), Text);
+  PrintWithin(Text, ProcessorVersionRow, From, From + FirstLength);
   UINTN Rest = FirstLength;
   while (Text[Rest] == u' ') ++Rest;
-  MoveCursor(From, ProcessorVersionRow + 1);
   // The box has room for two rows of the value.
-  Print(u"%.*s", static_cast<INT32>(Width), Text + Rest);
+  PrintWithin(Text + Rest, ProcessorVersionRow + 1, From, To);
 }
 
 UINT8 DrawMachineTab(SystemInfo& Info) {

@@ -29,9 +29,9 @@ PanelColumns PanelAt(UINT64 Panel) {
 VOID DrawEntry(const PanelColumns& Columns, UINTN Row, const CHAR16* Name, BOOLEAN Highlighted) {
   MoveCursor(Columns.Left, Row);
   SetColour(Highlighted ? ui_colour::Highlight : ui_colour::Screen);
-  const INT32 Room = static_cast<INT32>(Columns.Right - Columns.Left) - 1;
-  Print(u" %.*s", Room, Name != nullptr ? Name : u"");
-  while (CursorColumn() < Columns.Right) PutChar(u' ');
+  PutChar(u' ');
+  const UINTN End = PrintWithin(Name, Row, Columns.Left + 1, Columns.Right);
+  ClearRowSegment(Row, End, Columns.Right);
 }
 
 VOID DrawTestsPanel(const MainScreen& Screen) {

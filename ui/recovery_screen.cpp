@@ -101,8 +101,9 @@ VOID DrawRecoverInfo(RecoveryRun& Run, UINT64 Percent, InfoDraw What) {
     Tool->GetAlgorithmName(nullptr, Run.ChosenToolAlgorithm, &Name);
     const PoolPtr<CHAR16> Operation(Name);
     MoveCursor(X0, Rows + 5);
-    Print(u"%s: %s", UiText(ui_text::Operation), OrEmpty(Operation));
-    ClearRowSegment(Rows + 5, CursorColumn(), BoxRight);
+    Print(u"%s: ", UiText(ui_text::Operation));
+    const UINTN OperationEnd = PrintWithin(Operation.get(), Rows + 5, CursorColumn(), BoxRight);
+    ClearRowSegment(Rows + 5, OperationEnd, BoxRight);
     PrintCentered(UiText(ui_text::ProgressOfOperation), Rows + 7, X0, X0 + 2 * (XValue - X0));
   }
   if (What == InfoDraw::Whole || static_cast<INT64>(Percent) != Run.DrawnPercent) {

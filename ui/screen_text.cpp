@@ -1,4 +1,5 @@
-// Texts placed in a segment of a row: centred, word-wrapped, or blanked.
+// Texts placed in a segment of a row: centred, word-wrapped, cut at its end,
+// or blanked.
 #include "core/diag_common.h"
 #include "core/pool.h"
 #include "core/wide_string.h"
@@ -15,7 +16,7 @@ VOID PrintCentered(const CHAR16* Text, UINTN Row, UINTN From, UINTN To) {
   const UINTN Leading = Spare <= 1 ? 0 : Spare / 2;
   MoveCursor(From, Row);
   PutBlanks(Leading);
-  PutText(Text);
+  PutOutsideText(Text, Length);
   PutBlanks(Spare - Leading);
 }
 
@@ -52,13 +53,21 @@ VOID ClearRowSegment(UINTN Row, UINTN From, UINTN To) {
   PutBlanks(To - From);
 }
 
+UINTN PrintWithin(const CHAR16* Text, UINTN Row, UINTN From, UINTN To) {
+  if (To <= From) return From;
+  MoveCursor(From, Row);
+  return From + PutOutsideText(Text, To - From);
+}
+
 VOID PrintLabelledRow(const CHAR16* Label, const CHAR16* Value, UINTN Row, UINTN From, UINTN ValueColumn, UINTN To) {
   if (To <= From) return;
-  MoveCursor(From, Row);
-  Print(u"%.*s", static_cast<INT32>(To - From), Label != nullptr ? Label : u"");
-  if (CursorColumn() < ValueColumn && ValueColumn < To) PutBlanks(ValueColumn - CursorColumn());
-  if (CursorColumn() < To) Print(u"%.*s", static_cast<INT32>(To - CursorColumn()), Value != nullptr ? Value : u"");
-  ClearRowSegment(Row, CursorColumn(), To);
+  UINTN Column = PrintWithin(Label, Row, From, To);
+  if (Column < ValueColumn && ValueColumn < To) {
+    PutBlanks(ValueColumn - Column);
+    Column = ValueColumn;
+  }
+  Column = PrintWithin(Value, Row, Column, To);
+  ClearRowSegment(Row, Column, To);
 }
 
 VOID ClearArea(UINTN Left, UINTN Right, UINTN Top, UINTN Bottom) {

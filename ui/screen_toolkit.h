@@ -29,6 +29,12 @@ VOID DrawClock(UINT8 Force);
 inline constexpr EFI_TPL ClockTpl = DrawingTpl;
 EFIAPI VOID ClockTick(EFI_EVENT Event, VOID* Context);
 
+// Texts from outside the application (SMBIOS strings, a drive's identity, a
+// module's or tool's rows, log lines) are drawn with PrintWithin,
+// PrintLabelledRow or ScrolledLine: cut at the edge of their box, so that
+// none runs past it or scrolls the screen, and control characters as blanks
+// (PutOutsideText).
+
 // Text centred in [From, To) of Row, blanks on both sides in the current
 // attribute; nothing when it does not fit.
 VOID PrintCentered(const CHAR16* Text, UINTN Row, UINTN From, UINTN To);
@@ -37,6 +43,9 @@ VOID PrintCentered(const CHAR16* Text, UINTN Row, UINTN From, UINTN To);
 inline constexpr UINTN WrapWidth = 40;
 VOID PrintWrapped(const CHAR16* Text, UINTN* LineCount, UINT8 Mode, UINTN Row, UINTN From, UINTN To);
 VOID ClearRowSegment(UINTN Row, UINTN From, UINTN To);
+// Text from column From of Row, cut at To; returns the column after the last
+// character drawn (From when nothing was).
+UINTN PrintWithin(const CHAR16* Text, UINTN Row, UINTN From, UINTN To);
 // A label and its value on Row of a panel: the label from From, the value
 // from ValueColumn, or right after a label that reaches it (a module may give
 // the whole row as the label and no value). Both are cut at To, and the row

@@ -9,7 +9,7 @@ VOID ScrolledLine(UINT64 Visible, UINT64 Top, UINT64* Line, UINTN* Row, UINTN Co
   const BOOLEAN Shown = *Line >= Top && *Line < Top + Visible;
   if (Shown) {
     MoveCursor(Column, *Row);
-    PutLineText(Text);
+    PutOutsideText(Text, EndColumn > Column ? EndColumn - Column : 0);
     if (Mode != LineMode::Continue) {
       const UINTN At = CursorColumn();
       if (At < EndColumn) PutBlanks(EndColumn - At);

@@ -14,6 +14,7 @@ enum class LineMode : UINT8 {
 };
 
 // Writes list line *Line (when Top <= *Line < Top + Visible) at (Column, *Row),
+// cut at EndColumn with control characters as blanks (see PutOutsideText),
 // padded with blanks up to EndColumn in modes Finish and PadOnly. Only Finish
 // moves on: *Line + 1, and *Row + 1 when the line was shown. Text may be null.
 VOID ScrolledLine(UINT64 Visible, UINT64 Top, UINT64* Line, UINTN* Row, UINTN Column, const CHAR16* Text,

@@ -146,10 +146,8 @@ EFI_STATUS CheckBoxList(const CHAR16* Header, const CHAR16* ConfirmText, UINT64 
       const CHAR16* Line =
           LineText(I, Count, Mode, Names, Selection, All, ConfirmText, NameRoom, Text, sizeof(Text));
       if (Line == nullptr) continue;
-      MoveCursor(Left, 5 + I);
       SetColour(I == Cursor ? ui_colour::Highlight : ui_colour::Screen);
-      PutText(Line);
-      while (CursorColumn() < Right) PutChar(u' ');
+      ClearRowSegment(5 + I, PrintWithin(Line, 5 + I, Left, Right), Right);
     }
     const EFI_INPUT_KEY Key = ReadPolledKey();
     const EFI_STATUS Status =

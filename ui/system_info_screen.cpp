@@ -92,8 +92,8 @@ VOID DrawModuleTab(SystemInfo& Info, UINT64 Tab) {
   UINT64 Line = 0;
   UINTN Row = 6;
   for (UINT64 I = 0; I < Info.InfoLineCount; ++I) {
-    ScrolledLine(Visible, Top, &Line, &Row, Left, Info.InfoLabels[Index][I], Right - 1, LineMode::PadOnly);
-    ScrolledLine(Visible, Top, &Line, &Row, ValueColumn, Info.InfoValues[Index][I], Right - 1, LineMode::Finish);
+    ScrolledLine(Visible, Top, &Line, &Row, Left, Info.InfoLabels[Index][I], Right, LineMode::PadOnly);
+    ScrolledLine(Visible, Top, &Line, &Row, ValueColumn, Info.InfoValues[Index][I], Right, LineMode::Finish);
   }
 }
 

@@ -71,9 +71,8 @@ VOID DrawTestProgress(TestRun& Run, INT64 Percent, UINT64 Device, UINT64 Algorit
   const UINT64 Chosen = Run.Record.SelectedAlgorithmCount;
   MoveCursor(X0, InfoRows + 5);
   Print(u"%s:", UiText(ui_text::Algorithm));
-  MoveCursor(XValue, InfoRows + 5);
-  Print(u"%s", OrEmpty(AlgorithmName(Run, Algorithm)));
-  ClearRowSegment(InfoRows + 5, CursorColumn(), BoxRight);
+  const UINTN AlgorithmEnd = PrintWithin(AlgorithmName(Run, Algorithm).get(), InfoRows + 5, XValue, BoxRight);
+  ClearRowSegment(InfoRows + 5, AlgorithmEnd, BoxRight);
   MoveCursor(X0, InfoRows + 6);
   Print(u"%s:", UiText(ui_text::AlgorithmNumber));
   MoveCursor(XValue, InfoRows + 6);

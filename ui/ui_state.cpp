@@ -44,12 +44,21 @@ VOID PutText(const CHAR16* Text) {
   gST->ConOut->OutputString(gST->ConOut, const_cast<CHAR16*>(Text));
 }
 
-VOID PutLineText(const CHAR16* Text) {
-  if (Text == nullptr) return;
+namespace {
+
+constexpr CHAR16 ShownCharacter(CHAR16 Character) {
+  return Character < 0x20 || (Character >= 0x7F && Character <= 0x9F) ? u' ' : Character;
+}
+
+}  // namespace
+
+UINTN PutOutsideText(const CHAR16* Text, UINTN Room) {
+  if (Text == nullptr) return 0;
   CHAR16 Chunk[65];
   UINTN Used = 0;
-  for (; *Text != 0; ++Text) {
-    Chunk[Used++] = *Text < 0x20 ? u' ' : *Text;
+  UINTN Put = 0;
+  for (; *Text != 0 && Put < Room; ++Text, ++Put) {
+    Chunk[Used++] = ShownCharacter(*Text);
     if (Used == 64) {
       Chunk[Used] = 0;
       PutText(Chunk);
@@ -58,6 +67,7 @@ VOID PutLineText(const CHAR16* Text) {
   }
   Chunk[Used] = 0;
   PutText(Chunk);
+  return Put;
 }
 
 VOID PutChar(CHAR16 Character) {

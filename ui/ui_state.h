@@ -62,10 +62,12 @@ VOID SetColour(UINTN Attribute);
 VOID MoveCursor(UINTN Column, UINTN Row);
 VOID ClearConsole();
 VOID PutText(const CHAR16* Text);
-// PutText for lines that come from modules and tools: a control character
-// (the tab of "Bad sectors found =\t") shows as a blank, since consoles
-// draw them as they please.
-VOID PutLineText(const CHAR16* Text);
+// Puts at most Room characters of a text from outside the application
+// (firmware tables, drives, modules, tools, log lines) at the cursor, a
+// control character (C0, DEL and the C1 range that Latin-1 bytes widen to)
+// as a blank: consoles draw them as they please or move the cursor (the tab
+// of "Bad sectors found =\t"). Returns how many it put; Text may be null.
+UINTN PutOutsideText(const CHAR16* Text, UINTN Room);
 VOID PutChar(CHAR16 Character);
 VOID PutBlanks(UINTN Count);
 UINTN CursorColumn();
