@@ -36,6 +36,10 @@ class InterfaceSession {
     ScreenSize = nullptr;
     FreeTextArray(InterfaceStrings, InterfaceStringCount);
     InterfaceStringCount = 0;
+    // The services may go with the image; no screen may reach them after.
+    UiCommon = nullptr;
+    UiLanguage = nullptr;
+    UiTests = nullptr;
   }
 
   // The console size, the services and the "Interface" texts; EFI_ABORTED

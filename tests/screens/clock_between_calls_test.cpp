@@ -64,6 +64,11 @@ class ClockBetweenCalls : public ::testing::Test {
  protected:
   ClockBetweenCalls() {
     machine->system_table()->ConOut->SetMode(machine->system_table()->ConOut, 2);
+    // Drawn without the interface's texts; a run abandoned by an earlier
+    // test may have left the shared state pointing at its services.
+    UiLanguage = nullptr;
+    InterfaceStrings = nullptr;
+    InterfaceStringCount = 0;
     ScreenSize = size;
   }
   ~ClockBetweenCalls() override {
