@@ -11,7 +11,7 @@ namespace hostfw::nvme {
 
 constexpr uint32_t kIdentifyBytes = 4096;
 constexpr uint32_t kMemoryPageBytes = 4096;  // CAP.MPSMIN: MDTS counts in these
-constexpr uint32_t kVersion = 0x00010400;    // VS: NVMe 1.4.0
+constexpr uint32_t kVersion = 0x00010400;    // VS and Identify Controller's VER: NVMe 1.4.0
 
 enum AdminOpcode : uint8_t {
   kGetLogPage = 0x02,
@@ -82,12 +82,15 @@ constexpr Status kInvalidOpcode{kGeneric, 0x01};
 constexpr Status kInvalidField{kGeneric, 0x02};
 constexpr Status kInvalidNamespace{kGeneric, 0x0B};
 constexpr Status kLbaOutOfRange{kGeneric, 0x80};
-constexpr Status kInvalidLogPage{kCommandSpecific, 0x09};
 constexpr Status kSelfTestInProgress{kCommandSpecific, 0x1D};
 constexpr Status kUnrecoveredReadError{kMediaError, 0x81};
 
-// The completion entry's dword 3: status in bits 31:17 (SC 24:17, SCT 27:25).
-constexpr uint32_t completion_dw3(Status s) { return uint32_t{s.code} << 17 | uint32_t{s.type & 7u} << 25; }
+// The completion entry's dword 3: status in bits 31:17 (SC 24:17, SCT
+// 27:25, Do Not Retry 31, set for a command that cannot succeed as given).
+constexpr uint32_t completion_dw3(Status s) {
+  const bool do_not_retry = s.type == kGeneric && s.code != 0;
+  return uint32_t{s.code} << 17 | uint32_t{s.type & 7u} << 25 | uint32_t{do_not_retry} << 31;
+}
 // The 15-bit status field as the Error Information log records it (bits 15:1).
 constexpr uint16_t status_field(Status s) { return static_cast<uint16_t>(completion_dw3(s) >> 16); }
 

@@ -14,6 +14,9 @@ const EFI_GUID kNvmePassThruGuid = EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID;
 const EFI_GUID kDevicePathGuid = EFI_DEVICE_PATH_PROTOCOL_GUID;
 constexpr UINT32 kAllNamespaces = 0xFFFFFFFF;
 constexpr uint8_t kFirstNvmeSlot = 0x04;  // PCI devices 04h, 05h, … on the root bridge
+// The mode's NvmeVersion is the firmware's (OVMF reports 1.1), not the
+// controller's version, which Identify Controller gives.
+constexpr UINT32 kModeVersion = 0x00010100;
 
 // Admin opcodes that create and delete I/O queues: the firmware's own.
 bool queue_management(uint8_t opcode) { return opcode == 0x00 || opcode == 0x01 || opcode == 0x04 || opcode == 0x05; }
@@ -43,7 +46,7 @@ NvmeController::NvmeController(Machine& machine, const NvmeInfo& drive, size_t i
   mode_.Attributes = EFI_NVM_EXPRESS_PASS_THRU_ATTRIBUTES_PHYSICAL | EFI_NVM_EXPRESS_PASS_THRU_ATTRIBUTES_LOGICAL |
                      EFI_NVM_EXPRESS_PASS_THRU_ATTRIBUTES_CMD_SET_NVM;
   mode_.IoAlign = drive.io_align;
-  mode_.NvmeVersion = nvme::kVersion;
+  mode_.NvmeVersion = kModeVersion;
   protocol_.owner = this;
   protocol_.protocol.Mode = &mode_;
   protocol_.protocol.PassThru = PassThru;
@@ -73,15 +76,15 @@ EFI_STATUS NvmeController::get_next_namespace(UINT32* namespace_id) const {
     *namespace_id = 1;
     return EFI_SUCCESS;
   }
-  if (!drive_.namespace_exists(*namespace_id)) return EFI_INVALID_PARAMETER;
-  if (*namespace_id == drive_.info.namespaces) return EFI_NOT_FOUND;
+  if (!drive_.namespace_id_valid(*namespace_id)) return EFI_INVALID_PARAMETER;
+  if (*namespace_id == drive_.info.max_namespaces) return EFI_NOT_FOUND;
   ++*namespace_id;
   return EFI_SUCCESS;
 }
 
 EFI_STATUS NvmeController::build_device_path(UINT32 namespace_id, EFI_DEVICE_PATH_PROTOCOL** path) {
   if (path == nullptr) return EFI_INVALID_PARAMETER;
-  if (!drive_.namespace_exists(namespace_id)) return EFI_NOT_FOUND;
+  if (!drive_.namespace_id_valid(namespace_id)) return EFI_NOT_FOUND;
   void* node = nullptr;
   if (machine_.memory().allocate_pool(EfiBootServicesData, sizeof(NVME_NAMESPACE_DEVICE_PATH), &node) != EFI_SUCCESS)
     return EFI_OUT_OF_RESOURCES;
@@ -102,7 +105,7 @@ EFI_STATUS NvmeController::get_namespace(const EFI_DEVICE_PATH_PROTOCOL* path, U
     return EFI_UNSUPPORTED;
   UINT32 id = 0;
   std::memcpy(&id, reinterpret_cast<const uint8_t*>(path) + 4, 4);
-  if (!drive_.namespace_exists(id)) return EFI_NOT_FOUND;
+  if (!drive_.namespace_id_valid(id)) return EFI_NOT_FOUND;
   *namespace_id = id;
   return EFI_SUCCESS;
 }
@@ -117,10 +120,16 @@ EFI_STATUS NvmeController::pass_thru(UINT32 namespace_id, EFI_NVM_EXPRESS_PASS_T
       (packet->MetadataLength != 0 && packet->MetadataBuffer == nullptr) || misaligned(packet->TransferBuffer) ||
       misaligned(packet->MetadataBuffer))
     return EFI_INVALID_PARAMETER;
-  if (namespace_id != 0 && namespace_id != kAllNamespaces && !drive_.namespace_exists(namespace_id))
+  // The firmware sends no more than the controller's transfer limit.
+  if (packet->TransferLength > drive_.transfer_limit()) {
+    packet->TransferLength = static_cast<UINT32>(drive_.transfer_limit());
+    return EFI_BAD_BUFFER_SIZE;
+  }
+  const EFI_NVM_EXPRESS_COMMAND& cmd = *packet->NvmeCmd;
+  if (cmd.Nsid != namespace_id ||
+      (namespace_id != 0 && namespace_id != kAllNamespaces && !drive_.namespace_id_valid(namespace_id)))
     return EFI_INVALID_PARAMETER;
 
-  const EFI_NVM_EXPRESS_COMMAND& cmd = *packet->NvmeCmd;
   NvmeCommand c;
   c.admin = packet->QueueType == NVME_ADMIN_QUEUE;
   c.opcode = static_cast<uint8_t>(cmd.Cdw0.Opcode);

@@ -1,6 +1,8 @@
 // One NVMe drive as the application reaches it: an NVMe controller on a
 // handle of its own with EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL and its device
-// path, its namespaces numbered from 1.
+// path, its active namespaces numbered from 1. GetNextNamespace lists every
+// namespace ID up to NN, active or not, as OVMF does; Identify Namespace of
+// an inactive one answers zeros.
 //
 // The controller answers the admin commands Identify (CNS 00h, 01h, 02h),
 // Get Log Page (01h, 02h, 06h), Device Self-test (when the drive has it),
@@ -10,30 +12,32 @@
 // contents are not stored: a Read returns each block's LBA in its first
 // eight bytes, and what a drive keeps per block is whether it reads back.
 //
-// Completion conventions of PassThru (the firmware's, as OVMF's NVMe driver
-// behaves):
+// Completion conventions of PassThru, as OVMF's NVMe driver behaves on
+// QEMU (docs/qemu-nvme.md):
 //   EFI_SUCCESS           the command completed with status 0; the packet's
 //                         completion holds the entry (DW0 the result, DW3
 //                         the command identifier, phase and status).
 //   EFI_DEVICE_ERROR      the command completed with an error status; the
 //                         completion holds it (SCT in DW3 bits 27:25, SC in
-//                         24:17).
+//                         24:17, Do Not Retry in 31).
 //   EFI_TIMEOUT           the drive never answered; the packet's
 //                         CommandTimeout passed in machine time.
-//   EFI_BAD_BUFFER_SIZE   the transfer buffer is smaller than the command's
-//                         transfer; nothing was sent, TransferLength says how
-//                         much it needs.
+//   EFI_BAD_BUFFER_SIZE   TransferLength above the controller's transfer
+//                         limit (MDTS): nothing was sent, TransferLength says
+//                         the limit. Also, where real firmware would let the
+//                         controller overrun the buffer, a buffer smaller than
+//                         the command's transfer: TransferLength says what it
+//                         needs.
 //   EFI_INVALID_PARAMETER malformed packet (no command or completion, an
 //                         unknown queue type, a length without a buffer, a
-//                         buffer not aligned to IoAlign), or a NamespaceId
-//                         that is neither 0, 0xFFFFFFFF nor a namespace.
+//                         buffer not aligned to IoAlign), a NamespaceId other
+//                         than the command's Nsid, or one above NN.
 //   EFI_UNSUPPORTED       an admin command that creates or deletes queues,
 //                         which the firmware keeps to itself.
-// The command acts on its own Nsid (as the firmware copies it into the
-// submission entry); only the dwords its Flags mark valid reach the drive,
-// the others are 0. Commands are blocking; an Event is ignored. A drive with
-// a media rate keeps PassThru waiting while a Read, Verify or write passes
-// over its blocks.
+// Only the command dwords the packet's Flags mark valid reach the drive; the
+// others are 0. Commands are blocking; an Event is ignored (the mode has no
+// NONBLOCKIO). A drive with a media rate keeps PassThru waiting while a
+// Read, Verify or write passes over its blocks.
 #pragma once
 
 #include <cstdint>

@@ -66,7 +66,9 @@ struct NvmeDrive {
 
   explicit NvmeDrive(const NvmeInfo& drive);
 
+  // An active namespace, and a namespace ID the controller has (NN).
   bool namespace_exists(uint32_t nsid) const { return nsid >= 1 && nsid <= info.namespaces; }
+  bool namespace_id_valid(uint32_t nsid) const { return nsid >= 1 && nsid <= info.max_namespaces; }
   bool in_range(uint64_t lba, uint64_t count) const { return lba < info.blocks && count <= info.blocks - lba; }
   // The first unreadable LBA of a range of a namespace, if any.
   std::optional<uint64_t> first_bad(uint32_t nsid, uint64_t lba, uint64_t count) const;

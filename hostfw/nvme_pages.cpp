@@ -65,7 +65,7 @@ std::vector<uint8_t> NvmeDrive::identify_controller() const {
   }
   p[512] = 0x66;  // submission queue entries of 64 bytes
   p[513] = 0x44;  // completion queue entries of 16 bytes
-  put_le(&p[516], info.namespaces, 4);
+  put_le(&p[516], info.max_namespaces, 4);
   put_le(&p[520], kOncsDatasetManagement | kOncsWriteZeroes | (info.verify ? kOncsVerify : 0), 2);
   p[525] = 1;  // a volatile write cache
   const std::string nqn = "nqn.2026-01.invalid.tarvik:nvme:" + info.serial;
@@ -75,6 +75,7 @@ std::vector<uint8_t> NvmeDrive::identify_controller() const {
 
 std::vector<uint8_t> NvmeDrive::identify_namespace(uint32_t nsid) const {
   std::vector<uint8_t> p(kIdentifyBytes, 0);
+  if (!namespace_exists(nsid)) return p;  // an inactive namespace: all zero
   put_le(&p[0], info.blocks, 8);   // size
   put_le(&p[8], info.blocks, 8);   // capacity
   put_le(&p[16], info.blocks, 8);  // utilization

@@ -123,7 +123,8 @@ struct NvmeInfo {
   std::string model, serial, firmware;  // bytes, as Identify Controller reports them
   uint64_t blocks = 0;                  // of each namespace
   uint32_t lba_bytes = 512;
-  uint32_t namespaces = 1;
+  uint32_t namespaces = 1;      // active, numbered from 1
+  uint32_t max_namespaces = 1;  // Identify Controller's NN: namespace IDs 1..NN exist, active or not
   uint8_t mdts = 5;  // largest data transfer: 2^mdts memory pages of 4 KiB
   uint32_t io_align = 8;
   uint32_t media_mb_per_s = 0;  // Read and Verify take machine time; 0: instant

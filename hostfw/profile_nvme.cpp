@@ -71,6 +71,8 @@ NvmeInfo read_nvme(const Reader& r, const Section& s) {
              if (d.lba_bytes != 512 && d.lba_bytes != 4096) r.fail(s.line_of("lba_size"), "lba_size must be 512 or 4096");
            }},
           {"namespaces", [&](const std::string&) { d.namespaces = static_cast<uint32_t>(number("namespaces", 1, 16)); }},
+          {"max_namespaces",
+           [&](const std::string&) { d.max_namespaces = static_cast<uint32_t>(number("max_namespaces", 1, 1024)); }},
           {"mdts", byte(d.mdts, "mdts", 10)},
           {"io_align",
            [&](const std::string&) {
@@ -99,6 +101,8 @@ NvmeInfo read_nvme(const Reader& r, const Section& s) {
            [&](const std::string&) { d.stop_answering_after = number("stop_answering_after", 0, 1ull << 40); }}},
          {"model", "serial"});
 
+  if (!s.has("max_namespaces")) d.max_namespaces = d.namespaces;
+  if (d.max_namespaces < d.namespaces) r.fail(s.line_of("max_namespaces"), "max_namespaces is at least namespaces");
   if (s.has("blocks") && s.has("size_gib")) r.fail(s.line, "give blocks or size_gib, not both");
   if (s.has("size_gib")) d.blocks = number("size_gib", 1, 1u << 20) * (1ull << 30) / d.lba_bytes;
   if (d.blocks == 0) r.fail(s.line, "[nvme] needs \"blocks\" or \"size_gib\"");

@@ -31,6 +31,13 @@
 #                          one more raw disk on the next AHCI port (up to 5);
 #                          PROPs go to the ide-hd device, e.g.
 #                          rotation_rate=7200,model=TVK-HDD,serial=D0001
+#   --nvme FILE[,serial=S][,error_sector=N][,PROP=VAL...]
+#                          one more raw disk as an NVMe drive, a controller of
+#                          its own with one namespace (up to 4); serial defaults
+#                          to TVKNVME1, TVKNVME2, …; error_sector=N makes every
+#                          read covering 512-byte sector N fail with EIO
+#                          (blkdebug); other PROPs go to the nvme device, e.g.
+#                          mdts=5
 #   --dry-run              print the QEMU command line instead of running it
 #   --smbios               print the SMBIOS values given to the guest as
 #                          KEY=VALUE lines and exit
@@ -73,6 +80,7 @@ vga=none
 dry_run=0
 image=
 disks=()
+nvmes=()
 extra=()
 
 while [[ $# -gt 0 ]]; do
@@ -81,6 +89,7 @@ while [[ $# -gt 0 ]]; do
     --accel) accel=${2:?}; shift 2 ;;
     --console) console=${2:?}; shift 2 ;;
     --disk) disks+=("${2:?}"); shift 2 ;;
+    --nvme) nvmes+=("${2:?}"); shift 2 ;;
     --vga) vga=std; shift ;;
     --dry-run) dry_run=1; shift ;;
     --smbios)
@@ -102,6 +111,7 @@ done
 [[ -f "$image" ]] || { echo "qemu.sh: no such image: $image" >&2; exit 1; }
 [[ "$memory" =~ ^[0-9]+$ ]] || { echo "qemu.sh: --memory takes MiB" >&2; exit 1; }
 [[ ${#disks[@]} -le 5 ]] || { echo "qemu.sh: at most 5 extra disks" >&2; exit 1; }
+[[ ${#nvmes[@]} -le 4 ]] || { echo "qemu.sh: at most 4 NVMe drives" >&2; exit 1; }
 
 qemu=$(command -v qemu-system-x86_64 || true)
 [[ -n "$qemu" ]] || { echo "qemu.sh: qemu-system-x86_64 not found (Debian package qemu-system-x86)" >&2; exit 1; }
@@ -193,6 +203,40 @@ for disk in "${disks[@]}"; do
   args+=(-drive "if=none,id=disk$port,format=raw,file=$(qv "$file")"
     -device "ide-hd,drive=disk$port,bus=ide.$port$props")
   port=$((port + 1))
+done
+
+# A string inside JSON: backslashes and quotes escaped.
+json_string() {
+  local v=${1//\\/\\\\}
+  printf '"%s"' "${v//\"/\\\"}"
+}
+
+index=1
+for nvme in "${nvmes[@]}"; do
+  file=${nvme%%,*}
+  [[ -f "$file" ]] || { echo "qemu.sh: no such disk: $file" >&2; exit 1; }
+  serial=TVKNVME$index
+  error_sector=
+  props=
+  if [[ "$nvme" == *,* ]]; then
+    IFS=, read -r -a items <<<"${nvme#*,}"
+    for item in "${items[@]}"; do
+      case "$item" in
+        serial=*) serial=${item#serial=} ;;
+        error_sector=*) error_sector=${item#error_sector=} ;;
+        *) props+=",$item" ;;
+      esac
+    done
+  fi
+  if [[ -n "$error_sector" ]]; then
+    [[ "$error_sector" =~ ^[0-9]+$ ]] || { echo "qemu.sh: error_sector takes a sector number" >&2; exit 1; }
+    # blkdebug under a raw layer: the raw layer's reads reach it as read_aio.
+    args+=(-blockdev "{\"driver\":\"raw\",\"node-name\":\"nvme$index\",\"file\":{\"driver\":\"blkdebug\",\"image\":{\"driver\":\"file\",\"filename\":$(json_string "$file")},\"inject-error\":[{\"event\":\"read_aio\",\"errno\":5,\"sector\":$error_sector,\"once\":false}]}}")
+  else
+    args+=(-blockdev "{\"driver\":\"raw\",\"node-name\":\"nvme$index\",\"file\":{\"driver\":\"file\",\"filename\":$(json_string "$file")}}")
+  fi
+  args+=(-device "nvme,drive=nvme$index,serial=$(qv "$serial")$props")
+  index=$((index + 1))
 done
 args+=("${extra[@]}")
 
