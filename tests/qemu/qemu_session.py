@@ -263,10 +263,12 @@ class QemuSession:
     """
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
-                 screen_size=(100, 31), vga=False):
+                 screen_size=(100, 31), vga=False, nvmes=()):
         """screen_size: the console mode the application is expected to run
         in (columns, rows); vga: the machine has a VGA card as well, which the
-        firmware joins to the serial terminal in one console."""
+        firmware joins to the serial terminal in one console; nvmes: NVMe
+        drives, each as tools/qemu.sh --nvme takes it
+        ("FILE,serial=S,error_sector=N")."""
         cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
         if vga:
             cmd.append("--vga")
@@ -276,6 +278,8 @@ class QemuSession:
             cmd += ["--accel", accel]
         for disk in disks:
             cmd += ["--disk", disk]
+        for nvme in nvmes:
+            cmd += ["--nvme", nvme]
         cmd.append(image)
         if qemu_args:
             cmd += ["--", *qemu_args]
