@@ -8,6 +8,7 @@
 
 #include "hostfw/ata_commands.h"
 #include "hostfw/ata_command_set.h"
+#include "hostfw/device_wait.h"
 #include "hostfw/machine.h"
 #include "hostfw/memory.h"
 
@@ -18,9 +19,6 @@ const EFI_GUID kAtaPassThruGuid = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
 const EFI_GUID kDevicePathGuid = EFI_DEVICE_PATH_PROTOCOL_GUID;
 
 constexpr UINT16 kNoMultiplier = kDirectAttach;
-// A packet's Timeout of 0 asks to wait for ever; a controller gives up on a
-// drive that never answers after this long.
-constexpr uint64_t kEndlessTimeoutNs = 30ull * 1000 * 1000 * 1000;
 
 // ---- EFIAPI entry points ---------------------------------------------------------
 
@@ -227,15 +225,8 @@ EFI_STATUS AtaController::pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA
   if (drive == nullptr) return EFI_INVALID_PARAMETER;  // a port-multiplier port the port does not have
 
   const AtaExecution done = execute_ata_command(*drive, *packet, machine_.clock().now_ns());
-  // The drive works on its media while PassThru waits for it, at TPL_NOTIFY
-  // like every service here: timers falling due meanwhile are signalled at
-  // their time, and their notifications run once PassThru returns.
-  if (done.media_ns != 0) {
-    if (machine_.clock().is_virtual())
-      machine_.events().let_virtual_time_pass(done.media_ns);
-    else
-      machine_.events().stall((done.media_ns + 999) / 1000);
-  }
+  // The drive works on its media while PassThru waits for it.
+  wait_for_device(machine_, done.media_ns);
   switch (done.completion) {
     case AtaCompletion::kDone: return EFI_SUCCESS;
     case AtaCompletion::kError:
@@ -243,11 +234,9 @@ EFI_STATUS AtaController::pass_thru(UINT16 port, UINT16 multiplier_port, EFI_ATA
       // its retries) as success with the error left in the status block.
       return error_report_ == AtaErrorReport::kSuccess ? EFI_SUCCESS : EFI_DEVICE_ERROR;
     case AtaCompletion::kBadBufferSize: return EFI_BAD_BUFFER_SIZE;
-    case AtaCompletion::kTimeout: {
-      const uint64_t timeout_ns = packet->Timeout == 0 ? kEndlessTimeoutNs : packet->Timeout * 100;
-      machine_.events().stall((timeout_ns + 999) / 1000);
+    case AtaCompletion::kTimeout:
+      wait_for_timeout(machine_, packet->Timeout);
       return EFI_TIMEOUT;
-    }
   }
   return EFI_DEVICE_ERROR;
 }

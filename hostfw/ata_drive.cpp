@@ -6,10 +6,6 @@
 
 namespace hostfw {
 
-void put_le(uint8_t* at, uint64_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
-}
-
 void set_checksum(uint8_t* page) {
   uint8_t sum = 0;
   for (uint32_t i = 0; i < ata::kPage - 1; ++i) sum = static_cast<uint8_t>(sum + page[i]);

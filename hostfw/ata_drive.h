@@ -13,13 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "hostfw/little_endian.h"
 #include "hostfw/profile.h"
 #include "hostfw/sector_set.h"
 
 namespace hostfw {
 
-// Little-endian fields of the pages a drive sends.
-void put_le(uint8_t* at, uint64_t value, int bytes);
 // The last byte of a 512-byte page makes the page sum to zero.
 void set_checksum(uint8_t* page);
 

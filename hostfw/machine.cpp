@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "hostfw/ata_controller.h"
+#include "hostfw/nvme_controller.h"
 #include "hostfw/console_out.h"
 #include "hostfw/interrupts.h"
 #include "hostfw/keyboard.h"
@@ -52,6 +53,8 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
     smbios_ = std::make_unique<SmbiosTables>(profile_);
     volumes_ = std::make_unique<Volumes>(*this, profile_.volumes);
     ata_ = std::make_unique<AtaController>(*this, profile_);
+    for (const NvmeInfo& drive : profile_.nvme_drives)
+      nvme_.push_back(std::make_unique<NvmeController>(*this, drive, nvme_.size()));
 
     build_system_table();
     // The application was loaded from the first volume, the boot device.
@@ -67,6 +70,7 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
 Machine::~Machine() {
   interrupts_.reset();
   images_.reset();
+  nvme_.clear();
   ata_.reset();
   volumes_.reset();
   keyboard_.reset();

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "efi/efi.h"
 #include "hostfw/clock.h"
@@ -28,6 +29,7 @@ class SmbiosTables;
 class Volumes;
 class Interrupts;
 class AtaController;
+class NvmeController;
 
 struct Options {
   // Time advances only through Stall and waiting, so that a run gives the
@@ -97,6 +99,9 @@ class Machine {
   Images& images() { return *images_; }
   Volumes* volumes() { return volumes_.get(); }  // null before they exist
   AtaController* ata() { return ata_.get(); }     // null before it exists
+  // The NVMe drives in the order of the profile's [nvme] sections.
+  size_t nvme_count() const { return nvme_.size(); }
+  NvmeController& nvme(size_t index) { return *nvme_.at(index); }
   const SmbiosTables& smbios() const { return *smbios_; }
 
   // Called while the application waits (WaitForEvent): reads input, runs the
@@ -135,6 +140,7 @@ class Machine {
   std::unique_ptr<SmbiosTables> smbios_;
   std::unique_ptr<Volumes> volumes_;
   std::unique_ptr<AtaController> ata_;
+  std::vector<std::unique_ptr<NvmeController>> nvme_;
   std::unique_ptr<Images> images_;
   std::unique_ptr<Interrupts> interrupts_;
   Faults faults_;

@@ -205,6 +205,9 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
                                      other.multiplier_port == d.multiplier_port))
           r.fail(s.values.at("port").second, "two drives on port " + std::to_string(d.port));
       p.drives.push_back(d);
+    } else if (s.name == "nvme") {
+      if (p.nvme_drives.size() == 16) r.fail(s.line, "at most 16 [nvme] drives");
+      p.nvme_drives.push_back(read_nvme(r, s));
     } else if (s.name == "volume") {
       VolumeInfo v;
       r.read(s,

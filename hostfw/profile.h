@@ -109,6 +109,42 @@ struct DriveInfo {
   uint64_t stop_answering_after = UINT64_MAX;       // commands it answers before it falls silent
 };
 
+// LBAs of one namespace of an NVMe drive, both ends included.
+struct NamespaceLbas {
+  uint32_t nsid = 1;
+  uint64_t first = 0, last = 0;
+};
+
+enum class NvmeSelfTest { kPass, kFail, kUnsupported };
+
+// An NVMe drive: one controller with its namespaces, as the profile
+// describes it (docs/machine-profile.md, "[nvme]").
+struct NvmeInfo {
+  std::string model, serial, firmware;  // bytes, as Identify Controller reports them
+  uint64_t blocks = 0;                  // of each namespace
+  uint32_t lba_bytes = 512;
+  uint32_t namespaces = 1;
+  uint8_t mdts = 5;  // largest data transfer: 2^mdts memory pages of 4 KiB
+  uint32_t io_align = 8;
+  uint32_t media_mb_per_s = 0;  // Read and Verify take machine time; 0: instant
+
+  // SMART / Health Information.
+  uint8_t critical_warning = 0;
+  uint8_t available_spare = 100, spare_threshold = 10, percentage_used = 0;
+  uint64_t media_errors = 0;
+  uint8_t temperature_c = 38;
+  uint64_t power_on_hours = 0;  // when the machine starts; grows with machine time
+  uint64_t power_cycles = 0, unsafe_shutdowns = 0;
+
+  NvmeSelfTest self_test = NvmeSelfTest::kPass;
+  uint32_t self_test_seconds = 120;  // a short self-test; an extended one takes 10 times as long
+
+  bool verify = true;  // the Verify command (ONCS bit 7)
+  std::vector<NamespaceLbas> bad_lbas;       // Read and Verify end with Unrecovered Read Error
+  std::vector<NamespaceLbas> error_log_lbas;  // the Error Information log at power-on, oldest first
+  uint64_t stop_answering_after = UINT64_MAX;  // commands it answers before it falls silent
+};
+
 struct VolumeInfo {  // a FAT volume, backed by a host directory
   std::string label;
   std::string directory;  // absolute once loaded
@@ -139,6 +175,7 @@ struct Profile {
   std::vector<DriveInfo> drives;
   AtaErrorReport ata_error_report = AtaErrorReport::kDeviceError;
   uint32_t ata_io_align = 2;
+  std::vector<NvmeInfo> nvme_drives;  // in the order of the file
   std::vector<VolumeInfo> volumes;
 };
 

@@ -1,6 +1,5 @@
 // The [drive] section of a machine profile: an ATA drive, its IDENTIFY
 // words, SMART, self-tests, logs and faults (docs/machine-profile.md).
-#include <cctype>
 #include <cstdint>
 #include <string>
 
@@ -10,25 +9,6 @@ namespace hostfw {
 namespace {
 
 constexpr uint64_t kLba28Limit = 0x0FFFFFFF;
-
-// An IDENTIFY string: the bytes as written, with \xHH for a byte the
-// profile's line cannot hold (an unprintable serial number, say).
-std::string ata_string(const Reader& r, const Section& s, const std::string& key, size_t limit) {
-  const std::string& text = s.values.at(key).first;
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x' && std::isxdigit(static_cast<unsigned char>(text[i + 2])) &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 3]))) {
-      out.push_back(static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)));
-      i += 3;
-    } else {
-      out.push_back(text[i]);
-    }
-  }
-  if (out.size() > limit)
-    r.fail(s.line_of(key), "a drive " + key + " has at most " + std::to_string(limit) + " characters");
-  return out;
-}
 
 bool is_power_of_two(uint64_t v) { return v != 0 && (v & (v - 1)) == 0; }
 
@@ -44,9 +24,9 @@ DriveInfo read_drive(const Reader& r, const Section& s) {
          {{"port", [&](const std::string&) { d.port = static_cast<uint16_t>(number("port", 0, 31)); }},
           {"multiplier_port",
            [&](const std::string&) { d.multiplier_port = static_cast<uint16_t>(number("multiplier_port", 0, 14)); }},
-          {"model", [&](const std::string&) { d.model = ata_string(r, s, "model", 40); }},
-          {"serial", [&](const std::string&) { d.serial = ata_string(r, s, "serial", 20); }},
-          {"firmware", [&](const std::string&) { d.firmware = ata_string(r, s, "firmware", 8); }},
+          {"model", [&](const std::string&) { d.model = device_string(r, s, "model", 40); }},
+          {"serial", [&](const std::string&) { d.serial = device_string(r, s, "serial", 20); }},
+          {"firmware", [&](const std::string&) { d.firmware = device_string(r, s, "firmware", 8); }},
           {"sectors", [&](const std::string&) { d.sectors = number("sectors", 2048, 1ull << 48); }},
           {"size_gib", ignore},
           {"atapi", flag(d.atapi, "atapi")},

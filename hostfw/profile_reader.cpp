@@ -95,4 +95,21 @@ void Reader::read(const Section& s, const std::map<std::string, std::function<vo
     if (!s.has(key)) fail(s.line, "[" + s.name + "] needs \"" + key + "\"");
 }
 
+std::string device_string(const Reader& r, const Section& s, const std::string& key, size_t limit) {
+  const std::string& text = s.values.at(key).first;
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x' && std::isxdigit(static_cast<unsigned char>(text[i + 2])) &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 3]))) {
+      out.push_back(static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16)));
+      i += 3;
+    } else {
+      out.push_back(text[i]);
+    }
+  }
+  if (out.size() > limit)
+    r.fail(s.line_of(key), "a drive " + key + " has at most " + std::to_string(limit) + " characters");
+  return out;
+}
+
 }  // namespace hostfw

@@ -53,7 +53,14 @@ class Reader {
   std::string base_;
 };
 
+// A drive's identity string: the bytes as written, with \xHH for a byte the
+// profile's line cannot hold (an unprintable serial number, say); refused
+// when longer than limit.
+std::string device_string(const Reader& r, const Section& s, const std::string& key, size_t limit);
+
 // A [drive] section (profile_drive.cpp).
 DriveInfo read_drive(const Reader& r, const Section& s);
+// An [nvme] section (profile_nvme.cpp).
+NvmeInfo read_nvme(const Reader& r, const Section& s);
 
 }  // namespace hostfw

@@ -24,6 +24,7 @@ static_assert(sizeof(EFI_DEVICE_PATH_PROTOCOL) == 4);
 #define MEDIA_VENDOR_DP 0x03
 #define MEDIA_FILEPATH_DP 0x04
 #define MSG_SATA_DP 0x12
+#define MSG_NVME_NAMESPACE_DP 0x17
 #define END_ENTIRE_DEVICE_PATH_SUBTYPE 0xFF
 #define END_INSTANCE_DEVICE_PATH_SUBTYPE 0x01
 
@@ -38,3 +39,13 @@ inline bool IsDevicePathEnd(const EFI_DEVICE_PATH_PROTOCOL* Node) {
 inline const EFI_DEVICE_PATH_PROTOCOL* NextDevicePathNode(const EFI_DEVICE_PATH_PROTOCOL* Node) {
   return (const EFI_DEVICE_PATH_PROTOCOL*)((const UINT8*)Node + DevicePathNodeLength(Node));
 }
+
+// A namespace of an NVMe controller: its ID and its IEEE EUI-64 (0 when
+// the namespace has none).
+struct NVME_NAMESPACE_DEVICE_PATH {
+  EFI_DEVICE_PATH_PROTOCOL Header;
+  UINT32 NamespaceId;
+  UINT64 NamespaceUuid;
+};
+static_assert(__builtin_offsetof(NVME_NAMESPACE_DEVICE_PATH, NamespaceUuid) == 8);
+static_assert(sizeof(NVME_NAMESPACE_DEVICE_PATH) == 16);
