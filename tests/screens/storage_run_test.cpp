@@ -38,7 +38,7 @@ constexpr char kStartStorageTest[] =
     "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
     "wait \"Select Algorithms\"; snap \"algorithms\"; key Enter;";
 // Back on the main screen the storage test is still chosen; below it is Exit.
-constexpr char kLeave[] = "wait \"Main Screen\"; key Down; key Enter";
+constexpr char kLeave[] = "wait \"Main Screen\"; key Down 2; key Enter";
 
 TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndTheLog) {
   // What the outcome below rests on, said here rather than left to the
