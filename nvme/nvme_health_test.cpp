@@ -21,14 +21,12 @@ UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
     Run.Log(u"WARNING %s", nvme_key::CantPerformTest);
     return TEST_RESULT_NOT_SUPPORTED;
   }
-  Run.Log(u"MESSAGE %s %d", nvme_key::CriticalWarning, static_cast<INT32>(Health.CriticalWarning));
-  Run.Log(u"MESSAGE %s %d", nvme_key::Temperature, Health.TemperatureC);
-  Run.Log(u"MESSAGE %s %d", nvme_key::PercentageUsed, static_cast<INT32>(Health.PercentageUsed));
-  Run.Log(u"MESSAGE %s %d", nvme_key::AvailableSpare, static_cast<INT32>(Health.AvailableSpare));
-  Run.Log(u"MESSAGE %s %d", nvme_key::SpareThreshold, static_cast<INT32>(Health.SpareThreshold));
-  Run.Log(u"MESSAGE %s %ld", nvme_key::MediaErrors, Health.MediaErrors);
-  Run.Log(u"MESSAGE %s %ld", nvme_key::PowerOnHours, Health.PowerOnHours);
-  Run.Log(u"MESSAGE %s %ld", nvme_key::UnsafeShutdowns, Health.UnsafeShutdowns);
+  // One line of named figures: each becomes a field of the results file.
+  Run.Log(u"MESSAGE %s CRITICAL_WARNING %d TEMPERATURE %d PERCENTAGE_USED %d AVAILABLE_SPARE %d "
+          u"AVAILABLE_SPARE_THRESHOLD %d MEDIA_ERRORS %ld POWER_ON_HOURS %ld UNSAFE_SHUTDOWNS %ld",
+          nvme_key::Health, static_cast<INT32>(Health.CriticalWarning), Health.TemperatureC,
+          static_cast<INT32>(Health.PercentageUsed), static_cast<INT32>(Health.AvailableSpare),
+          static_cast<INT32>(Health.SpareThreshold), Health.MediaErrors, Health.PowerOnHours, Health.UnsafeShutdowns);
   Run.ReportProgress(100);
   if (!HealthFailing(Health)) return TEST_RESULT_PASSED;
   Run.Log(u"ERROR %s", nvme_key::HealthFailing);

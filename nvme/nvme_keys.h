@@ -22,19 +22,12 @@ const CHAR16* NvmeAlgorithmKey(UINT64 Index);
 // The text Key is shown as, or null for a key the module does not know.
 const CHAR16* NvmeKeyText(const NvmeModule& Module, const CHAR16* Key);
 
-// Keys of the algorithms' log lines. Figures are logged one per line as
-// "MESSAGE <KEY> <number>".
+// Keys of the algorithms' log lines. A line's figures follow its key as
+// upper-case names, each followed by its number.
 namespace nvme_key {
 inline constexpr const CHAR16* CommunicationFailure = u"COMMUNICATION_FAILURE";
 inline constexpr const CHAR16* CantPerformTest = u"CANT_PERFORM_TEST";
-inline constexpr const CHAR16* CriticalWarning = u"NVME_CRITICAL_WARNING";
-inline constexpr const CHAR16* Temperature = u"NVME_TEMPERATURE_C";
-inline constexpr const CHAR16* PercentageUsed = u"NVME_PERCENTAGE_USED";
-inline constexpr const CHAR16* AvailableSpare = u"NVME_AVAILABLE_SPARE";
-inline constexpr const CHAR16* SpareThreshold = u"NVME_SPARE_THRESHOLD";
-inline constexpr const CHAR16* MediaErrors = u"NVME_MEDIA_ERRORS";
-inline constexpr const CHAR16* PowerOnHours = u"NVME_POWER_ON_HOURS";
-inline constexpr const CHAR16* UnsafeShutdowns = u"NVME_UNSAFE_SHUTDOWNS";
+inline constexpr const CHAR16* Health = u"SMART_HEALTH";
 inline constexpr const CHAR16* HealthFailing = u"NVME_HEALTH_FAILING";
 inline constexpr const CHAR16* SelfTestNotSupported = u"SELF_TEST_NOT_SUPPORTED";
 inline constexpr const CHAR16* SelfTestAlreadyInProgress = u"SELF_TEST_ALREADY_IN_PROGRESS";

@@ -54,7 +54,7 @@ TEST(NvmeRun, BothDrivesEveryAlgorithmTheLogAndSystemInformation) {
   std::stringstream saved;
   saved << in.rdbuf();
   for (const char* line : {"\nDISPLAYNAME: Arkon NV7 1TB NVMe Device\n", "\nSERIAL: VQX5-0021-8841\n",
-                           "\nLBA_SIZE: 512 bytes\n", " STOP NVMEHEALTH SUCCESS ", " MESSAGE NVME_PERCENTAGE_USED 112\n",
+                           "\nLBA_SIZE: 512 bytes\n", " STOP NVMEHEALTH SUCCESS ", " PERCENTAGE_USED 112 ",
                            " ERROR NVME_HEALTH_FAILING\n", " STOP NVMEHEALTH FAILURE ", " ERROR READ_SECTOR_ERROR 4242\n",
                            " STOP NVMEFULLREADSCAN FAILURE ", " STOP NVMEERRORLOGREAD UNSUPPORTED\n",
                            "\nSTOP TESTS UNV", "\n--- NVME\n"})
