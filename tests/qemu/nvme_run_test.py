@@ -1,15 +1,8 @@
 #!/usr/bin/env python3
-"""Runs the NVMe test end to end on OVMF under QEMU, on one NVMe drive beside
-the boot disk whose sector 100000 cannot be read (blkdebug injects EIO into
-every read that covers it).
-
-The module is on the main screen, the drive on its System Information tab
-and in its run (one drive: the device selection is passed over). A run of all six algorithms ends as QEMU's
-controller allows: the health log passes, there is no Device Self-test so
-both self-tests are not supported, and the full read scan fails naming the
-LBA. F2 saves the log on the boot volume; the file read back with mtools
-holds the drive's section and its result code. The drive's image is byte
-for byte the same before and after.
+"""The NVMe test on OVMF under QEMU: one NVMe drive beside the boot disk
+whose sector 100000 cannot be read (blkdebug). Health Status passes, QEMU has
+no Device Self-test, the full read scan fails naming the LBA; the saved log
+holds the drive's section and result code; the drive's image is unchanged.
 
     nvme_run_test.py --efi build/TarvikDiag.efi [unittest options]
 """
