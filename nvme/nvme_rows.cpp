@@ -92,24 +92,13 @@ VOID FillLogRow(const NvmeDevice& Device, UINT64 Row, CHAR16* K, CHAR16* V) {
   }
 }
 
-template <typename FillFn>
-EFI_STATUS HandOutRow(CHAR16** Label, CHAR16** Value, FillFn Fill) {
-  RowTexts Texts;
-  const EFI_STATUS Status = Texts.Allocate(RowBytes);
-  if (EFI_ERROR(Status)) return Status;
-  Texts.Label()[0] = 0;
-  Texts.Value()[0] = 0;
-  Fill(Texts.Label(), Texts.Value());
-  return Texts.HandOut(Label, Value);
-}
-
 }  // namespace
 
 EFI_STATUS NvmeRunInfoRow(const NvmeModule& Module, UINT64 Row, UINT64 DeviceIndex, CHAR16** Label, CHAR16** Value) {
   if (Label == nullptr || Value == nullptr) return EFI_ABORTED;
   if (Row >= NvmeRunInfoRows || DeviceIndex >= Module.Drives.DeviceCount) return EFI_INVALID_PARAMETER;
   const NvmeDevice& Device = Module.Drives.Devices[DeviceIndex];
-  return HandOutRow(Label, Value, [&](CHAR16* L, CHAR16*) {
+  return HandOutRowTexts(RowBytes, Label, Value, [&](CHAR16* L, CHAR16*) {
     SPrint(L, RowBytes, u"%s: %s", NvmeText(Module, nvme_text::Device), Device.Controller.Model);
   });
 }
@@ -133,7 +122,7 @@ EFI_STATUS NvmeSystemInfoRow(NvmeModule& Module, UINT64 Row, CHAR16** Label, CHA
     const EFI_STATUS Status = IdentifyNvmeDevice(Device);
     if (EFI_ERROR(Status)) return Status;
   }
-  return HandOutRow(Label, Value, [&](CHAR16* L, CHAR16* V) {
+  return HandOutRowTexts(RowBytes, Label, Value, [&](CHAR16* L, CHAR16* V) {
     FillSystemRow(Module, Device, Row % NvmeSystemInfoRowsPerDrive, L, V);
   });
 }
@@ -142,7 +131,8 @@ EFI_STATUS NvmeLogRow(const NvmeModule& Module, UINT64 Row, CHAR16** Key, CHAR16
   if (Key == nullptr || Value == nullptr) return EFI_ABORTED;
   if (Row >= Module.Drives.DeviceCount * NvmeLogRowsPerDrive) return EFI_INVALID_PARAMETER;
   const NvmeDevice& Device = Module.Drives.Devices[Row / NvmeLogRowsPerDrive];
-  return HandOutRow(Key, Value, [&](CHAR16* K, CHAR16* V) { FillLogRow(Device, Row % NvmeLogRowsPerDrive, K, V); });
+  return HandOutRowTexts(RowBytes, Key, Value,
+                         [&](CHAR16* K, CHAR16* V) { FillLogRow(Device, Row % NvmeLogRowsPerDrive, K, V); });
 }
 
 }  // namespace tarvik
