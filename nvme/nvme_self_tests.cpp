@@ -24,7 +24,8 @@ UINT64 Silent(DriveRun& Run) {
 }
 
 NvmeAnswer ReadSelfTestLog(const NvmeDevice& Device, UINT8* Page, NvmeSelfTestFacts* Facts) {
-  const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, Device.NamespaceId, nvme_log::SelfTest, Page,
+  // The log belongs to the controller: it is asked for with no namespace of its own.
+  const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::SelfTest, Page,
                                            sizeof(NvmeSelfTestLog));
   if (Answer == NvmeAnswer::Done && !ParseSelfTestLog(Page, sizeof(NvmeSelfTestLog), Facts)) return NvmeAnswer::Refused;
   return Answer;
