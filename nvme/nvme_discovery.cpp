@@ -12,6 +12,9 @@ namespace {
 constexpr UINT8 CnsNamespace = 0x00;
 constexpr UINT8 CnsController = 0x01;
 constexpr UINT32 FirstNamespace = 0xFFFFFFFF;  // asks GetNextNamespace for the first
+// A controller names at most this many namespaces: a broken GetNextNamespace
+// that never ends cannot keep discovery going.
+constexpr UINT32 MaxNamespacesAsked = 1024;
 
 VOID LocateNvmeHandles(PoolPtr<EFI_HANDLE>& Handles, UINTN& Count) {
   EFI_GUID Guid = EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID;
@@ -38,16 +41,18 @@ VOID EnumerateController(NvmeDrives* Drives, EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL*
                          UINT8* Page) {
   NvmeControllerFacts Facts{};
   if (!IdentifyController(PassThru, Page, &Facts)) {
-    Print(u"NVMe controller %d: Identify Controller refused or unreadable, skipped.\n", Controller);
+    Print(u"NVMe controller %d: Identify Controller refused or unreadable, skipped.\n", static_cast<INT32>(Controller));
     return;
   }
   const UINT64 First = Drives->DeviceCount;
   UINT32 NamespaceId = FirstNamespace;
-  while (Drives->DeviceCount < MaxNvmeDevices && !EFI_ERROR(PassThru->GetNextNamespace(PassThru, &NamespaceId))) {
+  for (UINT32 Asked = 0; Asked < MaxNamespacesAsked && Drives->DeviceCount < MaxNvmeDevices &&
+                         !EFI_ERROR(PassThru->GetNextNamespace(PassThru, &NamespaceId));
+       ++Asked) {
     NvmeDevice& Device = Drives->Devices[Drives->DeviceCount];
     if (!IdentifyNamespace(PassThru, NamespaceId, Page, &Device.Namespace)) {
-      Print(u"NVMe controller %d namespace %d: Identify Namespace refused or unreadable, skipped.\n", Controller,
-            NamespaceId);
+      Print(u"NVMe controller %d namespace %u: Identify Namespace refused or unreadable, skipped.\n",
+            static_cast<INT32>(Controller), NamespaceId);
       continue;
     }
     Device.PassThru = PassThru;

@@ -5,21 +5,29 @@
 #include "registry/test_module_protocol.h"
 
 namespace tarvik {
+namespace {
+
+UINT64 Finish(DriveRun& Run, UINT64 Result) {
+  Run.ReportProgress(100);
+  return Result;
+}
+
+}  // namespace
 
 UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
   NvmePages Page(NvmeHealthLogBytes);
-  if (!Page) return TEST_RESULT_FAILED;
+  if (!Page) return Finish(Run, TEST_RESULT_FAILED);
   const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::Health, Page.get(),
                                            static_cast<UINT32>(NvmeHealthLogBytes));
   NvmeHealthFacts Health{};
   if (Answer == NvmeAnswer::Silent) {
     Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
-    return TEST_RESULT_FAILED;
+    return Finish(Run, TEST_RESULT_FAILED);
   }
   if (Answer != NvmeAnswer::Done || !ParseHealthLog(Page.get(), NvmeHealthLogBytes, &Health)) {
     Run.Log(u"WARNING %s", nvme_key::CantPerformTest);
-    return TEST_RESULT_NOT_SUPPORTED;
+    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
   }
   // One line of named figures: each becomes a field of the results file.
   Run.Log(u"MESSAGE %s CRITICAL_WARNING %d TEMPERATURE %d PERCENTAGE_USED %d AVAILABLE_SPARE %d "
@@ -27,10 +35,9 @@ UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
           nvme_key::Health, static_cast<INT32>(Health.CriticalWarning), Health.TemperatureC,
           static_cast<INT32>(Health.PercentageUsed), static_cast<INT32>(Health.AvailableSpare),
           static_cast<INT32>(Health.SpareThreshold), Health.MediaErrors, Health.PowerOnHours, Health.UnsafeShutdowns);
-  Run.ReportProgress(100);
-  if (!HealthFailing(Health)) return TEST_RESULT_PASSED;
+  if (!HealthFailing(Health)) return Finish(Run, TEST_RESULT_PASSED);
   Run.Log(u"ERROR %s", nvme_key::HealthFailing);
-  return TEST_RESULT_FAILED;
+  return Finish(Run, TEST_RESULT_FAILED);
 }
 
 }  // namespace tarvik

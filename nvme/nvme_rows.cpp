@@ -2,6 +2,7 @@
 
 #include "core/diag_common.h"
 #include "core/row_texts.h"
+#include "core/wide_string.h"
 #include "nvme/nvme_commands.h"
 #include "nvme/nvme_discovery.h"
 #include "nvme/nvme_structures.h"
@@ -109,7 +110,13 @@ EFI_STATUS NvmeDeviceName(const NvmeModule& Module, UINT64 DeviceIndex, CHAR16**
   PoolPtr<CHAR16> Text;
   const EFI_STATUS Status = Text.Allocate(DeviceNameBytes);
   if (EFI_ERROR(Status)) return Status;
-  SPrint(Text.get(), (DeviceNameChars + 1) * sizeof(CHAR16), u"%s", Module.Drives.Devices[DeviceIndex].Controller.Model);
+  // The namespaces of one controller share its model: a number tells them apart.
+  const NvmeDevice& Device = Module.Drives.Devices[DeviceIndex];
+  CHAR16 Suffix[16] = {};
+  if (Device.NamespaceCount > 1) SPrint(Suffix, sizeof(Suffix), u" ns%u", Device.NamespaceId);
+  const UINTN ModelChars = DeviceNameChars - StrLen(Suffix);
+  const UINTN Used = SPrint(Text.get(), (ModelChars + 1) * sizeof(CHAR16), u"%s", Device.Controller.Model);
+  SPrint(Text.get() + Used, DeviceNameBytes - Used * sizeof(CHAR16), u"%s", Suffix);
   *Name = Text.release();
   return EFI_SUCCESS;
 }

@@ -164,8 +164,8 @@ constexpr TableText NvmeTexts[] = {
     {108, u"Self-test failing LBA"},
     {109, u"The error log names no LBA"},
     {110, u"Error reading sector"},
-    {111, u"Failed to comunicate to device"},
-    {112, u"Test can not be performed"},
+    {111, u"Failed to communicate with the device"},
+    {112, u"Test cannot be performed"},
 };
 
 constexpr TableText StorageTexts[] = {
