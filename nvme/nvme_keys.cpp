@@ -25,6 +25,8 @@ constexpr KeyText KeyTexts[] = {
     {u"NVME_VERSION", nvme_text::Version},
     {u"NAMESPACE", nvme_text::Namespace},
     {u"SMART_HEALTH", 96},
+    {u"SMART_SPARE", 97},
+    {u"SMART_USAGE", 98},
     {u"NVME_HEALTH_FAILING", 104},
     {u"SELF_TEST_NOT_SUPPORTED", 105},
     {u"SELF_TEST_ALREADY_IN_PROGRESS", 106},

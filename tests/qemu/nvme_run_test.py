@@ -95,7 +95,7 @@ class NvmeRunTest(qemu_session.ImageTestCase):
         for pattern in (rf"^\+\+\+ {qemu_session.LOG_STAMP} NVME {qemu_session.LOG_EPOCH_MS}$",
                         rf"^SERIAL: {SERIAL}$", r"^DISPLAYNAME: QEMU NVMe Ctrl NVMe Device$",
                         rf"^{qemu_session.LOG_STAMP} STOP NVMEHEALTH SUCCESS \d+ S$",
-                        rf"^{qemu_session.LOG_STAMP} MESSAGE SMART_HEALTH CRITICAL_WARNING 0 .* PERCENTAGE_USED \d+ ",
+                        rf"^{qemu_session.LOG_STAMP} MESSAGE SMART_HEALTH TEMPERATURE -?\d+ PERCENTAGE_USED \d+ CRITICAL_WARNING 0$",
                         rf"^{qemu_session.LOG_STAMP} STOP NVMESHORTSELFTEST UNSUPPORTED$",
                         rf"^{qemu_session.LOG_STAMP} ERROR READ_SECTOR_ERROR {BAD_SECTOR}$",
                         rf"^{qemu_session.LOG_STAMP} STOP NVMEFULLREADSCAN FAILURE \d+ S$",
