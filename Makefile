@@ -57,6 +57,7 @@ test-asan:
 bench: build
 	$(BUILD)/memtest_benchmark 256
 	$(BUILD)/recovery_benchmark 100
+	$(BUILD)/nvme_scan_benchmark 64
 
 # clang++ with libFuzzer, ASan and UBSan; only the fuzz_* executables.
 fuzz: deps

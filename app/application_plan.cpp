@@ -5,6 +5,7 @@
 #include "core/startup_texts.h"
 #include "log/log_protocol.h"
 #include "memtest/memory_test_protocol.h"
+#include "nvme/nvme_test_protocol.h"
 #include "registry/test_collection_protocol.h"
 #include "resultcode/error_code_protocol.h"
 #include "storage/storage_test_protocol.h"
@@ -34,6 +35,7 @@ constexpr CoreServiceStep ApplicationCoreServices[] = {
 constexpr ServiceInstaller ApplicationTestModules[] = {
     InstallMemoryTest,
     InstallStorageTestAndTool,
+    InstallNvmeTest,
 };
 
 }  // namespace

@@ -31,4 +31,17 @@ class RowTexts {
   UINTN Bytes_ = 0;
 };
 
+// Both texts of a row, Bytes each, allocated and emptied for
+// Fill(Label, Value) to write, then handed out.
+template <typename FillFn>
+EFI_STATUS HandOutRowTexts(UINTN Bytes, CHAR16** Label, CHAR16** Value, FillFn Fill) {
+  RowTexts Texts;
+  const EFI_STATUS Status = Texts.Allocate(Bytes);
+  if (EFI_ERROR(Status)) return Status;
+  Texts.Label()[0] = 0;
+  Texts.Value()[0] = 0;
+  Fill(Texts.Label(), Texts.Value());
+  return Texts.HandOut(Label, Value);
+}
+
 }  // namespace tarvik

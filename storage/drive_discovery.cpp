@@ -1,5 +1,6 @@
 #include "storage/drive_discovery.h"
 
+#include "core/connect_controllers.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/pool.h"
@@ -26,19 +27,6 @@ VOID LocatePassThruHandles(PoolPtr<EFI_HANDLE>& Handles, UINTN& Count) {
   const EFI_STATUS Status = gBS->LocateHandleBuffer(ByProtocol, &Guid, nullptr, &Count, &Found);
   Handles.reset(Found);
   if (EFI_ERROR(Status)) Count = 0;
-}
-
-// Firmware that connects only its boot devices publishes no pass-through
-// for the other controllers until they are connected.
-VOID ConnectAllControllers() {
-  if (gBS->ConnectController == nullptr) return;
-  PoolPtr<EFI_HANDLE> Handles;
-  EFI_HANDLE* Found = nullptr;
-  UINTN Count = 0;
-  const EFI_STATUS Status = gBS->LocateHandleBuffer(AllHandles, nullptr, nullptr, &Count, &Found);
-  Handles.reset(Found);
-  if (EFI_ERROR(Status)) return;
-  for (UINTN I = 0; I < Count; ++I) gBS->ConnectController(Handles.get()[I], nullptr, nullptr, TRUE);
 }
 
 // Probes every device of one pass-through instance into the next free

@@ -3,7 +3,7 @@
 #include "registry/test_module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
-#include "storage/random_lba.h"
+#include "drives/random_lba.h"
 
 namespace tarvik {
 namespace {

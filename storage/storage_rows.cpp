@@ -155,18 +155,6 @@ VOID FillLogRow(const StorageModule& Module, const StorageDevice& Device, UINT64
   }
 }
 
-// Both texts of a row, allocated and emptied, for Fill to write.
-template <typename FillFn>
-EFI_STATUS HandOutRow(CHAR16** Label, CHAR16** Value, FillFn Fill) {
-  RowTexts Texts;
-  const EFI_STATUS Status = Texts.Allocate(RowBytes);
-  if (EFI_ERROR(Status)) return Status;
-  Texts.Label()[0] = 0;
-  Texts.Value()[0] = 0;
-  Fill(Texts.Label(), Texts.Value());
-  return Texts.HandOut(Label, Value);
-}
-
 }  // namespace
 
 EFI_STATUS StorageRunInfoRow(const StorageModule& Module, UINT64 Row, UINT64 DeviceIndex, CHAR16** Label,
@@ -174,7 +162,7 @@ EFI_STATUS StorageRunInfoRow(const StorageModule& Module, UINT64 Row, UINT64 Dev
   if (Label == nullptr || Value == nullptr) return EFI_ABORTED;
   if (Row >= StorageRunInfoRows || DeviceIndex >= Module.Drives.DeviceCount) return EFI_INVALID_PARAMETER;
   const StorageDeviceInfo& Info = *Module.Drives.Devices[DeviceIndex].Info;
-  return HandOutRow(Label, Value, [&](CHAR16* L, CHAR16*) {
+  return HandOutRowTexts(RowBytes, Label, Value, [&](CHAR16* L, CHAR16*) {
     SPrint(L, RowFormatBytes, u"%s: %s %s", StorageText(Module, storage_text::Device), Info.Manufacturer, Info.Model);
   });
 }
@@ -197,7 +185,7 @@ EFI_STATUS StorageSystemInfoRow(StorageModule& Module, UINT64 Row, CHAR16** Labe
   StorageDevice& Device = Module.Drives.Devices[Row / SystemInfoRowsPerDrive];
   const EFI_STATUS Status = IdentifyDevice(&Device);
   if (EFI_ERROR(Status)) return Status;
-  return HandOutRow(Label, Value, [&](CHAR16* L, CHAR16* V) {
+  return HandOutRowTexts(RowBytes, Label, Value, [&](CHAR16* L, CHAR16* V) {
     FillSystemRow(Module, Device, Row % SystemInfoRowsPerDrive, L, V);
   });
 }
@@ -206,7 +194,8 @@ EFI_STATUS StorageLogRow(const StorageModule& Module, UINT64 Row, CHAR16** Key, 
   if (Key == nullptr || Value == nullptr) return EFI_ABORTED;
   if (Row >= Module.Drives.DeviceCount * LogRowsPerDrive) return EFI_INVALID_PARAMETER;
   const StorageDevice& Device = Module.Drives.Devices[Row / LogRowsPerDrive];
-  return HandOutRow(Key, Value, [&](CHAR16* K, CHAR16* V) { FillLogRow(Module, Device, Row % LogRowsPerDrive, K, V); });
+  return HandOutRowTexts(RowBytes, Key, Value,
+                         [&](CHAR16* K, CHAR16* V) { FillLogRow(Module, Device, Row % LogRowsPerDrive, K, V); });
 }
 
 }  // namespace tarvik

@@ -1,26 +1,18 @@
 // The state of one storage algorithm run, kept in the storage module's
-// record: the callbacks RunTest was given, the keep-running flag StopTest
-// clears, whether the run had to switch SMART on, and the last percentage.
-// The algorithms report through it and read the flag between commands.
+// record: a drive algorithm's run (the callbacks RunTest was given, the
+// keep-running flag StopTest clears, the last percentage) and whether the
+// run had to switch SMART on. The algorithms report through it and read the
+// flag between commands.
 #pragma once
 
+#include "drives/drive_run.h"
 #include "efi/efi.h"
-#include "registry/test_module_protocol.h"
 
 namespace tarvik {
 
-struct StorageRun {
-  TestModuleProtocol* This;  // context of both callbacks
-  TEST_PROGRESS_CALLBACK ProgressCallback;
-  TEST_MESSAGE_CALLBACK MessageCallback;
-  volatile UINT8 Running;      // 1 while the run may go on; StopTest clears it
-  UINT8 SmartEnabledByTest;    // RunTest switches SMART off again afterwards
-  UINT64 Progress;             // the last percentage reported
+struct StorageRun : DriveRun {
+  UINT8 SmartEnabledByTest;  // RunTest switches SMART off again afterwards
 
-  bool KeepRunning() const { return Running != 0; }
-
-  // Progress = Percent, then the progress callback (when there is one).
-  VOID ReportProgress(UINT64 Percent);
   // One log line: Format filled with Key ("WARNING %s", "MESSAGE %s").
   VOID LogKey(const CHAR16* Format, const CHAR16* Key);
   // "ERROR READ_SECTOR_ERROR <lba>".

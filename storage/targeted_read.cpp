@@ -1,9 +1,11 @@
 #include "storage/targeted_read.h"
 
 #include "core/globals.h"
+#include "drives/range_scan.h"
 #include "registry/test_module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
+#include "storage/ata_drive_operations.h"
 #include "storage/io_pages.h"
 
 namespace tarvik {
@@ -75,25 +77,45 @@ UINT64 CollectEntries(StorageRun& Run, const StorageDevice& Device, DriveLog Log
   return EFI_SUCCESS;
 }
 
-// Reads the sectors around each candidate, newest candidate first, adding
-// those that do not read to Errors and counting the failed reads. False when
-// the drive stopped answering.
+// What the read around a candidate tells the shared scan: every failed read
+// counts, also one of a sector already listed, and the fifth ends the
+// reading.
+class CandidateReport {
+ public:
+  CandidateReport(StorageRun& Run, LbaList& Errors, UINT64& FailedReads)
+      : Run_(Run), Errors_(Errors), FailedReads_(FailedReads) {}
+  bool KeepRunning() const { return Run_.KeepRunning(); }
+  void Progress(UINT64) {}
+  bool Unreadable(UINT64 Lba) {
+    ++FailedReads_;
+    if (!EFI_ERROR(Errors_.Add(Lba))) ++ErrorCount_;
+    return !LimitReached();
+  }
+  bool LimitReached() const { return ErrorCount_ >= ReadErrorLimit; }
+
+ private:
+  StorageRun& Run_;
+  LbaList& Errors_;
+  UINT64& FailedReads_;
+  UINT64 ErrorCount_ = 0;
+};
+
+// Reads the sectors around each candidate, one sector a command, newest
+// candidate first, adding those that do not read to Errors and counting the
+// failed reads. False when the drive stopped answering.
 bool ReadAroundCandidates(StorageRun& Run, StorageDevice& Device, LbaList& Candidates, LbaList& Errors,
                           UINT64& FailedReads) {
-  const UINT64 Sectors = Device.Info->TotalSectors;
+  const DriveOperations Drive = AtaDriveOperations(Device, 1);
   const UINT64 CandidateCount = Candidates.Count();
-  UINT64 ErrorCount = 0;
+  CandidateReport Report(Run, Errors, FailedReads);
   for (UINT64 Done = 0; !Candidates.Empty() && Run.KeepRunning(); ++Done) {
     const UINT64 Candidate = Candidates.Front();
     // A candidate below 31 has no range: its window would start before LBA 0.
-    for (UINT64 Offset = 0; Candidate >= SectorsBeforeCandidate && Offset < SectorsAroundCandidate; ++Offset) {
-      const UINT64 Lba = Candidate - SectorsBeforeCandidate + Offset;
-      if (Lba >= Sectors || !Run.KeepRunning()) break;
-      if (!EFI_ERROR(AtaReadVerify(&Device, Lba, 1))) continue;
-      if (!DriveAnswered(Device)) return false;
-      ++FailedReads;
-      // Every failed read counts, also one of a sector already listed.
-      if (!EFI_ERROR(Errors.Add(Lba)) && ++ErrorCount >= ReadErrorLimit) {
+    if (Candidate >= SectorsBeforeCandidate) {
+      const BlockWindow Window = WindowAround(Candidate, SectorsBeforeCandidate,
+                                              SectorsAroundCandidate - SectorsBeforeCandidate - 1, Drive.BlockCount);
+      if (ScanRange(Drive, Window.First, Window.Count, Report) == ScanEnd::NoAnswer) return false;
+      if (Report.LimitReached()) {
         Candidates.Clear();
         return true;
       }

@@ -1,4 +1,4 @@
-// The Interface, Memory and Storage tables, each text exactly as screens and
+// The Interface, Memory, Storage and NVMe tables, each text exactly as screens and
 // logs show it: key help lines separate their key groups with two spaces,
 // and "Bad sectors found =" ends in a tab. Spellings such as "Manufacter"
 // belong to the texts too; leave them as they are.
@@ -131,6 +131,45 @@ constexpr TableText MemoryTexts[] = {
     {102, u"Read value"},
 };
 
+// The NVMe module's texts: its names, algorithms, rows and log keys.
+constexpr TableText NvmeTexts[] = {
+    {0, u"Quick NVMe Device Test"},
+    {1, u"NVMe"},
+    {16, u"Device"},
+    {33, u"Health Status"},
+    {34, u"Short Self-Test"},
+    {35, u"Extended Self-Test"},
+    {36, u"Random Read Test"},
+    {37, u"Error Log Read Test"},
+    {38, u"Full Read Scan"},
+    {48, u"Model Number"},
+    {49, u"Serial Number"},
+    {50, u"Firmware Revision"},
+    {51, u"Size"},
+    {52, u"LBA Size"},
+    {53, u"NVMe Version"},
+    {54, u"Temperature"},
+    {55, u"Percentage Used"},
+    {56, u"Power-On Hours"},
+    {57, u"Namespace"},
+    {58, u" - "},
+    {80, u"Failed to run Quick NVMe Device Test."},
+    {88,
+     u"Problems were found on an NVMe drive. Back up your data and replace the drive."},
+    {96, u"Health"},
+    {97, u"Spare"},
+    {98, u"Usage"},
+    {104, u"The drive reports it is failing"},
+    {105, u"Device self-test is not supported"},
+    {106, u"Self-test is already in progress"},
+    {107, u"Error detected by Self-test"},
+    {108, u"Self-test failing LBA"},
+    {109, u"The error log names no LBA"},
+    {110, u"Error reading sector"},
+    {111, u"Failed to communicate with the device"},
+    {112, u"Test cannot be performed"},
+};
+
 constexpr TableText StorageTexts[] = {
     {0, u"Quick Storage Device Test"},
     {1, u"Storage"},
@@ -232,6 +271,7 @@ constexpr bool IdentifiersAscendBelow(const TableText (&Texts)[N], UINT64 Count)
 static_assert(IdentifiersAscendBelow(InterfaceTexts, 160));
 static_assert(IdentifiersAscendBelow(MemoryTexts, 112));
 static_assert(IdentifiersAscendBelow(StorageTexts, 144));
+static_assert(IdentifiersAscendBelow(NvmeTexts, 128));
 
 }  // namespace
 
@@ -239,6 +279,7 @@ constexpr StringTableSource StringTableSources[StringTableSourceCount] = {
     {u"Interface", 160, InterfaceTexts, sizeof(InterfaceTexts) / sizeof(InterfaceTexts[0])},
     {u"Memory", 112, MemoryTexts, sizeof(MemoryTexts) / sizeof(MemoryTexts[0])},
     {u"Storage", 144, StorageTexts, sizeof(StorageTexts) / sizeof(StorageTexts[0])},
+    {u"NVMe", 128, NvmeTexts, sizeof(NvmeTexts) / sizeof(NvmeTexts[0])},
 };
 
 }  // namespace tarvik

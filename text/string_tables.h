@@ -1,4 +1,4 @@
-// The texts of the three string tables, kept sparse: an identifier that is
+// The texts of the string tables, kept sparse: an identifier that is
 // not listed holds the empty string.
 #pragma once
 
@@ -18,8 +18,8 @@ struct StringTableSource {
   UINTN TextCount;
 };
 
-inline constexpr UINTN StringTableSourceCount = 3;
-// Interface, Memory, Storage.
+inline constexpr UINTN StringTableSourceCount = 4;
+// Interface, Memory, Storage, NVMe.
 extern const StringTableSource StringTableSources[StringTableSourceCount];
 
 }  // namespace tarvik

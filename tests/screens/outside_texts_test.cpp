@@ -125,7 +125,7 @@ TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriv
       "wait \"Main Screen\"; snap \"main\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\";"
       "key Enter; wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
       "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
-      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down; key Enter",
+      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
       hostile_machine);
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   const hostfw::ConsoleOut& console = machine->console();

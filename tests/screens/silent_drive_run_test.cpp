@@ -41,7 +41,7 @@ TEST(SilentDriveRun, EveryAlgorithmEndsWithAStateAndTheLogSaysTheDriveStoppedAns
       "wait \"Main Screen\"; key Down; key Enter; wait \"Select Algorithms\"; key Enter;"
       "wait 600 \"Problems have been identified\"; key Enter; wait \"F3 = view log\"; snap \"outcome\";"
       "key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; key Enter; wait \"Log saved successfully!\";"
-      "key Enter; key Esc; key Esc; wait \"Main Screen\"; key Down; key Enter",
+      "key Enter; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
       [](hostfw::Profile& p) {
         hostfw::DriveInfo d;
         d.port = 0;

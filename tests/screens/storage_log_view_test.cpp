@@ -66,7 +66,7 @@ std::string run_every_drive_and_page_through_the_log() {
       "wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; snap \"page 0\";";
   for (int page = 1; page < kPages; ++page) script += "key PageDown; snap \"page " + std::to_string(page) + "\";";
   return script + "key F2; wait \"Save Log\"; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;"
-                  "key Esc; wait \"Main Screen\"; key Down; key Enter";
+                  "key Esc; wait \"Main Screen\"; key Down 2; key Enter";
 }
 
 TEST(StorageLogView, EveryDriveShowsEachOfItsLinesHoweverLongItsSectionIs) {

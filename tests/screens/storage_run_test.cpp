@@ -37,8 +37,9 @@ std::string file_text(const std::filesystem::path& path) {
 constexpr char kStartStorageTest[] =
     "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
     "wait \"Select Algorithms\"; snap \"algorithms\"; key Enter;";
-// Back on the main screen the storage test is still chosen; below it is Exit.
-constexpr char kLeave[] = "wait \"Main Screen\"; key Down; key Enter";
+// Back on the main screen the storage test is still chosen; below it are
+// the NVMe test and Exit.
+constexpr char kLeave[] = "wait \"Main Screen\"; key Down 2; key Enter";
 
 TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndTheLog) {
   // What the outcome below rests on, said here rather than left to the

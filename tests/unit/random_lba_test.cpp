@@ -1,6 +1,6 @@
 // Random sector addresses: the time seed, and ranges wider than the shared
 // generator's 31 bits covered by combined draws that never leave the range.
-#include "storage/random_lba.h"
+#include "drives/random_lba.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "storage/random_lba.h"
+#include "drives/random_lba.h"
 
 #include "core/globals.h"
 

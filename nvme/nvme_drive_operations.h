@@ -1,0 +1,41 @@
+// The NVMe provider of the shared drive operations: a range verified with
+// Verify where the controller offers it, read into a scratch buffer
+// otherwise, in commands as long as the controller's maximum transfer size.
+#pragma once
+
+#include "drives/drive_operations.h"
+#include "nvme/nvme_commands.h"
+
+namespace tarvik {
+
+// The longest command the module sends, whatever the controller allows.
+inline constexpr UINT32 NvmeMaxCommandBytes = 2u << 20;
+
+// Blocks per command: the controller's maximum transfer size (4 KiB pages),
+// at most NvmeMaxCommandBytes, at least one block.
+UINT32 NvmeBlocksPerCommand(const NvmeDevice& Device);
+
+// A namespace as drive operations, with the read buffer a controller without
+// Verify needs; valid while it lives.
+class NvmeDriveOperations {
+ public:
+  explicit NvmeDriveOperations(const NvmeDevice& Device);
+  NvmeDriveOperations(const NvmeDriveOperations&) = delete;
+  NvmeDriveOperations& operator=(const NvmeDriveOperations&) = delete;
+
+  // False when the read buffer could not be had.
+  explicit operator bool() const { return Device_.Controller.VerifySupported != 0 || static_cast<bool>(Buffer_); }
+  const DriveOperations& Operations() const { return Operations_; }
+  // The answer of the last command; tells a refusal from a silent controller.
+  NvmeAnswer LastAnswer() const { return Last_; }
+
+ private:
+  static DriveOutcome Verify(VOID* Context, UINT64 Lba, UINT32 Blocks);
+
+  const NvmeDevice& Device_;
+  NvmePages Buffer_;
+  DriveOperations Operations_;
+  NvmeAnswer Last_ = NvmeAnswer::Done;
+};
+
+}  // namespace tarvik

@@ -1,0 +1,128 @@
+#include "drives/random_lba.h"
+#include "drives/range_scan.h"
+#include "nvme/nvme_drive_operations.h"
+#include "nvme/nvme_keys.h"
+#include "nvme/nvme_structures.h"
+#include "nvme/nvme_tests.h"
+#include "registry/test_module_protocol.h"
+
+namespace tarvik {
+namespace {
+
+constexpr UINT64 RandomReads = 5000;
+constexpr UINT64 BlocksBeforeLogged = 31;  // the 62 blocks around a logged LBA, as on ATA drives
+constexpr UINT64 BlocksAfterLogged = 30;
+constexpr UINT64 MaxLoggedLbas = 256;      // the longest error log a controller keeps
+// A scan stops logging (and reading) after this many unreadable blocks: the
+// drive has failed plainly enough and each further one costs a retry.
+constexpr UINT64 UnreadableLimit = 100;
+
+// Reports a scan's progress as a share of Total blocks, and each unreadable
+// block as a log line; Base and Span map the scan into part of 0-100.
+class ScanReport {
+ public:
+  ScanReport(DriveRun& Run, UINT64 Total) : Run_(Run), Total_(Total == 0 ? 1 : Total) {}
+  bool KeepRunning() const { return Run_.KeepRunning(); }
+  void Progress(UINT64 Done) {
+    const UINT64 Percent = Base_ + (Done * Span_) / Total_;
+    // Only a grown percentage goes out: a scan reports after every command.
+    if (Percent > Run_.Progress && Percent < 100) Run_.ReportProgress(Percent);
+  }
+  bool Unreadable(UINT64 Lba) {
+    Run_.Log(u"ERROR %s %ld", nvme_key::ReadSectorError, Lba);
+    return ++Unreadable_ < UnreadableLimit;
+  }
+  VOID Within(UINT64 Base, UINT64 Span, UINT64 Total) {
+    Base_ = Base;
+    Span_ = Span;
+    Total_ = Total == 0 ? 1 : Total;
+  }
+  UINT64 UnreadableCount() const { return Unreadable_; }
+
+ private:
+  DriveRun& Run_;
+  UINT64 Total_;
+  UINT64 Base_ = 0;
+  UINT64 Span_ = 100;
+  UINT64 Unreadable_ = 0;
+};
+
+UINT64 ResultOf(DriveRun& Run, ScanEnd End, const ScanReport& Report) {
+  if (End == ScanEnd::NoAnswer) {
+    Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
+    return TEST_RESULT_FAILED;
+  }
+  if (Report.UnreadableCount() != 0) return TEST_RESULT_FAILED;
+  return Run.KeepRunning() ? TEST_RESULT_PASSED : TEST_RESULT_CANCELED;
+}
+
+UINT64 Finish(DriveRun& Run, UINT64 Result) {
+  Run.ReportProgress(100);
+  return Result;
+}
+
+}  // namespace
+
+UINT64 NvmeRandomReadTest(DriveRun& Run, const NvmeDevice& Device, const DiagCommonProtocol& Common) {
+  Run.ReportProgress(0);
+  NvmeDriveOperations Drive(Device);
+  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  SeedRandomFromTime(Common);
+  ScanReport Report(Run, RandomReads);
+  const DriveOperations& Operations = Drive.Operations();
+  ScanEnd End = ScanEnd::Completed;
+  for (UINT64 Read = 0; Read < RandomReads && Run.KeepRunning(); ++Read) {
+    const UINT64 Lba = RandomUpTo(Common, Device.Namespace.Blocks - 1);
+    const DriveOutcome Outcome = Operations.VerifyRange(Operations.Context, Lba, 1);
+    if (Outcome == DriveOutcome::NoAnswer) End = ScanEnd::NoAnswer;
+    if (Outcome == DriveOutcome::Unreadable) Report.Unreadable(Lba);
+    if (Outcome != DriveOutcome::Passed) break;
+    Report.Progress(Read + 1);
+  }
+  return Finish(Run, ResultOf(Run, End, Report));
+}
+
+UINT64 NvmeErrorLogReadTest(DriveRun& Run, const NvmeDevice& Device) {
+  Run.ReportProgress(0);
+  const UINT32 Bytes = static_cast<UINT32>(Device.Controller.ErrorLogEntries * NvmeErrorEntryBytes);
+  NvmePages Page(Bytes);
+  UINT64 Lbas[MaxLoggedLbas];
+  NvmeDriveOperations Drive(Device);
+  if (!Page || !Drive) return Finish(Run, TEST_RESULT_FAILED);
+  const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::ErrorInformation,
+                                           Page.get(), Bytes);
+  if (Answer == NvmeAnswer::Silent) {
+    Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
+    return Finish(Run, TEST_RESULT_FAILED);
+  }
+  const UINTN Count =
+      Answer == NvmeAnswer::Done ? ErrorLogLbas(Page.get(), Bytes, Device.NamespaceId, Lbas, MaxLoggedLbas) : 0;
+  if (Count == 0) {
+    Run.Log(u"WARNING %s", nvme_key::NoLoggedLbas);
+    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+  }
+  ScanReport Report(Run, 1);
+  ScanEnd End = ScanEnd::Completed;
+  for (UINTN I = 0; I < Count && End == ScanEnd::Completed; ++I) {
+    // The log may name one block many times; it is read once.
+    bool Seen = false;
+    for (UINTN J = 0; J < I && !Seen; ++J) Seen = Lbas[J] == Lbas[I];
+    if (Seen) continue;
+    const BlockWindow Window =
+        WindowAround(Lbas[I], BlocksBeforeLogged, BlocksAfterLogged, Device.Namespace.Blocks);
+    Report.Within(I * 100 / Count, 100 / Count, Window.Count);
+    End = ScanRange(Drive.Operations(), Window.First, Window.Count, Report);
+  }
+  return Finish(Run, ResultOf(Run, End, Report));
+}
+
+UINT64 NvmeFullReadScan(DriveRun& Run, const NvmeDevice& Device) {
+  Run.ReportProgress(0);
+  NvmeDriveOperations Drive(Device);
+  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  ScanReport Report(Run, Device.Namespace.Blocks);
+  const ScanEnd End = ScanRange(Drive.Operations(), 0, Device.Namespace.Blocks, Report);
+  return Finish(Run, ResultOf(Run, End, Report));
+}
+
+}  // namespace tarvik
