@@ -28,6 +28,7 @@ class SmbiosTables;
 class Volumes;
 class Interrupts;
 class AtaController;
+class MpServices;
 
 struct Options {
   // Time advances only through Stall and waiting, so that a run gives the
@@ -50,6 +51,10 @@ struct Faults {
   // 1-based number of the AllocatePages call at a given address to refuse
   // (EFI_NOT_FOUND, as for a region already taken), 0 = never.
   uint64_t fail_allocate_at_address_call = 0;
+  // The processor (1 and up) that never returns a procedure the MP services
+  // start on it, as a hung core; 0 = none.
+  unsigned mp_hung_processor = 0;
+  bool mp_refuse_startup = false;  // StartupAllAPs and StartupThisAP report EFI_DEVICE_ERROR
   bool fail_install_of_guid = false;
   EFI_GUID install_guid_to_fail = {};
 };
@@ -97,6 +102,7 @@ class Machine {
   Images& images() { return *images_; }
   Volumes* volumes() { return volumes_.get(); }  // null before they exist
   AtaController* ata() { return ata_.get(); }     // null before it exists
+  MpServices& mp() { return *mp_; }
   const SmbiosTables& smbios() const { return *smbios_; }
 
   // Called while the application waits (WaitForEvent): reads input, runs the
@@ -136,6 +142,7 @@ class Machine {
   std::unique_ptr<Volumes> volumes_;
   std::unique_ptr<AtaController> ata_;
   std::unique_ptr<Images> images_;
+  std::unique_ptr<MpServices> mp_;
   std::unique_ptr<Interrupts> interrupts_;
   Faults faults_;
 
