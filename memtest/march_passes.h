@@ -1,6 +1,6 @@
 // The march test's passes: three passes of six phases over the pairs of
 // words (k, k + N) of the claimed memory, so that both halves are tested in
-// step. The pairs of a phase are cut into one share per processor; the boot
+// step. The pairs of a phase are cut into a few shares per processor; the boot
 // processor (BSP) starts the application processors (APs) on theirs, works
 // through shares itself between its progress reports, and waits for every
 // AP before the next phase. A phase's shares are claimed in the phase's
@@ -31,8 +31,13 @@ inline constexpr UINT64 PatternSetOfPass[3] = {1, 0, 2};
 inline constexpr UINT64 MarchPassCount = 3;
 inline constexpr UINT64 MarchPhaseCount = 6;
 
-// Shares of a phase at most; a machine with more processors leaves the rest idle.
-inline constexpr UINT64 MaxMarchProcessors = 64;
+// Processors that take part at most; a machine with more leaves the rest idle.
+inline constexpr UINT64 MaxMarchProcessors = 128;
+// Shares per processor: a processor slowed down (by the BSP's duties, by
+// another guest on the host) takes fewer of them, so all end at about the
+// same time.
+inline constexpr UINT64 SharesPerProcessor = 4;
+inline constexpr UINT64 MaxMarchShares = 128;
 // The BSP gives up on an AP whose share shows no progress for this long.
 inline constexpr UINT64 ProcessorHangLimitMs = 30000;
 // Run's result when an AP stopped answering (the run reports it as failed).
@@ -63,7 +68,7 @@ struct BootProcessorOnly {
 };
 
 // One share's slot, on a cache line of its own: written by the processor
-// that claimed the share, read by the BSP.
+// that claimed the share (its progress, the bad word it found), read by the BSP.
 struct alignas(64) ShareSlot {
   UINT64 PairsDone;  // of this phase, published between stretches
   UINT32 State;      // ShareState
@@ -80,7 +85,10 @@ class MarchPasses {
       : Sweep_(Words, Runs, RunCount), HalfWords_(HalfWords), KeepRunning_(RunFlag), Progress_(Progress),
         Cpus_(Cpus) {
     const UINT64 Count = Cpus.Count();
-    Shares_ = Count < 1 ? 1 : Count > MaxMarchProcessors ? MaxMarchProcessors : Count;
+    Processors_ = Count < 1 ? 1 : Count > MaxMarchProcessors ? MaxMarchProcessors : Count;
+    Shares_ = Processors_ == 1                                     ? 1
+              : Processors_ * SharesPerProcessor > MaxMarchShares ? MaxMarchShares
+                                                                   : Processors_ * SharesPerProcessor;
     if (Shares_ > HalfWords_ && HalfWords_ > 0) Shares_ = HalfWords_;
   }
   MarchPasses(Access& Words, const PairRun* Runs, UINT64 RunCount, UINT64 HalfWords, const volatile UINT8* RunFlag,
@@ -113,7 +121,7 @@ class MarchPasses {
   }
 
   // How many processors took a share of at least one phase.
-  UINT64 ProcessorsThatTested() const { return ApsStarted_ ? Shares_ : 1; }
+  UINT64 ProcessorsThatTested() const { return ApsStarted_ ? Processors_ : 1; }
 
  private:
   enum class PhaseKind : UINT8 { WriteUp, MoveUp, MoveDown, LastUp, RestoreUp };
@@ -288,6 +296,7 @@ class MarchPasses {
   MarchProgress& Progress_;
   BootProcessorOnly Alone_;
   Processors& Cpus_;
+  UINT64 Processors_ = 1;
   UINT64 Shares_ = 1;
   bool ApsStarted_ = false;
   bool Hung_ = false;
@@ -298,7 +307,7 @@ class MarchPasses {
   UINT64 A_ = 0, B_ = 0;
   UINT64 NextShare_ = 0;
   UINT32 Stop_ = 0;
-  ShareSlot Slots_[MaxMarchProcessors] = {};
+  ShareSlot Slots_[MaxMarchShares] = {};
 };
 
 }  // namespace tarvik

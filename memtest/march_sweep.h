@@ -89,14 +89,20 @@ class MarchSweep {
 
  private:
   // Reads word k, then word k + N; the first that differs from Value fails.
+  // Two compares, each fused with its branch, cost less than combining them.
   bool Verify(volatile UINT64* Low, volatile UINT64* High, UINT64 Value, Mismatch* Found) {
     const UINT64 L = Words_.Read(Low);
     const UINT64 H = Words_.Read(High);
-    if (((L ^ Value) | (H ^ Value)) == 0) [[likely]]
-      return true;
-    Found->BadValue = L != Value ? L : H;
+    if (L != Value) [[unlikely]]
+      return Report(Low, L, Value, Found);
+    if (H != Value) [[unlikely]]
+      return Report(High, H, Value, Found);
+    return true;
+  }
+  [[gnu::cold]] static bool Report(volatile UINT64* Word, UINT64 Read, UINT64 Value, Mismatch* Found) {
+    Found->BadValue = Read;
     Found->ExpectedValue = Value;
-    Found->Address = reinterpret_cast<UINT64>(L != Value ? Low : High);
+    Found->Address = reinterpret_cast<UINT64>(Word);
     return false;
   }
   void Write(volatile UINT64* Low, volatile UINT64* High, UINT64 Value) {

@@ -3,39 +3,14 @@
 // that each find a bad word report one.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
 #include <vector>
 
 #include "memtest/march_passes.h"
+#include "tests/support/thread_processors.h"
 
 namespace {
 
-// The APs as threads of this process, as the firmware's MP services start them.
-struct ThreadProcessors {
-  UINT64 count;
-  std::vector<std::thread> threads;
-  std::atomic<UINT64> returned{0};
-
-  UINT64 Count() const { return count; }
-  bool Start(EFI_AP_PROCEDURE procedure, VOID* argument) {
-    join();
-    returned = 0;
-    for (UINT64 i = 1; i < count; ++i) threads.emplace_back([this, procedure, argument] {
-      procedure(argument);
-      ++returned;
-    });
-    return true;
-  }
-  bool Finished() { return returned == count - 1; }
-  void Idle() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
-  void join() {
-    for (std::thread& t : threads) t.join();
-    threads.clear();
-  }
-  ~ThreadProcessors() { join(); }
-};
+using testing_support::ThreadProcessors;
 
 // Plain words, two of which hold bit 0 at one.
 struct TwoStuckWords {

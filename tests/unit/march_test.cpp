@@ -123,8 +123,8 @@ TEST(MarchPasses, FaultsInEitherHalfAreReportedWithTheExpectedAndTheReadValue) {
       {"coupling from the lower into the upper half", [](FaultyWords& m) { m.couplings[2] = {15, 0x10}; },
        0xAAAAAAAAAAAAAAAAull, 0xAAAAAAAAAAAAAABAull},
   };
-  // Split between three processors the pairs are [0, 3), [3, 6), [6, 10): every
-  // fault above lies in the share of a processor other than the first.
+  // Split between three processors the ten pairs are ten shares: every fault
+  // above lies in a share other than the first.
   for (const UINT64 processors : {1, 3}) {
     for (const Case& c : cases) {
       FaultyWords memory(20);
