@@ -2,20 +2,22 @@
 #
 #   make run     build, then run the host program on the default machine
 #   make test    every test: build/ (host, EFI and QEMU tests), then build-asan/
-#                (host products under AddressSanitizer and UBSan)
+#                (host products under AddressSanitizer and UBSan), then
+#                build-tsan/ (the multiprocessor tests under ThreadSanitizer)
 #   make build   build build/tarvik and build/TarvikDiag.efi
 #   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
 #   make image   the USB disk image build/tarvik-usb.img
 #   make bench   build and run the benchmarks (figures in docs/performance.md)
 #   make fuzz    build the libFuzzer targets in build-fuzz/ and run each for
 #                FUZZ_SECONDS (default 60); see docs/reliability.md
-#   make clean   remove build/, build-asan/ and build-fuzz/
+#   make clean   remove build/, build-asan/, build-tsan/ and build-fuzz/
 #
 # Every target first installs missing Debian packages (tools/install-deps.sh).
 # QEMU memory: make qemu TARVIK_QEMU_MEMORY=512 (MiB).
 
 BUILD := build
 ASAN_BUILD := build-asan
+TSAN_BUILD := build-tsan
 FUZZ_BUILD := build-fuzz
 FUZZ_SECONDS ?= 60
 JOBS := -j2
@@ -25,7 +27,7 @@ IMAGE := $(BUILD)/tarvik-usb.img
 QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
 EFI := $(BUILD)/TarvikDiag.efi
 
-.PHONY: all deps build run test test-main test-asan qemu image bench fuzz clean
+.PHONY: all deps build run test test-main test-asan test-tsan qemu image bench fuzz clean
 
 all: build
 
@@ -43,6 +45,7 @@ run: build
 test: deps
 	$(MAKE) --no-print-directory test-main
 	$(MAKE) --no-print-directory test-asan
+	$(MAKE) --no-print-directory test-tsan
 
 test-main:
 	cmake -S . -B $(BUILD) -DTARVIK_EFI=ON -DTARVIK_QEMU_TESTS=ON -DTARVIK_SANITIZE=OFF
@@ -53,6 +56,13 @@ test-asan:
 	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF
 	cmake --build $(ASAN_BUILD) $(JOBS)
 	$(CTEST) --test-dir $(ASAN_BUILD)
+
+# Only the multiprocessor tests (label mp): the memory test on the host
+# firmware's AP threads, the march on threads, the MP services.
+test-tsan:
+	cmake -S . -B $(TSAN_BUILD) -DTARVIK_TSAN=ON -DTARVIK_EFI=OFF -DTARVIK_QEMU_TESTS=OFF
+	cmake --build $(TSAN_BUILD) $(JOBS) --target mp_tests
+	TSAN_OPTIONS=halt_on_error=1 $(CTEST) --test-dir $(TSAN_BUILD) -L mp
 
 bench: build
 	$(BUILD)/memtest_benchmark 256
@@ -76,4 +86,4 @@ qemu: build
 	bash tools/qemu.sh $(QEMU_IMAGE)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

@@ -8,6 +8,7 @@
 #include "efi/protocol/ata_pass_thru.h"
 #include "efi/protocol/device_path.h"
 #include "efi/protocol/loaded_image.h"
+#include "efi/protocol/mp_services.h"
 #include "efi/protocol/nvm_express_pass_thru.h"
 #include "efi/protocol/simple_file_system.h"
 #include "efi/protocol/simple_text_input.h"

@@ -93,6 +93,7 @@ EFI_STATUS Events::signal(EFI_EVENT event) {
 }
 
 EFI_STATUS Events::check(EFI_EVENT event) {
+  if (check_hook_) check_hook_(event);
   Event* e = static_cast<Event*>(event);
   {
     HighLevel high(tpl_);

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <set>
 #include <vector>
@@ -79,6 +80,9 @@ class Events {
   // notification): back to TPL_APPLICATION, outside any interrupt.
   void recover_after_abandoned_run();
   bool valid(EFI_EVENT event) const { return live_.count(static_cast<Event*>(event)) != 0; }
+  // Runs before every check of an event: a device that signals events from
+  // outside the BSP's thread (the MP services) signals them here, on it.
+  void set_check_hook(std::function<void(EFI_EVENT)> hook) { check_hook_ = std::move(hook); }
 
  private:
   void signal_locked(Event* e);
@@ -90,6 +94,7 @@ class Events {
   std::vector<std::unique_ptr<Event>> storage_;
   std::deque<Event*> pending_;  // queued notifications, in order of signalling
   bool in_interrupt_ = false;
+  std::function<void(EFI_EVENT)> check_hook_;
 };
 
 // Raises the task priority for a scope, as firmware services do while they

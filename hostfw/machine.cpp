@@ -11,6 +11,7 @@
 #include "hostfw/console_out.h"
 #include "hostfw/interrupts.h"
 #include "hostfw/keyboard.h"
+#include "hostfw/mp_services.h"
 #include "hostfw/services.h"
 #include "hostfw/smbios.h"
 #include "hostfw/terminal.h"
@@ -57,6 +58,8 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
       nvme_.push_back(std::make_unique<NvmeController>(*this, drive, nvme_.size()));
 
     build_system_table();
+    mp_ = std::make_unique<MpServices>(*this, profile_.logical_processors);
+    events_->set_check_hook([this](EFI_EVENT event) { mp_->poll(event); });
     // The application was loaded from the first volume, the boot device.
     image_handle_ = images_->create(nullptr, volumes_->count() > 0 ? volumes_->handle(0) : nullptr, nullptr);
 
@@ -69,6 +72,8 @@ Machine::Machine(Profile profile, Options options) : profile_(std::move(profile)
 
 Machine::~Machine() {
   interrupts_.reset();
+  if (events_ != nullptr) events_->set_check_hook(nullptr);
+  mp_.reset();
   images_.reset();
   nvme_.clear();
   ata_.reset();

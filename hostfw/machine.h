@@ -30,6 +30,7 @@ class Volumes;
 class Interrupts;
 class AtaController;
 class NvmeController;
+class MpServices;
 
 struct Options {
   // Time advances only through Stall and waiting, so that a run gives the
@@ -52,6 +53,10 @@ struct Faults {
   // 1-based number of the AllocatePages call at a given address to refuse
   // (EFI_NOT_FOUND, as for a region already taken), 0 = never.
   uint64_t fail_allocate_at_address_call = 0;
+  // The processor (1 and up) that never returns a procedure the MP services
+  // start on it, as a hung core; 0 = none.
+  unsigned mp_hung_processor = 0;
+  bool mp_refuse_startup = false;  // StartupAllAPs and StartupThisAP report EFI_DEVICE_ERROR
   bool fail_install_of_guid = false;
   EFI_GUID install_guid_to_fail = {};
 };
@@ -102,6 +107,7 @@ class Machine {
   // The NVMe drives in the order of the profile's [nvme] sections.
   size_t nvme_count() const { return nvme_.size(); }
   NvmeController& nvme(size_t index) { return *nvme_.at(index); }
+  MpServices& mp() { return *mp_; }
   const SmbiosTables& smbios() const { return *smbios_; }
 
   // Called while the application waits (WaitForEvent): reads input, runs the
@@ -142,6 +148,7 @@ class Machine {
   std::unique_ptr<AtaController> ata_;
   std::vector<std::unique_ptr<NvmeController>> nvme_;
   std::unique_ptr<Images> images_;
+  std::unique_ptr<MpServices> mp_;
   std::unique_ptr<Interrupts> interrupts_;
   Faults faults_;
 

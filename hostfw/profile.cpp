@@ -109,6 +109,8 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
       r.read(s,
              {{"name", text(p.name)},
               {"memory_mib", [&](const std::string&) { p.memory_mib = r.number(s, "memory_mib", 32, 65536); }},
+              {"processors",
+               [&](const std::string&) { p.logical_processors = static_cast<unsigned>(r.number(s, "processors", 1, 64)); }},
               {"console_modes",
                [&](const std::string& v) {
                  const int line = s.values.at("console_modes").second;

@@ -165,6 +165,7 @@ struct Profile {
   std::string name;
   std::string source;  // the file it came from, or "<embedded default machine>"
   uint64_t memory_mib = 256;
+  unsigned logical_processors = 1;  // the BSP and the APs the MP services run procedures on
   std::vector<ConsoleModeSize> console_modes;  // mode 0 first; at least 80x25
   WallClockStart clock_start;
   std::string firmware_vendor = "Tarvik Host Firmware";

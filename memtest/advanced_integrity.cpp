@@ -3,6 +3,7 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/pool.h"
+#include "memtest/firmware_processors.h"
 
 namespace tarvik {
 
@@ -98,6 +99,8 @@ UINT64 RunAdvancedIntegrityTest(MemoryTestState& State, TestModuleProtocol* This
   PoolPtr<EFI_PHYSICAL_ADDRESS> Address;
   PoolPtr<BlockTable> Table;
   PoolPtr<PairRun> Runs;
+  FirmwareProcessors Processors;
+  Processors.Prepare();
   if (EFI_ERROR(Address.Allocate(sizeof(EFI_PHYSICAL_ADDRESS), EfiLoaderData)) ||
       EFI_ERROR(Table.Allocate(sizeof(BlockTable))) || EFI_ERROR(Runs.Allocate(MaxPairRuns * sizeof(PairRun))))
     return TEST_RESULT_PLATFORM_ERROR;
@@ -131,14 +134,24 @@ UINT64 RunAdvancedIntegrityTest(MemoryTestState& State, TestModuleProtocol* This
     const UINT64 RunCount = BuildPairRuns(Blocks, Runs.get());
     MarchProgress Reporter{This, Progress, 0, 0, 0};
     PlainWordAccess Words;
-    Mismatch Found{0, 0};
-    Result = MarchPasses<PlainWordAccess>(Words, Runs.get(), RunCount, Blocks.HalfWords, &State.KeepRunning, Reporter)
-                 .Run(&Found);
+    Mismatch Found{0, 0, 0};
+    MarchPasses<PlainWordAccess, FirmwareProcessors> Passes(Words, Runs.get(), RunCount, Blocks.HalfWords,
+                                                            &State.KeepRunning, Reporter, Processors);
+    Result = Passes.Run(&Found);
+    CHAR16 Line[MessageBytes / sizeof(CHAR16)];
+    if (Passes.ProcessorsThatTested() > 1) {
+      SPrint(Line, sizeof(Line), u"%s %s: %d", u"MESSAGE", u"PROCESSORS",
+             static_cast<UINT32>(Passes.ProcessorsThatTested()));
+      SendLine(This, Message, Line);
+    }
     if (Result == TEST_RESULT_FAILED) {
-      CHAR16 Line[MessageBytes / sizeof(CHAR16)];
       SPrint(Line, sizeof(Line), u"%s %s %s 0x%X %s 0x%X", u"ERROR", u"WRITE_READ_ERROR", u"WROTE",
              static_cast<UINT32>(Found.ExpectedValue), u"READ", static_cast<UINT32>(Found.BadValue));
       SendLine(This, Message, Line);
+    } else if (Result == MarchProcessorHung) {
+      SPrint(Line, sizeof(Line), u"%s %s", u"ERROR", u"PROCESSOR_NOT_RESPONDING");
+      SendLine(This, Message, Line);
+      Result = TEST_RESULT_FAILED;
     }
   }
   ReleaseClaimedMemory(Blocks);

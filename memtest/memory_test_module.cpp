@@ -58,7 +58,8 @@ EFIAPI EFI_STATUS GetModuleCode(TestModuleProtocol*, CHAR16** Code) {
 
 EFIAPI EFI_STATUS GetTestName(TestModuleProtocol*, CHAR16** Name) { return CopyMemoryText(memory_text::TestName, Name); }
 
-// Runs from the run screen's key poll: the run notices within one pair.
+// Runs from the run screen's key poll: the run notices within one stretch
+// of pairs, and hands it on to every processor.
 EFIAPI EFI_STATUS StopTest(TestModuleProtocol*) {
   MemoryTest.KeepRunning = 0;
   return EFI_SUCCESS;

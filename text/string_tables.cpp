@@ -129,6 +129,8 @@ constexpr TableText MemoryTexts[] = {
     {100, u"Can't allocate memory size"},
     {101, u"Wrote value"},
     {102, u"Read value"},
+    {108, u"Processors"},
+    {109, u"Processor not responding"},
 };
 
 // The NVMe module's texts: its names, algorithms, rows and log keys.

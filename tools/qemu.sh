@@ -14,6 +14,8 @@
 #
 # Options:
 #   -m, --memory MIB       guest memory in MiB (default 256, or $TARVIK_QEMU_MEMORY)
+#   --smp N                N processors (default 1, or $TARVIK_QEMU_SMP); OVMF
+#                          offers the MP services over them
 #   --accel auto|kvm|tcg   accelerator (default auto, or $TARVIK_QEMU_ACCEL):
 #                          KVM when /dev/kvm is usable and backed by kvm_intel
 #                          or kvm_amd, else TCG
@@ -74,6 +76,7 @@ usage() {
 }
 
 memory=${TARVIK_QEMU_MEMORY:-256}
+smp=${TARVIK_QEMU_SMP:-1}
 accel=${TARVIK_QEMU_ACCEL:-auto}
 console=terminal
 vga=none
@@ -86,6 +89,7 @@ extra=()
 while [[ $# -gt 0 ]]; do
   case "$1" in
     -m | --memory) memory=${2:?}; shift 2 ;;
+    --smp) smp=${2:?}; shift 2 ;;
     --accel) accel=${2:?}; shift 2 ;;
     --console) console=${2:?}; shift 2 ;;
     --disk) disks+=("${2:?}"); shift 2 ;;
@@ -110,6 +114,7 @@ done
 [[ -n "$image" ]] || usage
 [[ -f "$image" ]] || { echo "qemu.sh: no such image: $image" >&2; exit 1; }
 [[ "$memory" =~ ^[0-9]+$ ]] || { echo "qemu.sh: --memory takes MiB" >&2; exit 1; }
+[[ "$smp" =~ ^[1-9][0-9]*$ ]] || { echo "qemu.sh: --smp takes a number of processors" >&2; exit 1; }
 [[ ${#disks[@]} -le 5 ]] || { echo "qemu.sh: at most 5 extra disks" >&2; exit 1; }
 [[ ${#nvmes[@]} -le 4 ]] || { echo "qemu.sh: at most 4 NVMe drives" >&2; exit 1; }
 
@@ -178,6 +183,7 @@ args=(
   -machine q35,smbios-entry-point-type=32
   "${accel_args[@]}"
   -m "$memory"
+  -smp "$smp"
   -nodefaults
   -no-user-config
   -vga "$vga"

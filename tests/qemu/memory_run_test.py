@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""Runs the memory test end to end on OVMF under QEMU (256 MiB): Enter on
+"""Runs the memory test end to end on OVMF under QEMU (256 MiB, --smp
+processors): Enter on
 "Quick Memory Test" on the main screen, the run ends PASSED with its result
 code, F3 shows the log, F2 saves it on the FAT boot volume, and the file read
-back with mtools holds exactly the log's lines. QEMU's clock starts at
+back with mtools holds exactly the log's lines, with the number of
+processors that tested when there are several. QEMU's clock starts at
 2024-03-15 10:15:00, so the date in the result code is known; the seconds
 of the time stamps and the tested size depend on the run.
 
-    memory_run_test.py --efi build/TarvikDiag.efi [unittest options]
+    memory_run_test.py --efi build/TarvikDiag.efi [--smp N] [unittest options]
 """
 
 import os
@@ -42,6 +44,7 @@ EXPECTED_LOG = [
     "START TESTS",
     rf"{STAMP} MESSAGE TESTED_SIZE: \d+ MB",
     rf"{STAMP} START ADVANCED_INTEGRITY",
+    "PROCESSORS",  # replaced by the processors line, or dropped on one processor
     rf"{STAMP} STOP ADVANCED_INTEGRITY SUCCESS \d+ S",
     "STOP TESTS UME001000-YKHXVI",
     "--- MEMORY",
@@ -49,11 +52,13 @@ EXPECTED_LOG = [
 
 
 class MemoryRunTest(qemu_session.ImageTestCase):
+    smp = 1
+
     def test_memory_test_passes_and_its_log_is_saved_on_the_boot_volume(self):
         self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], "TVK-QEMU-0001",
                          "the expected result code was worked out for this serial number")
         with QemuSession(self.image, memory=256, screen_size=(100, 31),
-                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
+                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START], smp=self.smp) as q:
             # The Tools panel's last entry ends the main screen's second drawing.
             q.wait_for("Recover Bad Sectors Tool")
             q.wait_for("Recover Bad Sectors Tool")
@@ -73,16 +78,24 @@ class MemoryRunTest(qemu_session.ImageTestCase):
 
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
+            if self.smp > 1:
+                self.assertIn(f"Message Processors: {self.smp}", q.screen.text(), "the log view")
             q.save_log_to_boot_volume(SCREEN_TIMEOUT)
             q.send_key("up", "enter")  # "Exit Application"
             self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
-            print(f"the memory test ended {run:.1f} s after boot", file=sys.stderr)
+            print(f"the memory test ended {run:.1f} s after boot (-smp {self.smp})", file=sys.stderr)
 
-        qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG)
+        processors = [rf"{STAMP} MESSAGE PROCESSORS: {self.smp}"] if self.smp > 1 else []
+        at = EXPECTED_LOG.index("PROCESSORS")
+        qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG[:at] + processors + EXPECTED_LOG[at + 1:])
 
 
 def main():
     MemoryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
+    if "--smp" in rest:
+        at = rest.index("--smp")
+        MemoryRunTest.smp = int(rest[at + 1])
+        del rest[at:at + 2]
     unittest.main(argv=[sys.argv[0], "-v", *rest])
 
 

@@ -263,7 +263,7 @@ class QemuSession:
     """
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
-                 screen_size=(100, 31), vga=False, nvmes=()):
+                 screen_size=(100, 31), vga=False, nvmes=(), smp=None):
         """screen_size: the console mode the application is expected to run
         in (columns, rows); vga: the machine has a VGA card as well, which the
         firmware joins to the serial terminal in one console; nvmes: NVMe
@@ -276,6 +276,8 @@ class QemuSession:
             cmd += ["--memory", str(memory)]
         if accel is not None:
             cmd += ["--accel", accel]
+        if smp is not None:
+            cmd += ["--smp", str(smp)]
         for disk in disks:
             cmd += ["--disk", disk]
         for nvme in nvmes:

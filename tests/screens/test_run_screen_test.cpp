@@ -233,9 +233,10 @@ TEST(MemoryRun, ThePassedRunsLogReadsAsTheTechnicianExpectsAndIsSavedToTheChosen
   EXPECT_EQ(trimmed(log.row_text(10)), "     Memory Manufacturer: Mnemos");
   // After End the log's last lines fill the bottom of the view.
   const hostfw::ScreenGrid& end = console.snapshot("log end").grid;
-  EXPECT_EQ(trimmed(end.row_text(23)), " Start Tests");
-  EXPECT_EQ(trimmed(end.row_text(24)).substr(0, 42), " 2026/11/22 09:30:00 Message Tested Size: ");
-  EXPECT_EQ(trimmed(end.row_text(25)), " 2026/11/22 09:30:00 Start Advanced Integrity Test");
+  EXPECT_EQ(trimmed(end.row_text(22)), " Start Tests");
+  EXPECT_EQ(trimmed(end.row_text(23)).substr(0, 42), " 2026/11/22 09:30:00 Message Tested Size: ");
+  EXPECT_EQ(trimmed(end.row_text(24)), " 2026/11/22 09:30:00 Start Advanced Integrity Test");
+  EXPECT_EQ(trimmed(end.row_text(25)), " 2026/11/22 09:30:00 Message Processors: 4");  // the default machine's
   EXPECT_EQ(trimmed(end.row_text(26)), " 2026/11/22 09:30:00 Stop Advanced Integrity Test PASSED 0s");
   EXPECT_EQ(end.attribute_at(52, 26), 0x02);
   EXPECT_EQ(trimmed(end.row_text(27)), " Stop Tests");
