@@ -36,6 +36,15 @@ BOOLEAN IdentifyNamespace(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* PassThru, UINT32 N
          ParseIdentifyNamespace(Page, NvmePageBytes, Facts);
 }
 
+// An inactive namespace ID answers Identify Namespace with a page of zeros.
+// Controllers list every ID up to their namespace count (QEMU: 256 with one
+// active), so these are passed over without a line.
+BOOLEAN IsInactiveNamespacePage(const UINT8* Page) {
+  for (UINTN I = 0; I < NvmePageBytes; ++I)
+    if (Page[I] != 0) return FALSE;
+  return TRUE;
+}
+
 // Every active namespace of one controller into the next free records.
 VOID EnumerateController(NvmeDrives* Drives, EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* PassThru, UINTN Controller,
                          UINT8* Page) {
@@ -50,7 +59,9 @@ VOID EnumerateController(NvmeDrives* Drives, EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL*
                          !EFI_ERROR(PassThru->GetNextNamespace(PassThru, &NamespaceId));
        ++Asked) {
     NvmeDevice& Device = Drives->Devices[Drives->DeviceCount];
+    gBS->SetMem(Page, NvmePageBytes, 0xFF);
     if (!IdentifyNamespace(PassThru, NamespaceId, Page, &Device.Namespace)) {
+      if (IsInactiveNamespacePage(Page)) continue;
       Print(u"NVMe controller %d namespace %u: Identify Namespace refused or unreadable, skipped.\n",
             static_cast<INT32>(Controller), NamespaceId);
       continue;

@@ -97,8 +97,9 @@ using Lines = std::vector<std::string>;
 
 TEST(NvmeDiscovery, OneDevicePerNamespaceGarbageAndSilenceSkippedWithALine) {
   NvmeInfo split = drive("NVB-SPLIT"), big = drive("NVB-4K");
-  split.namespaces = 3;
+  split.namespaces = split.max_namespaces = 3;
   big.lba_bytes = 4096;
+  big.max_namespaces = 256;  // inactive IDs 2..256 pass without a line
   NvmeInfo garbage = drive("\x01\x02"), silent = drive("NVB-SILENT");
   silent.stop_answering_after = 0;
   {
@@ -114,6 +115,7 @@ TEST(NvmeDiscovery, OneDevicePerNamespaceGarbageAndSilenceSkippedWithALine) {
   for (const char* line : {"NVMe controller 0: Identify Controller refused or unreadable, skipped.",
                            "NVMe controller 2: Identify Controller refused"})
     EXPECT_NE(bench.transcript().find(line), std::string::npos) << line;
+  EXPECT_EQ(bench.transcript().find("namespace"), std::string::npos);
 }
 
 TEST(NvmeHealthStatus, VerdictAndFiguresFromTheHealthLog) {
