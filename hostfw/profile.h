@@ -72,6 +72,7 @@ struct DriveInfo {
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
   uint32_t media_mb_per_s = 0;  // reads and writes of the media take machine time; 0: instant
   int identify_fill = -1;     // IDENTIFY DEVICE answers 512 bytes of this value; -1: the drive's identity
+  bool unc_lba_unreported = false;  // an uncorrectable error leaves the LBA registers zero
 
   // SMART.
   bool smart_supported = true;
