@@ -263,13 +263,16 @@ class QemuSession:
     """
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
-                 screen_size=(100, 31), vga=False):
+                 screen_size=(100, 31), vga=False, secure_boot=None):
         """screen_size: the console mode the application is expected to run
         in (columns, rows); vga: the machine has a VGA card as well, which the
-        firmware joins to the serial terminal in one console."""
+        firmware joins to the serial terminal in one console; secure_boot:
+        the keys of tools/qemu.sh --secure-boot, Secure Boot enforced."""
         cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
         if vga:
             cmd.append("--vga")
+        if secure_boot:
+            cmd += ["--secure-boot", secure_boot]
         if memory is not None:
             cmd += ["--memory", str(memory)]
         if accel is not None:
