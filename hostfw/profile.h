@@ -125,6 +125,13 @@ enum class AtaErrorReport {
   kSuccess,      // EFI_SUCCESS, the error only in the status block (older OVMF)
 };
 
+// Which SMBIOS entry points the firmware publishes for its one table.
+enum class SmbiosEntryPoints {
+  k2,     // the 32-bit "_SM_" entry point only (older firmware)
+  k3,     // the 64-bit "_SM3_" entry point only (firmware with large tables)
+  kBoth,  // both, as most current firmware does
+};
+
 struct Profile {
   std::string name;
   std::string source;  // the file it came from, or "<embedded default machine>"
@@ -140,6 +147,7 @@ struct Profile {
   std::vector<DriveInfo> drives;
   AtaErrorReport ata_error_report = AtaErrorReport::kDeviceError;
   uint32_t ata_io_align = 2;
+  SmbiosEntryPoints smbios_entry_points = SmbiosEntryPoints::kBoth;
   std::vector<VolumeInfo> volumes;
 };
 
