@@ -6,7 +6,10 @@
 #                build-tsan/ (the multiprocessor tests under ThreadSanitizer)
 #   make build   build build/tarvik and build/TarvikDiag.efi
 #   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
-#   make image   the USB disk image build/tarvik-usb.img
+#   make image   the USB disk image build/tarvik-usb.img, BOOTX64.EFI signed
+#                for Secure Boot (SIGN_KEY=FILE SIGN_CERT=FILE, else the
+#                project key in keys/; UNSIGNED=1: not signed); see
+#                docs/secure-boot.md
 #   make bench   build and run the benchmarks (figures in docs/performance.md)
 #   make fuzz    build the libFuzzer targets in build-fuzz/ and run each for
 #                FUZZ_SECONDS (default 60); see docs/reliability.md
@@ -26,6 +29,8 @@ CTEST := ctest --output-on-failure $(JOBS)
 IMAGE := $(BUILD)/tarvik-usb.img
 QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
 EFI := $(BUILD)/TarvikDiag.efi
+SIGNED_EFI := $(BUILD)/TarvikDiag-signed.efi
+SIGN_CERT_DER := $(BUILD)/tarvik-db.cer
 
 .PHONY: all deps build run test test-main test-asan test-tsan qemu image bench fuzz clean
 
@@ -75,9 +80,17 @@ fuzz: deps
 	cmake --build $(FUZZ_BUILD) $(JOBS) --target fuzz_targets
 	FUZZ_SECONDS=$(FUZZ_SECONDS) bash tests/fuzz/run_fuzz.sh $(FUZZ_BUILD)
 
+# The signed image also carries the signing certificate (DER) for enrollment
+# in firmware setup: \EFI\Tarvik\tarvik-db.cer.
 image: build
+ifeq ($(UNSIGNED),1)
 	bash tools/make-image.sh $(IMAGE) $(EFI)
-	@echo "USB disk image: $(IMAGE)"
+	@echo "USB disk image (not signed): $(IMAGE)"
+else
+	SIGN_KEY="$(SIGN_KEY)" SIGN_CERT="$(SIGN_CERT)" bash tools/sign-efi.sh $(EFI) $(SIGNED_EFI) $(SIGN_CERT_DER)
+	bash tools/make-image.sh $(IMAGE) $(SIGNED_EFI) $(SIGN_CERT_DER)=/EFI/Tarvik/tarvik-db.cer
+	@echo "USB disk image (signed): $(IMAGE)"
+endif
 
 # A fresh image of its own on every run, so `make image` output stays as built.
 qemu: build

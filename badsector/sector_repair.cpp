@@ -24,10 +24,38 @@ VOID NoteUnansweredDrive(ToolRun& Run, UINT64 Left, RepairTally& Tally) {
   Tally.Remaining += Left;
 }
 
-// Rewrites the sectors of BadList, newest first, one sector per command, and
-// empties the list. Nothing but these sectors is written: they are the ones
-// this run's scan found uncorrectable.
+enum class SectorOutcome { Repaired, ReadsWell, Failed };
 
+// Reads the sector alone first: the scan's report may name a sector that
+// reads (firmware that leaves the LBA registers zero reports every error at
+// LBA 0), and a sector that reads holds the user's data. Only a sector that
+// fails this read with an uncorrectable error is written.
+SectorOutcome RepairSector(BadSectorsTool& Tool, StorageDevice& Device, UINT64 Lba, VOID* Sector, UINT32 SectorBytes) {
+  ToolRun& Run = Tool.Run;
+  const EFI_STATUS Check = AtaReadVerify(&Device, Lba, 1);
+  if (Check == EFI_SUCCESS) {
+    ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba, u"reads well: not written");
+    return SectorOutcome::ReadsWell;
+  }
+  if (!ReportedUncorrectable(Device)) {
+    ToolLine(Run, ToolLineChars, u"%s %ld %s (%r)", Tool.Text(tool_text::Sector), Lba,
+             u"cannot be checked: not written", Check);
+    return SectorOutcome::Failed;
+  }
+  ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::TryingToRepair), Lba);
+  const bool Written = AtaWriteSector(&Device, Lba, Sector, SectorBytes) == EFI_SUCCESS;
+  if (Written && AtaReadVerify(&Device, Lba, 1) == EFI_SUCCESS) {
+    ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::CorrectedSector), Lba);
+    return SectorOutcome::Repaired;
+  }
+  ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba,
+           Tool.Text(Written ? tool_text::CannotBeRecovered : tool_text::CannotBeWritten));
+  return SectorOutcome::Failed;
+}
+
+// Repairs the sectors of BadList, newest first, one sector per command, and
+// empties the list. Nothing but these sectors is written: they are the ones
+// this run's scan found uncorrectable, and each is read again just before.
 VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadList, RepairTally& Tally) {
   ToolRun& Run = Tool.Run;
   const UINT32 SectorBytes = Device.Info->LogicalSectorSize;
@@ -40,20 +68,13 @@ VOID RepairBadSectors(BadSectorsTool& Tool, StorageDevice& Device, LbaList& BadL
   }
   FillRepairPattern(static_cast<UINT8*>(Sector.get()), SectorBytes);
 
-  // No key poll, spinner or clock may run between a write and its check.
+  // No key poll, spinner or clock may run between a check, a write and its
+  // read-back.
   RaisedTpl Notify(TPL_NOTIFY);
   for (; !BadList.Empty() && Run.Running(); BadList.PopFront()) {
-    const UINT64 Lba = BadList.Front();
-    ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::TryingToRepair), Lba);
-    const bool Written = AtaWriteSector(&Device, Lba, Sector.get(), SectorBytes) == EFI_SUCCESS;
-    const bool Readable = Written && AtaReadVerify(&Device, Lba, 1) == EFI_SUCCESS;
-    if (Readable) {
-      ToolLine(Run, ToolLineChars, u"%s %ld", Tool.Text(tool_text::CorrectedSector), Lba);
-      ++Tally.Repaired;
-      continue;
-    }
-    ToolLine(Run, ToolLineChars, u"%s %ld %s", Tool.Text(tool_text::Sector), Lba,
-             Tool.Text(Written ? tool_text::CannotBeRecovered : tool_text::CannotBeWritten));
+    const SectorOutcome Outcome = RepairSector(Tool, Device, BadList.Front(), Sector.get(), SectorBytes);
+    if (Outcome == SectorOutcome::Repaired) ++Tally.Repaired;
+    if (Outcome != SectorOutcome::Failed) continue;
     ++Tally.Remaining;
     if (!DriveAnswered(Device)) {
       // Every further command would wait out its timeout with the screen

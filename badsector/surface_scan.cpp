@@ -17,16 +17,16 @@ constexpr UINT64 ChunkSectors28 = 16;
 constexpr UINTN CheckPauseMicroseconds = 100 * 1000;
 constexpr UINTN RecoverPauseMicroseconds = 1000 * 1000;
 
-bool ReportedUncorrectable(const StorageDevice& Device) {
-  return Device.StatusBlock != nullptr && (Device.StatusBlock->AtaError & ata::ErrorUncorrectable) != 0;
-}
-
 VOID LogScanFailure(BadSectorsTool& Tool, EFI_STATUS Status) {
   ToolLine(Tool.Run, ToolLineChars, u"%s", Tool.Text(tool_text::NotUncorrectable));
   ToolLine(Tool.Run, ToolLineChars, u"%s %r", Tool.Text(tool_text::CannotContinue), Status);
 }
 
 }  // namespace
+
+bool ReportedUncorrectable(const StorageDevice& Device) {
+  return Device.StatusBlock != nullptr && (Device.StatusBlock->AtaError & ata::ErrorUncorrectable) != 0;
+}
 
 ScanOutcome SurfaceScan(BadSectorsTool& Tool, StorageDevice& Device, LbaList* BadList) {
   ToolRun& Run = Tool.Run;

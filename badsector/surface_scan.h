@@ -20,4 +20,7 @@ struct ScanOutcome {
 // BadList (check and recover) it is also added there, newest first.
 ScanOutcome SurfaceScan(BadSectorsTool& Tool, StorageDevice& Device, LbaList* BadList);
 
+// Whether the drive's last failed command reported an uncorrectable sector.
+bool ReportedUncorrectable(const StorageDevice& Device);
+
 }  // namespace tarvik

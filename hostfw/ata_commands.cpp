@@ -95,7 +95,8 @@ struct Exchange {
       case MediaFault::kUncorrectable:
         drive.log_error(lba, now);
         s.AtaSectorCount = s.AtaSectorCountExp = 0;
-        return fail_at(kErrorUncorrectable, lba, ext);
+        // Some firmware reports the error without the sector's address.
+        return fail_at(kErrorUncorrectable, drive.info.unc_lba_unreported ? 0 : lba, ext);
       case MediaFault::kAbort:
       case MediaFault::kUnwritable: return fail_at(kErrorAbort, lba, ext);
       case MediaFault::kNone: break;

@@ -92,7 +92,8 @@ void Machine::build_system_table() {
   EFI_HANDLE console_out = nullptr;
   handles_.install(&console_out, kTextOutGuid, console_->protocol());
 
-  configuration_.push_back({SMBIOS_TABLE_GUID, smbios_->entry_point()});
+  if (smbios_->entry_point() != nullptr) configuration_.push_back({SMBIOS_TABLE_GUID, smbios_->entry_point()});
+  if (smbios_->entry_point3() != nullptr) configuration_.push_back({SMBIOS3_TABLE_GUID, smbios_->entry_point3()});
 
   system_table_ = EFI_SYSTEM_TABLE{};
   system_table_.Hdr.Signature = EFI_SYSTEM_TABLE_SIGNATURE;

@@ -132,6 +132,14 @@ Profile build(const Reader& r, const std::vector<Section>& sections) {
                    r.fail(s.line_of("ata_error_status"), "ata_error_status must be device_error or success");
                  p.ata_error_report = v == "success" ? AtaErrorReport::kSuccess : AtaErrorReport::kDeviceError;
                }},
+              {"smbios_entry_point",
+               [&](const std::string& v) {
+                 if (v != "2" && v != "3" && v != "both")
+                   r.fail(s.line_of("smbios_entry_point"), "smbios_entry_point must be 2, 3 or both");
+                 p.smbios_entry_points = v == "2" ? SmbiosEntryPoints::k2
+                                         : v == "3" ? SmbiosEntryPoints::k3
+                                                    : SmbiosEntryPoints::kBoth;
+               }},
               {"ata_io_align",
                [&](const std::string&) {
                  p.ata_io_align = static_cast<uint32_t>(r.number(s, "ata_io_align", 0, 65536));

@@ -72,6 +72,7 @@ struct DriveInfo {
   uint16_t rotation_rpm = 0;  // 0 = not reported, 1 = solid state
   uint32_t media_mb_per_s = 0;  // reads and writes of the media take machine time; 0: instant
   int identify_fill = -1;     // IDENTIFY DEVICE answers 512 bytes of this value; -1: the drive's identity
+  bool unc_lba_unreported = false;  // an uncorrectable error leaves the LBA registers zero
 
   // SMART.
   bool smart_supported = true;
@@ -161,6 +162,13 @@ enum class AtaErrorReport {
   kSuccess,      // EFI_SUCCESS, the error only in the status block (older OVMF)
 };
 
+// Which SMBIOS entry points the firmware publishes for its one table.
+enum class SmbiosEntryPoints {
+  k2,     // the 32-bit "_SM_" entry point only (older firmware)
+  k3,     // the 64-bit "_SM3_" entry point only (firmware with large tables)
+  kBoth,  // both, as most current firmware does
+};
+
 struct Profile {
   std::string name;
   std::string source;  // the file it came from, or "<embedded default machine>"
@@ -178,6 +186,7 @@ struct Profile {
   AtaErrorReport ata_error_report = AtaErrorReport::kDeviceError;
   uint32_t ata_io_align = 2;
   std::vector<NvmeInfo> nvme_drives;  // in the order of the file
+  SmbiosEntryPoints smbios_entry_points = SmbiosEntryPoints::kBoth;
   std::vector<VolumeInfo> volumes;
 };
 

@@ -31,6 +31,7 @@ DriveInfo read_drive(const Reader& r, const Section& s) {
           {"size_gib", ignore},
           {"atapi", flag(d.atapi, "atapi")},
           {"lba48", flag(d.lba48, "lba48")},
+          {"unc_lba_unreported", flag(d.unc_lba_unreported, "unc_lba_unreported")},
           {"logical_sector_bytes",
            [&](const std::string&) {
              d.logical_sector_bytes = static_cast<uint32_t>(number("logical_sector_bytes", 512, 32768));

@@ -280,6 +280,22 @@ SmbiosTables::SmbiosTables(const Profile& profile) {
   ep[0x1E] = 0x28;
   ep[0x15] = checksum(ep + 0x10, 15);
   ep[4] = checksum(ep, 0x1F);
+
+  // The 3.0 entry point counts no structures; its maximum size is the
+  // table's length here, the end-of-table structure closing it.
+  uint8_t* ep3 = block_ + kEntryPoint3Offset;
+  std::memcpy(ep3, "_SM3_", 5);
+  ep3[6] = 0x18;
+  ep3[7] = 3;
+  ep3[8] = 2;
+  ep3[0x0A] = 1;  // entry point revision: 3.0
+  const uint32_t maximum_size = static_cast<uint32_t>(table_length_);
+  std::memcpy(ep3 + 0x0C, &maximum_size, 4);
+  const uint64_t address64 = reinterpret_cast<uintptr_t>(block_ + kTableOffset);
+  std::memcpy(ep3 + 0x10, &address64, 8);
+  ep3[5] = checksum(ep3, 0x18);
+  has_2_ = profile.smbios_entry_points != SmbiosEntryPoints::k3;
+  has_3_ = profile.smbios_entry_points != SmbiosEntryPoints::k2;
   // Nothing writes to the tables once they are published; an application
   // that tries faults at once instead of corrupting them.
   mprotect(block_, block_size_, PROT_READ);

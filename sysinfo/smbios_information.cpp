@@ -12,20 +12,40 @@ namespace {
 constinit SmBiosProtocol* SmBiosRecord = nullptr;
 constinit SmbiosTable Table = {};
 
-// The last SMBIOS entry point of the configuration table wins.
+SmbiosTable TableOf(const SmbiosEntryPoint& EntryPoint) {
+  return {.Start = reinterpret_cast<const UINT8*>(static_cast<UINTN>(EntryPoint.TableAddress)),
+          .Length = EntryPoint.TableLength,
+          .Structures = EntryPoint.NumberOfStructures};
+}
+
+SmbiosTable TableOf(const Smbios3EntryPoint& EntryPoint) {
+  return {.Start = reinterpret_cast<const UINT8*>(static_cast<UINTN>(EntryPoint.TableAddress)),
+          .Length = EntryPoint.TableMaximumSize,
+          .UntilEndOfTable = TRUE};
+}
+
+// The 3.0 entry point when the firmware publishes one, else the 2.x one:
+// firmware that publishes both means the 3.0 table, which a 2.x entry point
+// may describe only in part. Of several entries of a kind the last wins.
 BOOLEAN FindTable(const EFI_SYSTEM_TABLE* SystemTable, SmbiosTable& Found) {
-  const EFI_GUID SmbiosGuid = SMBIOS_TABLE_GUID;
-  BOOLEAN Any = FALSE;
+  const EFI_GUID Smbios2Guid = SMBIOS_TABLE_GUID;
+  const EFI_GUID Smbios3Guid = SMBIOS3_TABLE_GUID;
+  BOOLEAN Any2 = FALSE, Any3 = FALSE;
+  SmbiosTable Table2, Table3;
   for (UINTN I = 0; I < SystemTable->NumberOfTableEntries; ++I) {
     const EFI_CONFIGURATION_TABLE& Entry = SystemTable->ConfigurationTable[I];
-    if (!(Entry.VendorGuid == SmbiosGuid) || Entry.VendorTable == nullptr) continue;
-    const auto* EntryPoint = static_cast<const SmbiosEntryPoint*>(Entry.VendorTable);
-    Found.Length = EntryPoint->TableLength;
-    Found.Start = reinterpret_cast<const UINT8*>(static_cast<UINTN>(EntryPoint->TableAddress));
-    Found.Structures = EntryPoint->NumberOfStructures;
-    Any = TRUE;
+    if (Entry.VendorTable == nullptr) continue;
+    if (Entry.VendorGuid == Smbios3Guid) {
+      Table3 = TableOf(*static_cast<const Smbios3EntryPoint*>(Entry.VendorTable));
+      Any3 = TRUE;
+    } else if (Entry.VendorGuid == Smbios2Guid) {
+      Table2 = TableOf(*static_cast<const SmbiosEntryPoint*>(Entry.VendorTable));
+      Any2 = TRUE;
+    }
   }
-  return Any;
+  if (!Any2 && !Any3) return FALSE;
+  Found = Any3 ? Table3 : Table2;
+  return TRUE;
 }
 
 EFIAPI EFI_STATUS GetSmbiosStructure(UINT8 Type, VOID** Record, UINT32 Instance) {

@@ -38,12 +38,31 @@ static_assert(__builtin_offsetof(SmbiosEntryPoint, TableAddress) == 0x18);
 static_assert(__builtin_offsetof(SmbiosEntryPoint, NumberOfStructures) == 0x1C);
 static_assert(sizeof(SmbiosEntryPoint) == 0x1F);
 
+// The 64-bit (3.0) entry point. It counts no structures: the table ends with
+// the end-of-table structure (type 127), within the maximum size.
+struct Smbios3EntryPoint {
+  UINT8 Anchor[5];  // "_SM3_"
+  UINT8 Checksum;
+  UINT8 EntryPointLength;
+  UINT8 MajorVersion;
+  UINT8 MinorVersion;
+  UINT8 DocRevision;
+  UINT8 EntryPointRevision;
+  UINT8 Reserved;
+  UINT32 TableMaximumSize;
+  UINT64 TableAddress;
+};
+static_assert(__builtin_offsetof(Smbios3EntryPoint, TableMaximumSize) == 0x0C);
+static_assert(__builtin_offsetof(Smbios3EntryPoint, TableAddress) == 0x10);
+static_assert(sizeof(Smbios3EntryPoint) == 0x18);
+
 enum class SmbiosType : UINT8 {
   BiosInformation = 0,
   SystemInformation = 1,
   ProcessorInformation = 4,
   BiosLanguage = 13,
   MemoryDevice = 17,
+  EndOfTable = 127,
 };
 
 struct SmbiosBiosInformation {

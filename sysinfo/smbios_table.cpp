@@ -33,10 +33,14 @@ const UINT8* FindSmbiosStructure(const SmbiosTable& Table, UINT8 Type, UINT32 In
   if (Table.Start == nullptr) return nullptr;
   const UINT8* Structure = Table.Start;
   UINT32 Seen = 0;
-  for (UINT32 Index = 0; Index < Table.Structures && Structure != nullptr; ++Index) {
+  // Each step moves on by at least a header and two NULs, so a walk until
+  // the end of the table ends at the table's length at the latest.
+  for (UINT32 Index = 0; Table.UntilEndOfTable || Index < Table.Structures; ++Index) {
     const UINT8* Next = NextStructure(Table, Structure);
     if (Next == nullptr) return nullptr;  // a broken structure is not handed out either
-    if (HeaderAt(Structure).Type == Type && Seen++ == Instance) return Structure;
+    const UINT8 Found = HeaderAt(Structure).Type;
+    if (Found == Type && Seen++ == Instance) return Structure;
+    if (Table.UntilEndOfTable && Found == static_cast<UINT8>(SmbiosType::EndOfTable)) return nullptr;
     Structure = Next;
   }
   return nullptr;

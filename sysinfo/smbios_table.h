@@ -9,11 +9,13 @@ namespace tarvik {
 
 struct SmbiosTable {
   const UINT8* Start = nullptr;
-  UINTN Length = 0;     // bytes, from the entry point's Structure Table Length
-  UINT16 Structures = 0;  // the entry point's Number of SMBIOS Structures
+  UINTN Length = 0;     // bytes: the 2.x Structure Table Length, or the 3.0 maximum size
+  UINT16 Structures = 0;  // the 2.x entry point's Number of SMBIOS Structures
+  BOOLEAN UntilEndOfTable = FALSE;  // 3.0: no count; the end-of-table structure ends the walk
 };
 
-// The Instance-th structure (from 0) of Type in table order, or null.
+// The Instance-th structure (from 0) of Type in table order, or null. A
+// walk until the end of the table stops after the first type 127.
 const UINT8* FindSmbiosStructure(const SmbiosTable& Table, UINT8 Type, UINT32 Instance);
 
 // String Number (from 1) of the structure at Record: its first byte and its

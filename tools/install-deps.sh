@@ -18,6 +18,9 @@ packages=(
   fdisk           # sfdisk: partition table of the disk image
   python3         # QEMU boot tests
   python3-pyte    # the terminal the QEMU boot tests read the screen through
+  sbsigntool      # sbsign: `make image` signs BOOTX64.EFI for Secure Boot
+  openssl         # the signing key and its certificate
+  llvm            # llvm-readobj: the check of the EFI image's sections
 )
 
 missing=()

@@ -40,6 +40,12 @@
 #                          read covering 512-byte sector N fail with EIO
 #                          (blkdebug); other PROPs go to the nvme device, e.g.
 #                          mdts=5
+#   --secure-boot snakeoil|ms
+#                          Secure Boot enforced: OVMF_CODE_4M.secboot.fd on an
+#                          SMM machine with the variable store protected, and
+#                          a copy of OVMF_VARS_4M.snakeoil.fd (db: Debian's
+#                          test certificate /usr/share/ovmf/PkKek-1-snakeoil.pem)
+#                          or OVMF_VARS_4M.ms.fd (db: Microsoft's keys)
 #   --dry-run              print the QEMU command line instead of running it
 #   --smbios               print the SMBIOS values given to the guest as
 #                          KEY=VALUE lines and exit
@@ -80,6 +86,7 @@ smp=${TARVIK_QEMU_SMP:-1}
 accel=${TARVIK_QEMU_ACCEL:-auto}
 console=terminal
 vga=none
+secure_boot=
 dry_run=0
 image=
 disks=()
@@ -95,6 +102,7 @@ while [[ $# -gt 0 ]]; do
     --disk) disks+=("${2:?}"); shift 2 ;;
     --nvme) nvmes+=("${2:?}"); shift 2 ;;
     --vga) vga=std; shift ;;
+    --secure-boot) secure_boot=${2:?}; shift 2 ;;
     --dry-run) dry_run=1; shift ;;
     --smbios)
       for key in "${smbios_keys[@]}"; do
@@ -123,6 +131,18 @@ qemu=$(command -v qemu-system-x86_64 || true)
 
 ovmf_code=${TARVIK_OVMF_CODE:-}
 ovmf_vars=${TARVIK_OVMF_VARS:-}
+machine=q35,smbios-entry-point-type=32
+secure_args=()
+case "$secure_boot" in
+  "") ;;
+  snakeoil | ms)
+    ovmf_code=${ovmf_code:-/usr/share/OVMF/OVMF_CODE_4M.secboot.fd}
+    ovmf_vars=${ovmf_vars:-/usr/share/OVMF/OVMF_VARS_4M.$secure_boot.fd}
+    # The secure-boot firmware keeps its variables behind SMM.
+    machine=$machine,smm=on
+    secure_args=(-global driver=cfi.pflash01,property=secure,value=on) ;;
+  *) echo "qemu.sh: --secure-boot is snakeoil or ms" >&2; exit 1 ;;
+esac
 if [[ -z "$ovmf_code" ]]; then
   for suffix in _4M ""; do
     if [[ -f /usr/share/OVMF/OVMF_CODE$suffix.fd && -f /usr/share/OVMF/OVMF_VARS$suffix.fd ]]; then
@@ -180,7 +200,8 @@ if [[ $dry_run -eq 0 ]]; then
 fi
 
 args=(
-  -machine q35,smbios-entry-point-type=32
+  -machine "$machine"
+  "${secure_args[@]}"
   "${accel_args[@]}"
   -m "$memory"
   -smp "$smp"

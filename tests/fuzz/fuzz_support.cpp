@@ -72,7 +72,7 @@ SmbiosInput TakeSmbiosInput(FuzzInput& in) {
   return smbios;
 }
 
-SmbiosFirmware::SmbiosFirmware(const SmbiosInput& smbios) {
+SmbiosFirmware::SmbiosFirmware(const SmbiosInput& smbios, SmbiosEntryPoints kind) {
   static GuardedBytes table_memory;
   length_ = smbios.declared_length;
   table_ = table_memory.place(smbios.table.data(), smbios.table.size(), length_);
@@ -82,10 +82,17 @@ SmbiosFirmware::SmbiosFirmware(const SmbiosInput& smbios) {
   const uint32_t address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(table_));
   std::memcpy(entry_point_ + 0x18, &address, 4);
   std::memcpy(entry_point_ + 0x1C, &smbios.declared_structures, 2);
-  configuration_ = {SMBIOS_TABLE_GUID, entry_point_};
+  std::memcpy(entry_point3_, "_SM3_", 5);
+  const uint32_t maximum_size = smbios.declared_length;
+  std::memcpy(entry_point3_ + 0x0C, &maximum_size, 4);
+  const uint64_t address64 = reinterpret_cast<uintptr_t>(table_);
+  std::memcpy(entry_point3_ + 0x10, &address64, 8);
+  UINTN entries = 0;
+  if (kind != SmbiosEntryPoints::k3) configuration_[entries++] = {SMBIOS_TABLE_GUID, entry_point_};
+  if (kind != SmbiosEntryPoints::k2) configuration_[entries++] = {SMBIOS3_TABLE_GUID, entry_point3_};
   system_table_ = *machine().system_table();
-  system_table_.NumberOfTableEntries = 1;
-  system_table_.ConfigurationTable = &configuration_;
+  system_table_.NumberOfTableEntries = entries;
+  system_table_.ConfigurationTable = configuration_;
 }
 
 CoreServices::CoreServices(EFI_SYSTEM_TABLE* system_table)

@@ -89,13 +89,18 @@ struct SmbiosInput {
 // The declared length, the structure count, then the table's bytes.
 SmbiosInput TakeSmbiosInput(FuzzInput& in);
 
+// Which entry points an SmbiosFirmware publishes for its table: the 2.x one
+// (declared length and count), the 3.0 one (declared length as maximum
+// size), or both.
+enum class SmbiosEntryPoints : uint8_t { k2, k3, kBoth };
+
 // A copy of the machine's system table whose configuration table holds only
-// an SMBIOS entry point for `smbios`. The table's bytes end right before an
+// SMBIOS entry points for `smbios`. The table's bytes end right before an
 // unreadable page (GuardedBytes), at the declared length: the bytes given
 // are cut there, or zero-filled up to it. One at a time.
 class SmbiosFirmware {
  public:
-  explicit SmbiosFirmware(const SmbiosInput& smbios);
+  explicit SmbiosFirmware(const SmbiosInput& smbios, SmbiosEntryPoints kind = SmbiosEntryPoints::k2);
   SmbiosFirmware(const SmbiosFirmware&) = delete;
   SmbiosFirmware& operator=(const SmbiosFirmware&) = delete;
 
@@ -105,7 +110,8 @@ class SmbiosFirmware {
 
  private:
   uint8_t entry_point_[32] = {};
-  EFI_CONFIGURATION_TABLE configuration_ = {};
+  uint8_t entry_point3_[24] = {};
+  EFI_CONFIGURATION_TABLE configuration_[2] = {};
   EFI_SYSTEM_TABLE system_table_ = {};
   const uint8_t* table_ = nullptr;
   size_t length_ = 0;

@@ -181,17 +181,27 @@ def memory_rows_seeds():
 
 
 def smbios_seeds():
+    """After the failing allocation: the entry points (0: 2.x, 1: 3.0, 2: both),
+    the probe's type and offset, then the table."""
     good = table(SYSTEM, structure(0, 0x0A, ("Tarvik Firmware Works", "TFW 2.14.1", "03/18/2025"),
                                    bytes([1, 2, 0, 0, 3])), memory_device(4096, 24, 1600), language(1))
     probe = u8(17) + u16(8)
+    end = structure(127, 4)
+    v2, v3, both = u8(0), u8(1), u8(2)
     return with_failures({
-        **{name: probe + table for name, table in MACHINE_TABLES.items()},
-        "machine-bios-memory-language": probe + good,
-        "more-structures-counted-than-held": probe + table(SYSTEM, count=40),
-        "length-below-the-header": u8(4) + u16(0) + table(SYSTEM, bytes([4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0]), count=3),
-        "string-set-cut-by-the-end": u8(4) + u16(12) + table(SYSTEM, bytes([4, 6, 0, 0, 0, 0]) + b"ab"),
-        "declared-longer-than-given": u8(1) + u16(0) + table(SYSTEM, length=4000),
-        "probe-past-the-end": u8(1) + u16(60000) + table(SYSTEM),
+        **{name: v2 + probe + table for name, table in MACHINE_TABLES.items()},
+        **{name + "-smbios3": v3 + probe + table for name, table in MACHINE_TABLES.items()},
+        "machine-bios-memory-language": v2 + probe + good,
+        "both-entry-points": both + probe + good,
+        "more-structures-counted-than-held": v2 + probe + table(SYSTEM, count=40),
+        "length-below-the-header": v2 + u8(4) + u16(0) + table(SYSTEM, bytes([4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0]), count=3),
+        "string-set-cut-by-the-end": v2 + u8(4) + u16(12) + table(SYSTEM, bytes([4, 6, 0, 0, 0, 0]) + b"ab"),
+        "declared-longer-than-given": v2 + u8(1) + u16(0) + table(SYSTEM, length=4000),
+        "probe-past-the-end": v2 + u8(1) + u16(60000) + table(SYSTEM),
+        "smbios3-without-end-of-table": v3 + probe + table(SYSTEM, memory_device(4096, 24, 1600)),
+        "smbios3-end-of-table-in-the-middle": v3 + probe + table(SYSTEM, end, memory_device(4096, 24, 1600)),
+        "smbios3-maximum-size-cuts-a-structure": v3 + probe + table(SYSTEM, memory_device(4096, 24, 1600), end,
+                                                                   length=len(SYSTEM) + 20),
     }, failing=(1, 4, 10))
 
 

@@ -1,5 +1,7 @@
 // The SMBIOS service on any table bytes with any declared length and
-// structure count: the walk by type and instance, the strings of every
+// structure count, published through a 2.x entry point, a 3.0 one (the
+// length as its maximum size, walked to the end-of-table structure) or
+// both: the walk by type and instance, the strings of every
 // structure found and of a record anywhere in or around the table, and what
 // the screens and the result code read (the structures in their full
 // layouts, the machine's serial number). Every structure handed out must lie
@@ -57,9 +59,10 @@ void ReadFullLayout(const VOID* record) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz_support::FuzzInput in(data, size);
   const uint8_t fail_allocation = in.take<uint8_t>();
+  const auto entry_points = static_cast<fuzz_support::SmbiosEntryPoints>(in.take<uint8_t>() % 3);
   const UINT8 probe_type = in.take<UINT8>();
   const UINT16 probe_offset = in.take<UINT16>();
-  SmbiosFirmware firmware(fuzz_support::TakeSmbiosInput(in));
+  SmbiosFirmware firmware(fuzz_support::TakeSmbiosInput(in), entry_points);
   fuzz_support::LeakCheck leaks("smbios");
   fuzz_support::CoreServices services(firmware.system_table());
   auto* smbios = static_cast<tarvik::SmBiosProtocol*>(fuzz_support::Located(tarvik::SmBiosProtocolGuid));

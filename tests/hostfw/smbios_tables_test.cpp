@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/diag_common.h"
@@ -115,6 +116,28 @@ TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked
   EXPECT_NE(modules[2][0x12], 0x02);
   tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
   tarvik::UninstallDiagCommon();
+}
+
+// The entry points each profile value publishes; the 3.0 one names the
+// same table, with its checksum and the table's length as maximum size.
+TEST(SmbiosTables, TheEntryPointsAreThoseTheProfileNames) {
+  for (const auto& [value, has2, has3] : {std::tuple{"2", true, false}, {"3", false, true}, {"both", true, true}}) {
+    hostfw::Profile profile = hostfw::parse_profile(
+        std::string("[machine]\nname = M\nmemory_mib = 64\nsmbios_entry_point = ") + value +
+            "\n[bios]\nvendor = V\nversion = 1\n[system]\nmanufacturer = M\nproduct = P\nserial = SERIAL-1\n",
+        "m.ini", "/nonexistent");
+    TestMachine machine("", &profile);
+    const auto* ep2 = static_cast<const uint8_t*>(machine->smbios().entry_point());
+    const auto* ep3 = static_cast<const uint8_t*>(machine->smbios().entry_point3());
+    EXPECT_EQ(ep2 == entry_point(machine->system_table()) && ep2 != nullptr, has2) << value;
+    ASSERT_EQ(ep3 != nullptr, has3) << value;
+    if (ep3 == nullptr) continue;
+    EXPECT_EQ(std::memcmp(ep3, "_SM3_", 5) | (ep3[6] ^ 0x18) | (ep3[7] ^ 3) | sum(ep3, 0x18), 0);
+    uint64_t address = 0;
+    std::memcpy(&address, ep3 + 0x10, 8);
+    EXPECT_EQ(reinterpret_cast<const uint8_t*>(address), machine->smbios().table());
+    EXPECT_EQ(u32(ep3 + 0x0C), machine->smbios().table_length());
+  }
 }
 
 TEST(SmbiosTables, StayBelow4GiBBesideTheLargestSimulatedMemory) {

@@ -263,15 +263,19 @@ class QemuSession:
     """
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
-                 screen_size=(100, 31), vga=False, nvmes=(), smp=None):
+                 screen_size=(100, 31), vga=False, nvmes=(), smp=None,
+                 secure_boot=None):
         """screen_size: the console mode the application is expected to run
         in (columns, rows); vga: the machine has a VGA card as well, which the
         firmware joins to the serial terminal in one console; nvmes: NVMe
         drives, each as tools/qemu.sh --nvme takes it
-        ("FILE,serial=S,error_sector=N")."""
+        ("FILE,serial=S,error_sector=N"); secure_boot: the keys of
+        tools/qemu.sh --secure-boot, Secure Boot enforced."""
         cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
         if vga:
             cmd.append("--vga")
+        if secure_boot:
+            cmd += ["--secure-boot", secure_boot]
         if memory is not None:
             cmd += ["--memory", str(memory)]
         if accel is not None:

@@ -143,6 +143,29 @@ TEST_F(Repair, SectorsThatRefuseTheWriteOrStayBadRemainAndTheOthersAreRepaired) 
   EXPECT_EQ(read_back, (std::vector<uint64_t>{300, 100}));
 }
 
+// Firmware that leaves the LBA registers zero reports every uncorrectable
+// error at LBA 0: the repair writes sector 0 only when it really fails.
+TEST_F(Repair, ASectorReportedWithoutItsAddressIsWrittenOnlyWhenItFailsAgain) {
+  struct Case {
+    uint64_t bad;
+    const char* line;  // what the repair says of sector 0
+    uint64_t writes;
+  };
+  for (const Case c : {Case{5, "Sector 0 reads well: not written", 0}, Case{0, "Corrected sector 0", 1}}) {
+    start([&](hostfw::DriveInfo& d) {
+      d.unc_lba_unreported = true;
+      d.bad_sectors = {{c.bad, c.bad}};
+    });
+    ToolScreen screen;
+    EXPECT_EQ(run(kRecover, screen), 1000u) << c.bad;
+    EXPECT_EQ(screen.lines[0], "Error #001 in sector 0") << c.bad;
+    EXPECT_NE(std::find(screen.lines.begin(), screen.lines.end(), c.line), screen.lines.end()) << c.bad;
+    const hostfw::AtaCommandCounts& counts = (*machine)->ata()->counts(1);
+    EXPECT_EQ(counts.command(0x30), c.writes) << c.bad;
+    EXPECT_EQ(counts.writes_at(0), c.writes) << c.bad;
+  }
+}
+
 TEST_F(Repair, LargerLogicalSectorsAreWrittenWholeWithThePatternRepeated) {
   start([](hostfw::DriveInfo& d) {
     d.logical_sector_bytes = d.physical_sector_bytes = 4096;

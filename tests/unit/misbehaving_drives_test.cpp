@@ -289,10 +289,10 @@ TEST_F(MisbehavingToolDrive, ASectorThatNeverAnswersEndsTheScanAfterOneTimeoutAn
 TEST_F(MisbehavingToolDrive, ADriveFallingSilentDuringTheRepairGetsNoFurtherWrite) {
   start();
   ToolScreen screen;
-  // Once the scan is over the drive takes one more command: the write of the
-  // newest bad sector; its check is never answered.
+  // Once the scan is over the drive takes two more commands: the
+  // newest bad sector's re-check and its write; the read-back is never answered.
   screen.on_progress = [&](UINT64 percent) {
-    if (percent == 100) ata().stop_answering_after(1, 1);
+    if (percent == 100) ata().stop_answering_after(1, 2);
   };
   EXPECT_EQ(bench->run(kRecover, screen), 1001u);
   const Lines tail(screen.lines.end() - 6, screen.lines.end());

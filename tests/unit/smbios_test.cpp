@@ -89,6 +89,16 @@ class Smbios : public ::testing::Test {
     return {SMBIOS_TABLE_GUID, entry_point.data()};
   }
 
+  // The same for a 3.0 entry point, which counts no structures.
+  EFI_CONFIGURATION_TABLE smbios3_entry(const GuardedTable& table, uint32_t maximum_size) {
+    std::array<uint8_t, 32>& entry_point = entry_points_.emplace_back();
+    std::memcpy(entry_point.data(), "_SM3_", 5);
+    std::memcpy(entry_point.data() + 0x0C, &maximum_size, 4);
+    const uint64_t address = reinterpret_cast<uintptr_t>(table.start());
+    std::memcpy(entry_point.data() + 0x10, &address, 8);
+    return {SMBIOS3_TABLE_GUID, entry_point.data()};
+  }
+
   // Installs the service on a copy of the machine's system table whose
   // configuration table holds `entries` only.
   EFI_STATUS install_with(std::vector<EFI_CONFIGURATION_TABLE> entries) {
@@ -231,6 +241,50 @@ TEST_F(Smbios, OnlyTheLastSmbiosEntryIsReadAndWithoutOneNothingIsInstalled) {
   const uint8_t* record = find(3, 0);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(string_of(record, 1), u"last");
+}
+
+// A 3.0 table has no count: the walk ends at the end-of-table structure or
+// at the maximum size, whichever comes first, and reads nothing beyond.
+TEST_F(Smbios, Smbios3TablesEndAtTheEndOfTableStructureWithinTheirMaximumSize) {
+  const Bytes system = structure(1, 8, {"serial"});
+  const Bytes processor = structure(4, 6, {"cpu"});
+  const Bytes end = structure(127, 4, {});
+  struct Case {
+    const char* what;
+    Bytes table;
+    size_t cut;  // bytes of the table beyond the maximum size
+    uint32_t processors;
+  };
+  const Case cases[] = {
+      {"no end-of-table structure", system + processor + processor, 0, 2},
+      {"an end-of-table structure in the middle", system + processor + end + processor, 0, 1},
+      {"a maximum size that cuts a structure", system + processor + processor + end, end.size() + 3, 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    GuardedTable guarded(Bytes(c.table.begin(), c.table.end() - static_cast<ptrdiff_t>(c.cut)));
+    ASSERT_EQ(install_with({smbios3_entry(guarded, static_cast<uint32_t>(c.table.size() - c.cut))}), EFI_SUCCESS);
+    ASSERT_NE(find(1, 0), nullptr);
+    EXPECT_EQ(string_of(find(1, 0), 1), u"serial");
+    EXPECT_NE(find(4, c.processors - 1), nullptr);
+    EXPECT_EQ(find(4, c.processors), nullptr);
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+  }
+}
+
+TEST_F(Smbios, TheSmbios3EntryPointIsPreferredInEitherOrder) {
+  const Bytes old_table = structure(2, 4, {"2.x"});
+  const Bytes new_table = structure(3, 4, {"3.0"}) + structure(127, 4, {});
+  GuardedTable old_guarded(old_table), new_guarded(new_table);
+  const EFI_CONFIGURATION_TABLE old_entry = smbios_entry(old_guarded, static_cast<uint16_t>(old_table.size()), 1);
+  const EFI_CONFIGURATION_TABLE new_entry = smbios3_entry(new_guarded, static_cast<uint32_t>(new_table.size()));
+  for (const auto& entries : {std::vector{old_entry, new_entry}, std::vector{new_entry, old_entry}}) {
+    ASSERT_EQ(install_with(entries), EFI_SUCCESS);
+    EXPECT_EQ(find(2, 0), nullptr);
+    ASSERT_NE(find(3, 0), nullptr);
+    EXPECT_EQ(string_of(find(3, 0), 1), u"3.0");
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+  }
 }
 
 // The serial number the result codes and the "Machine" tab use, and fields

@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""Secure Boot enforced on OVMF (tools/qemu.sh --secure-boot snakeoil, whose db
+holds Debian's test certificate): TarvikDiag.efi signed by tools/sign-efi.sh
+with that certificate's key boots to the main screen; the unsigned image and
+the signed one with one byte of code changed are refused by the firmware.
+
+    secure_boot_test.py --efi build/TarvikDiag.efi --work build/secure-boot
+"""
+
+import argparse
+import os
+import shutil
+import struct
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import qemu_session  # noqa: E402
+from qemu_session import QemuSession  # noqa: E402
+
+SNAKEOIL_KEY = "/usr/share/ovmf/PkKek-1-snakeoil.key"  # passphrase "snakeoil"
+SNAKEOIL_CERT = "/usr/share/ovmf/PkKek-1-snakeoil.pem"
+MAIN_SCREEN = "Use Arrow keys to change between options"
+REFUSED = "Access Denied"
+EFI = WORK = None
+
+
+def text_section_offset(path):
+    """File offset of the .text section's raw data (PE section table)."""
+    with open(path, "rb") as f:
+        data = f.read(4096)
+    pe = struct.unpack_from("<I", data, 0x3C)[0]
+    count, optional_size = struct.unpack_from("<H", data, pe + 6)[0], struct.unpack_from("<H", data, pe + 20)[0]
+    table = pe + 24 + optional_size
+    for i in range(count):
+        entry = table + 40 * i
+        if data[entry:entry + 8].rstrip(b"\0") == b".text":
+            return struct.unpack_from("<I", data, entry + 20)[0]
+    raise AssertionError("no .text section")
+
+
+def make_images():
+    """The signed, unsigned and tampered disk images, by name."""
+    os.makedirs(WORK, exist_ok=True)
+    key = os.path.join(WORK, "snakeoil.key")
+    subprocess.run(["openssl", "pkey", "-in", SNAKEOIL_KEY, "-passin", "pass:snakeoil", "-out", key], check=True)
+    signed = os.path.join(WORK, "signed.efi")
+    env = dict(os.environ, SIGN_KEY=key, SIGN_CERT=SNAKEOIL_CERT)
+    subprocess.run([os.path.join(qemu_session.TOOLS, "sign-efi.sh"), EFI, signed, os.path.join(WORK, "db.cer")],
+                   check=True, env=env, stdout=subprocess.DEVNULL)
+    tampered = os.path.join(WORK, "tampered.efi")
+    shutil.copyfile(signed, tampered)
+    with open(tampered, "r+b") as f:
+        f.seek(text_section_offset(tampered) + 0x40)
+        byte = f.read(1)
+        f.seek(-1, os.SEEK_CUR)
+        f.write(bytes([byte[0] ^ 0x01]))
+    images = {}
+    for name, efi in (("signed", signed), ("unsigned", EFI), ("tampered", tampered)):
+        images[name] = os.path.join(WORK, name + ".img")
+        qemu_session.make_image(images[name], efi)
+    return images
+
+
+class SecureBootTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.images = make_images()
+
+    def test_the_signed_image_boots_and_the_others_are_refused(self):
+        for name, boots in (("unsigned", False), ("tampered", False), ("signed", True)):
+            with self.subTest(name), QemuSession(self.images[name], secure_boot="snakeoil") as q:
+                q.wait_for(MAIN_SCREEN if boots else REFUSED)
+                if not boots:
+                    # The disk's boot option itself, not some other one.
+                    self.assertRegex(q.output, r"failed to load Boot\d+ .*Sata\(.*: Access Denied")
+                    self.assertNotIn(MAIN_SCREEN, q.output)
+                else:
+                    self.assertNotIn(REFUSED, q.output)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--efi", required=True)
+    parser.add_argument("--work", required=True, help="folder for the decrypted key and the images")
+    args, rest = parser.parse_known_args()
+    EFI, WORK = os.path.abspath(args.efi), os.path.abspath(args.work)
+    unittest.main(argv=[sys.argv[0], "-v", *rest])
