@@ -18,6 +18,7 @@ packages=(
   fdisk           # sfdisk: partition table of the disk image
   python3         # QEMU boot tests
   python3-pyte    # the terminal the QEMU boot tests read the screen through
+  python3-jsonschema  # the results file checked against docs/results.schema.json
 )
 
 missing=()
