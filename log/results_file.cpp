@@ -3,7 +3,6 @@
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "core/locate.h"
 #include "core/program_version.h"
-#include "core/wide_string.h"
 #include "log/line_store.h"
 #include "log/results_line.h"
 #include "registry/test_collection_protocol.h"
@@ -35,10 +34,6 @@ struct MachineStrings {
 
   // An empty string is one the tables do not hold.
   static const CHAR16* OrNull(const PoolPtr<CHAR16>& Text) { return Text && Text.get()[0] != 0 ? Text.get() : nullptr; }
-  static UINTN Length(const PoolPtr<CHAR16>& Text) { return Text ? StrLen(Text.get()) : 0; }
-  UINTN TotalLength() const {
-    return Length(Manufacturer) + Length(Product) + Length(SerialNumber) + Length(BiosVendor) + Length(BiosVersion);
-  }
   ResultsMachine View() const {
     return {OrNull(Manufacturer), OrNull(Product), OrNull(SerialNumber), OrNull(BiosVendor), OrNull(BiosVersion)};
   }
@@ -72,10 +67,6 @@ EFI_STATUS ResultsLineBytes(PoolPtr<UINT8>& Bytes, UINTN& Size) {
   EFI_TIME Saved = {};
   if (EFI_ERROR(gRT->GetTime(&Saved, nullptr))) Saved = {};
 
-  const UINTN Capacity =
-      ResultsLineCapacity(LogLineCount()) + 6 * (Machine.TotalLength() + (Name ? StrLen(Name.get()) : 0));
-  EFI_STATUS Status = Bytes.Allocate(Capacity);
-  if (EFI_ERROR(Status)) return Status;
   ResultsRun Run;
   Run.Tool = Facts.Kind == LogRunKind::Tool;
   Run.Version = ProgramVersion;
@@ -87,6 +78,9 @@ EFI_STATUS ResultsLineBytes(PoolPtr<UINT8>& Bytes, UINTN& Size) {
   Run.Module = Module;
   Run.Lines = LogLine(0);
   Run.LineCount = LogLineCount();
+  const UINTN Capacity = ResultsLineCapacity(Run);
+  EFI_STATUS Status = Bytes.Allocate(Capacity);
+  if (EFI_ERROR(Status)) return Status;
   JsonWriter Json(Bytes.get(), Capacity);
   WriteResultsLine(Json, Run);
   if (!Json.Complete()) return EFI_BUFFER_TOO_SMALL;

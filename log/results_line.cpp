@@ -218,7 +218,9 @@ VOID WriteName(JsonWriter& Json, TestModuleProtocol* Module, const LogWord& Key)
   CHAR16* Text = nullptr;
   if (Module != nullptr && !EFI_ERROR(Module->TranslateKey(Module, Copy, &Text)) && Text != nullptr) {
     PoolPtr<CHAR16> Owned(Text);
-    Json.String(Owned.get());
+    UINTN Length = 0;
+    while (Length + 1 < LogLineChars && Owned.get()[Length] != 0) ++Length;
+    Json.String(Owned.get(), Length);
     return;
   }
   Json.String(Copy, I);
@@ -512,10 +514,20 @@ VOID WriteToolDevice(JsonWriter& Json, const ResultsRun& Run) {
 
 }  // namespace
 
-UINTN ResultsLineCapacity(UINT64 LineCount) {
+UINTN ResultsLineCapacity(const ResultsRun& Run) {
+  const auto Length = [](const CHAR16* Text) {
+    UINTN N = 0;
+    if (Text != nullptr)
+      while (Text[N] != 0) ++N;
+    return N;
+  };
+  const ResultsMachine& M = Run.Machine;
+  const UINTN Texts = Length(Run.Version) + Length(Run.TestName) + Length(M.Manufacturer) + Length(M.Product) +
+                      Length(M.SerialNumber) + Length(M.BiosVendor) + Length(M.BiosVersion);
   // Every character may take six bytes (\u00XX) and a line may be written
-  // three times (row, name, finding), each with its keys and punctuation.
-  return 8192 + static_cast<UINTN>(LineCount) * (LogLineChars * 6 * 3 + 512);
+  // three times (row, name, finding), each with its keys and punctuation;
+  // a module's name for a key is cut to a log line.
+  return 8192 + 6 * Texts + static_cast<UINTN>(Run.LineCount) * (LogLineChars * 6 * 3 + 512);
 }
 
 VOID WriteResultsLine(JsonWriter& Json, const ResultsRun& Run) {

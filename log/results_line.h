@@ -35,7 +35,7 @@ struct ResultsRun {
 // Writes the run's object and the line feed that ends it.
 VOID WriteResultsLine(JsonWriter& Json, const ResultsRun& Run);
 
-// Bytes that always hold the results line of a log of LineCount lines.
-UINTN ResultsLineCapacity(UINT64 LineCount);
+// Bytes that always hold the results line of Run.
+UINTN ResultsLineCapacity(const ResultsRun& Run);
 
 }  // namespace tarvik
