@@ -122,6 +122,9 @@ constexpr TableText MemoryTexts[] = {
     {80, u"Unknown error."},
     {81, u"This test cannot be executed since there is less than 20MB of free memory."},
     {82, u"This test cannot be executed since system cannot allocate memory."},
+    {83, u"More memory is installed than the firmware uses: a module is most likely dead or not seated. The log names the slots that hold modules."},
+    {84, u"Installed:"},
+    {85, u"in use:"},
     {96, u"Bank"},
     {97, u"Speed"},
     {98, u"Tested Size"},
@@ -129,6 +132,10 @@ constexpr TableText MemoryTexts[] = {
     {100, u"Can't allocate memory size"},
     {101, u"Wrote value"},
     {102, u"Read value"},
+    {103, u"Installed memory not in use"},
+    {104, u"Installed (MB)"},
+    {105, u"In use (MB)"},
+    {106, u"Memory slot"},
 };
 
 constexpr TableText StorageTexts[] = {
