@@ -44,7 +44,7 @@ PoolPtr<CHAR16> RunName(const LogRunFacts& Facts, TestModuleProtocol*& Module) {
   CHAR16* Name = nullptr;
   if (Facts.Kind == LogRunKind::Tool) {
     BadSectorsToolProtocol* Tool = LocateService<BadSectorsToolProtocol>(BadSectorsToolProtocolGuid);
-    if (Tool != nullptr && EFI_ERROR(Tool->GetToolName(nullptr, &Name))) Name = nullptr;
+    if (Tool == nullptr || Tool->GetToolName == nullptr || EFI_ERROR(Tool->GetToolName(nullptr, &Name))) Name = nullptr;
     return PoolPtr<CHAR16>(Name);
   }
   TestCollectionProtocol* Registry = LocateService<TestCollectionProtocol>(TestCollectionProtocolGuid);
@@ -52,7 +52,7 @@ PoolPtr<CHAR16> RunName(const LogRunFacts& Facts, TestModuleProtocol*& Module) {
     Module = nullptr;
     return PoolPtr<CHAR16>();
   }
-  if (EFI_ERROR(Module->GetTestName(Module, &Name))) Name = nullptr;
+  if (Module->GetTestName == nullptr || EFI_ERROR(Module->GetTestName(Module, &Name))) Name = nullptr;
   return PoolPtr<CHAR16>(Name);
 }
 

@@ -216,7 +216,9 @@ VOID WriteName(JsonWriter& Json, TestModuleProtocol* Module, const LogWord& Key)
   for (; I < Key.Length && I + 1 < LogLineChars; ++I) Copy[I] = Key.Start[I];
   Copy[I] = 0;
   CHAR16* Text = nullptr;
-  if (Module != nullptr && !EFI_ERROR(Module->TranslateKey(Module, Copy, &Text)) && Text != nullptr) {
+  // A module may leave the slot empty.
+  if (Module != nullptr && Module->TranslateKey != nullptr && !EFI_ERROR(Module->TranslateKey(Module, Copy, &Text)) &&
+      Text != nullptr) {
     PoolPtr<CHAR16> Owned(Text);
     UINTN Length = 0;
     while (Length + 1 < LogLineChars && Owned.get()[Length] != 0) ++Length;
