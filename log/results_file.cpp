@@ -60,7 +60,9 @@ PoolPtr<CHAR16> RunName(const LogRunFacts& Facts, TestModuleProtocol*& Module) {
 
 EFI_STATUS ResultsLineBytes(PoolPtr<UINT8>& Bytes, UINTN& Size) {
   const LogRunFacts& Facts = CurrentLogRun();
-  if (Facts.Kind == LogRunKind::None || LogLineCount() == 0) return EFI_NOT_READY;
+  Size = 0;
+  // No run, no line: an empty log is saved as it always was.
+  if (Facts.Kind == LogRunKind::None || LogLineCount() == 0) return EFI_SUCCESS;
   const MachineStrings Machine;
   TestModuleProtocol* Module = nullptr;
   const PoolPtr<CHAR16> Name = RunName(Facts, Module);

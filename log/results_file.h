@@ -7,6 +7,7 @@
 
 namespace tarvik {
 
+// Size 0 when no run made the log (nothing to append).
 EFI_STATUS ResultsLineBytes(PoolPtr<UINT8>& Bytes, UINTN& Size);
 
 }  // namespace tarvik

@@ -103,6 +103,7 @@ EFIAPI UINT64 SaveLog(EFI_HANDLE DeviceHandle) {
     return Code(SaveLogCode::WriteFailed);
   }
   if (!AppendAll(Log, Bytes.get(), Size)) return Code(SaveLogCode::WriteFailed);
+  if (ResultsSize == 0) return Code(SaveLogCode::Saved);
 
   FileHandle ResultsFile;
   UINT64 ResultsOldSize = 0;
