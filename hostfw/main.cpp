@@ -40,8 +40,9 @@ Without a key script tarvik reads the keyboard and draws on the terminal:
 its input and output must both be a terminal (not a pipe or a file).
 
 Exit status: 0 after a cold reset with success (and for a decoded code), 1
-after any other reset, 2 for bad options, a malformed profile or code, 3 when the application returned to
-the firmware, 4 when a scripted run could not go on, 5 for leaks.
+after any other reset, 2 for bad options, a malformed profile or code, or
+no way to type keys, 3 when the application returned to the firmware, 4 when
+a scripted run could not go on, 5 for leaks.
 )";
 
 std::string read_file(const std::string& path) {
