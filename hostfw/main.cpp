@@ -5,11 +5,13 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <string>
 
 #include "core/status_text.h"
 #include "hostfw/console_out.h"
+#include "hostfw/decode_command.h"
 #include "hostfw/machine.h"
 #include "hostfw/utf8.h"
 
@@ -28,11 +30,19 @@ Runs Tarvik on a simulated PC in this terminal.
   --no-terminal           do not draw on the terminal (for scripted runs)
   --dump-screen FILE      write the last screen as text to FILE ('-' for standard output)
   --check-leaks           fail when pool or page allocations are left after the run
+  --decode CODE           say what a result code means and exit: the module, the
+                          algorithms that ran and failed, the date it allows
+    --serial SERIAL       with --decode: whether the machine's serial number fits
+    --json                with --decode: one JSON object instead of text
   --help                  this text
 
-Exit status: 0 after a cold reset with success, 1 after any other reset,
-2 for bad options or a malformed profile, 3 when the application returned to
-the firmware, 4 when a scripted run could not go on, 5 for leaks.
+Without a key script tarvik reads the keyboard and draws on the terminal:
+its input and output must both be a terminal (not a pipe or a file).
+
+Exit status: 0 after a cold reset with success (and for a decoded code), 1
+after any other reset, 2 for bad options, a malformed profile or code, or
+no way to type keys, 3 when the application returned to the firmware, 4 when
+a scripted run could not go on, 5 for leaks.
 )";
 
 std::string read_file(const std::string& path) {
@@ -43,10 +53,20 @@ std::string read_file(const std::string& path) {
   return text.str();
 }
 
+// Why the keyboard cannot be read and the screen not drawn.
+std::string no_keyboard_reason(bool no_terminal) {
+  if (no_terminal) return "--no-terminal was given without a key script";
+  if (!isatty(STDIN_FILENO) && !isatty(STDOUT_FILENO)) return "neither input nor output is a terminal";
+  if (!isatty(STDOUT_FILENO)) return "the output is not a terminal (a pipe or a file)";
+  return "the input is not a terminal (a pipe or a file)";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string machine_file, dump_file;
+  std::optional<std::string> decode_code, serial;
+  bool decode_json = false, no_terminal = false;
   hostfw::Options options;
   bool terminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
   bool check_leaks = false;
@@ -61,7 +81,10 @@ int main(int argc, char** argv) {
       else if (arg == "--keys") options.key_script = read_file(value());
       else if (arg == "--keys-text") options.key_script = value();
       else if (arg == "--virtual-clock") options.virtual_clock = true;
-      else if (arg == "--no-terminal") terminal = false;
+      else if (arg == "--no-terminal") no_terminal = true;
+      else if (arg == "--decode") decode_code = value();
+      else if (arg == "--serial") serial = value();
+      else if (arg == "--json") decode_json = true;
       else if (arg == "--dump-screen") dump_file = value();
       else if (arg == "--check-leaks") check_leaks = true;
       else if (arg == "--print-machine") {
@@ -74,10 +97,13 @@ int main(int argc, char** argv) {
         throw std::invalid_argument("unknown option " + arg + " (see --help)");
       }
     }
+    if (!decode_code && (serial || decode_json)) throw std::invalid_argument("--serial and --json go with --decode");
   } catch (const std::exception& e) {
     std::cerr << "tarvik: " << e.what() << "\n";
     return 2;
   }
+  if (decode_code) return hostfw::decode_command(*decode_code, serial, decode_json, std::cout, std::cerr);
+  if (no_terminal) terminal = false;
 
   hostfw::Profile profile;
   try {
@@ -90,6 +116,13 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  // Nobody could type a key: say so now rather than wait for one.
+  if (!terminal && options.key_script.empty()) {
+    std::cerr << "tarvik: " << no_keyboard_reason(no_terminal)
+              << ": nothing could type a key. Run tarvik in a terminal without a pipe or redirection, or give the "
+                 "keys with --keys FILE or --keys-text SCRIPT (with --no-terminal to draw nothing).\n";
+    return 2;
+  }
   options.use_terminal = terminal;
   hostfw::RunResult result;
   size_t leaked_pools = 0;

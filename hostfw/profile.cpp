@@ -7,6 +7,8 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -290,8 +292,11 @@ Profile parse_profile(const std::string& text, const std::string& source, const 
 }
 
 Profile load_profile_file(const std::string& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) throw ProfileError(path, 0, "is a folder, not a machine profile");
+  errno = 0;
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw ProfileError(path, 0, "cannot be read");
+  if (!in) throw ProfileError(path, 0, std::string("cannot be read: ") + (errno != 0 ? std::strerror(errno) : "unknown reason"));
   std::ostringstream text;
   text << in.rdbuf();
   const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();

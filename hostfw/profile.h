@@ -194,7 +194,8 @@ struct Profile {
 class ProfileError : public std::runtime_error {
  public:
   ProfileError(const std::string& file, int line, const std::string& reason)
-      : std::runtime_error(file + ":" + std::to_string(line) + ": " + reason), file_(file), line_(line),
+      : std::runtime_error(file + (line > 0 ? ":" + std::to_string(line) : std::string()) + ": " + reason),
+        file_(file), line_(line),
         reason_(reason) {}
   const std::string& file() const { return file_; }
   int line() const { return line_; }

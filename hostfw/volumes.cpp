@@ -160,9 +160,9 @@ EFIAPI EFI_STATUS SetPosition(EFI_FILE_PROTOCOL* This, UINT64 Position) {
 EFIAPI EFI_STATUS GetInfo(EFI_FILE_PROTOCOL* This, EFI_GUID* Type, UINTN* Size, VOID* Buffer) {
   return serve<Volumes>(This, [&](Volumes& v) { return v.get_info(This, Type, Size, Buffer); });
 }
-// Nothing of a file's information can be changed (names, sizes, times and
-// attributes stay as the host has them).
-EFIAPI EFI_STATUS SetInfo(EFI_FILE_PROTOCOL*, EFI_GUID*, UINTN, VOID*) { return EFI_UNSUPPORTED; }
+EFIAPI EFI_STATUS SetInfo(EFI_FILE_PROTOCOL* This, EFI_GUID* Type, UINTN Size, VOID* Buffer) {
+  return serve<Volumes>(This, [&](Volumes& v) { return v.set_info(This, Type, Size, Buffer); });
+}
 EFIAPI EFI_STATUS Flush(EFI_FILE_PROTOCOL* This) {
   return serve<Volumes>(This, [&](Volumes& v) { return v.flush(This); });
 }
@@ -440,6 +440,28 @@ EFI_STATUS Volumes::get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINT
     return EFI_SUCCESS;
   }
   return EFI_UNSUPPORTED;
+}
+
+// Only a file's size can be changed, and only made smaller (a save that
+// takes back what it appended); names, times and attributes stay as the
+// host has them.
+EFI_STATUS Volumes::set_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN size, VOID* buffer) {
+  OpenFile* f = find(file);
+  if (f == nullptr || type == nullptr || buffer == nullptr) return EFI_INVALID_PARAMETER;
+  if (std::memcmp(type, &kFileInfoGuid, sizeof(EFI_GUID)) != 0 || f->directory) return EFI_UNSUPPORTED;
+  if (size < SIZE_OF_EFI_FILE_INFO) return EFI_BAD_BUFFER_SIZE;
+  if (f->volume->info.read_only) return EFI_WRITE_PROTECTED;
+  if (!f->writable) return EFI_ACCESS_DENIED;
+  std::error_code ec;
+  const uint64_t length = fs::file_size(f->host, ec);
+  if (ec) return EFI_DEVICE_ERROR;
+  const uint64_t wanted = static_cast<const EFI_FILE_INFO*>(buffer)->FileSize;
+  if (wanted == length) return EFI_SUCCESS;
+  if (wanted > length) return EFI_UNSUPPORTED;
+  fs::resize_file(f->host, wanted, ec);
+  if (ec) return EFI_DEVICE_ERROR;
+  f->volume->used -= std::min(f->volume->used, length - wanted);
+  return EFI_SUCCESS;
 }
 
 EFI_STATUS Volumes::flush(EFI_FILE_PROTOCOL* file) {

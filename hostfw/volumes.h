@@ -45,6 +45,7 @@ class Volumes {
   EFI_STATUS get_position(EFI_FILE_PROTOCOL* file, UINT64* position);
   EFI_STATUS set_position(EFI_FILE_PROTOCOL* file, UINT64 position);
   EFI_STATUS get_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN* size, VOID* buffer);
+  EFI_STATUS set_info(EFI_FILE_PROTOCOL* file, const EFI_GUID* type, UINTN size, VOID* buffer);
   EFI_STATUS flush(EFI_FILE_PROTOCOL* file);
 
   struct Volume {

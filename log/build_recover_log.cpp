@@ -17,6 +17,8 @@ EFIAPI EFI_STATUS BuildRecoverLog(UINT64 LineCount, CHAR16** Lines, UINT64 Opera
   EFI_STATUS Status = AllocateLogLines(LineCount + 5);
   if (EFI_ERROR(Status)) return Status;
 
+  CurrentLogRun() = {.Kind = LogRunKind::Tool, .Start = *StartTime, .End = *EndTime};
+
   LogLineCursor Cursor;
   CHAR16 Stamp[TimeStampChars + 1];
   FormatTimeStamp(*StartTime, Stamp);

@@ -65,6 +65,8 @@ EFIAPI EFI_STATUS BuildTestLog(UINT64 ModuleIndex, UINT8** TestStates, const UIN
   if (!EFI_ERROR(Module->GetModuleKey(Module, &Key))) ModuleKey.reset(Key);
   const CHAR16* ModuleKeyText = ModuleKey ? ModuleKey.get() : u"";
 
+  CurrentLogRun() = {.Kind = LogRunKind::Test, .ModuleIndex = ModuleIndex, .Start = RunTimes[0]};
+
   LogLineCursor Cursor;
   CHAR16 RunStart[TimeStampChars + 1];
   FormatTimeStamp(RunTimes[0], RunStart);

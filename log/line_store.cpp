@@ -9,11 +9,15 @@ namespace {
 
 constinit CHAR16* Lines = nullptr;
 constinit UINT64 LineCount = 0;
+constinit LogRunFacts RunFacts = {};
 
 }  // namespace
 
+LogRunFacts& CurrentLogRun() { return RunFacts; }
+
 EFI_STATUS AllocateLogLines(UINT64 Count) {
   ReleaseLogLines();
+  RunFacts = LogRunFacts{};
   if (Count == 0) return EFI_SUCCESS;
   const UINT64 Bytes = Count * LogLineChars * sizeof(CHAR16);
   PoolPtr<CHAR16> Block;

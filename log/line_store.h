@@ -15,6 +15,17 @@ UINT64 LogLineCount();
 // Line Index (LogLineChars characters), or null beyond the last line.
 CHAR16* LogLine(UINT64 Index);
 
+// What the results line needs beyond the lines: which run made the log.
+enum class LogRunKind : UINT8 { None, Test, Tool };
+struct LogRunFacts {
+  LogRunKind Kind = LogRunKind::None;
+  UINT64 ModuleIndex = 0;  // a test log: the module's index in the registry
+  EFI_TIME Start = {};
+  EFI_TIME End = {};  // a tool log: when the operation ended
+};
+// The facts of the log last allocated; reset by AllocateLogLines.
+LogRunFacts& CurrentLogRun();
+
 // Appends to one log line without ever writing past its last character:
 // text that would make the line longer than LogLineChars - 1 is cut. A
 // writer on a null line (beyond the log) writes nothing.

@@ -1,9 +1,11 @@
 // Appends the built log to \Log\Log.log on a volume: 8-bit text (the low
-// byte of each character), one line feed per line, empty lines included.
+// byte of each character), one line feed per line, empty lines included;
+// then its results line to \Log\Results.jsonl (log/results_file.h).
 #include "core/file_handle.h"
 #include "core/pool.h"
 #include "log/line_store.h"
 #include "log/log_operations.h"
+#include "log/results_file.h"
 
 namespace tarvik {
 namespace {
@@ -37,6 +39,40 @@ EFI_STATUS LogAsBytes(PoolPtr<UINT8>& Bytes, UINTN& Size) {
   return EFI_SUCCESS;
 }
 
+// Opens Name in Directory for appending: the position at its end, OldSize
+// its length before.
+SaveLogCode OpenForAppend(FileHandle& Directory, const CHAR16* Name, FileHandle& File, UINT64& OldSize) {
+  Directory->SetPosition(Directory.get(), 0);
+  if (EFI_ERROR(OpenOrCreateIn(Directory, Name, EFI_FILE_ARCHIVE, File))) return SaveLogCode::FileNotOpened;
+  PoolPtr<EFI_FILE_INFO> Info;
+  if (EFI_ERROR(Info.Allocate(FileInfoBytes))) return SaveLogCode::InfoNotRead;
+  EFI_GUID InfoGuid = EFI_FILE_INFO_ID;
+  UINTN InfoSize = FileInfoBytes;
+  if (EFI_ERROR(File->GetInfo(File.get(), &InfoGuid, &InfoSize, Info.get()))) return SaveLogCode::InfoNotRead;
+  OldSize = Info->FileSize;
+  // New text goes after what the file already holds.
+  if (EFI_ERROR(File->SetPosition(File.get(), OldSize))) return SaveLogCode::EndNotReached;
+  return SaveLogCode::Saved;
+}
+
+// One write of all Size bytes; a refused one leaves the file as it was.
+BOOLEAN AppendAll(FileHandle& File, UINT8* Bytes, UINTN Size) {
+  UINTN Written = Size;
+  return Size == 0 || (!EFI_ERROR(File->Write(File.get(), &Written, Bytes)) && Written == Size);
+}
+
+// Cuts File back to OldSize: what a save appended is taken back when the
+// other file of the save could not follow it.
+VOID TruncateTo(FileHandle& File, UINT64 OldSize) {
+  PoolPtr<EFI_FILE_INFO> Info;
+  if (EFI_ERROR(Info.Allocate(FileInfoBytes))) return;
+  EFI_GUID InfoGuid = EFI_FILE_INFO_ID;
+  UINTN InfoSize = FileInfoBytes;
+  if (EFI_ERROR(File->GetInfo(File.get(), &InfoGuid, &InfoSize, Info.get()))) return;
+  Info->FileSize = OldSize;
+  File->SetInfo(File.get(), &InfoGuid, InfoSize, Info.get());
+}
+
 }  // namespace
 
 EFIAPI UINT64 SaveLog(EFI_HANDLE DeviceHandle) {
@@ -56,30 +92,27 @@ EFIAPI UINT64 SaveLog(EFI_HANDLE DeviceHandle) {
     return Code(SaveLogCode::FileNotOpened);
   }
   Root.reset();
-  Directory->SetPosition(Directory.get(), 0);
-  FileHandle File;
-  if (EFI_ERROR(OpenOrCreateIn(Directory, u"Log.log", EFI_FILE_ARCHIVE, File))) {
-    return Code(SaveLogCode::FileNotOpened);
-  }
-  Directory.reset();
+  FileHandle Log;
+  UINT64 LogSize = 0;
+  SaveLogCode Result = OpenForAppend(Directory, u"Log.log", Log, LogSize);
+  if (Result != SaveLogCode::Saved) return Code(Result);
 
-  PoolPtr<EFI_FILE_INFO> Info;
-  if (EFI_ERROR(Info.Allocate(FileInfoBytes))) return Code(SaveLogCode::InfoNotRead);
-  EFI_GUID InfoGuid = EFI_FILE_INFO_ID;
-  UINTN InfoSize = FileInfoBytes;
-  if (EFI_ERROR(File->GetInfo(File.get(), &InfoGuid, &InfoSize, Info.get()))) return Code(SaveLogCode::InfoNotRead);
-  // New text goes after what the file already holds.
-  if (EFI_ERROR(File->SetPosition(File.get(), Info->FileSize))) return Code(SaveLogCode::EndNotReached);
-  Info.reset();
-
-  PoolPtr<UINT8> Bytes;
-  UINTN Size = 0;
-  if (EFI_ERROR(LogAsBytes(Bytes, Size))) return Code(SaveLogCode::WriteFailed);
-  UINTN Written = Size;
-  if (Size > 0 && (EFI_ERROR(File->Write(File.get(), &Written, Bytes.get())) || Written != Size)) {
+  PoolPtr<UINT8> Bytes, Results;
+  UINTN Size = 0, ResultsSize = 0;
+  if (EFI_ERROR(LogAsBytes(Bytes, Size)) || EFI_ERROR(ResultsLineBytes(Results, ResultsSize))) {
     return Code(SaveLogCode::WriteFailed);
   }
-  return Code(SaveLogCode::Saved);
+  if (!AppendAll(Log, Bytes.get(), Size)) return Code(SaveLogCode::WriteFailed);
+  if (ResultsSize == 0) return Code(SaveLogCode::Saved);
+
+  FileHandle ResultsFile;
+  UINT64 ResultsOldSize = 0;
+  Result = OpenForAppend(Directory, u"Results.jsonl", ResultsFile, ResultsOldSize);
+  if (Result == SaveLogCode::Saved && !AppendAll(ResultsFile, Results.get(), ResultsSize)) {
+    Result = SaveLogCode::WriteFailed;
+  }
+  if (Result != SaveLogCode::Saved) TruncateTo(Log, LogSize);
+  return Code(Result);
 }
 
 }  // namespace tarvik

@@ -43,7 +43,8 @@ VOID CollectMemoryModules(MemoryModules& M) {
   M.Manufacturer = AllocateZeroedArray<CHAR16*>(Populated);
   M.SerialNumber = AllocateZeroedArray<CHAR16*>(Populated);
   M.PartNumber = AllocateZeroedArray<CHAR16*>(Populated);
-  if (M.SizeMb == nullptr || M.SpeedMhz == nullptr || M.Type == nullptr || M.Manufacturer == nullptr ||
+  M.Locator = AllocateZeroedArray<CHAR16*>(Populated);
+  if (M.Locator == nullptr || M.SizeMb == nullptr || M.SpeedMhz == nullptr || M.Type == nullptr || M.Manufacturer == nullptr ||
       M.SerialNumber == nullptr || M.PartNumber == nullptr) {
     ReleaseMemoryModules(M);
     return;
@@ -59,16 +60,17 @@ VOID CollectMemoryModules(MemoryModules& M) {
     M.Manufacturer[I] = SmbiosString(*SmBios, Record, Device.Manufacturer).release();
     M.SerialNumber[I] = SmbiosString(*SmBios, Record, Device.SerialNumber).release();
     M.PartNumber[I] = SmbiosString(*SmBios, Record, Device.PartNumber).release();
+    M.Locator[I] = SmbiosString(*SmBios, Record, Device.DeviceLocator).release();
   }
 }
 
 VOID ReleaseMemoryModules(MemoryModules& M) {
-  CHAR16** const TextArrays[] = {M.Manufacturer, M.SerialNumber, M.PartNumber};
+  CHAR16** const TextArrays[] = {M.Manufacturer, M.SerialNumber, M.PartNumber, M.Locator};
   for (CHAR16** Texts : TextArrays) {
     if (Texts == nullptr) continue;
     for (UINT64 I = 0; I < M.Count; ++I) FreeIfSet(Texts[I]);
   }
-  VOID* const Arrays[] = {M.SizeMb, M.SpeedMhz, M.Type, M.Manufacturer, M.SerialNumber, M.PartNumber};
+  VOID* const Arrays[] = {M.SizeMb, M.SpeedMhz, M.Type, M.Manufacturer, M.SerialNumber, M.PartNumber, M.Locator};
   for (VOID* Array : Arrays) FreeIfSet(Array);
   M = MemoryModules{};
 }

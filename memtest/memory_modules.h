@@ -14,6 +14,7 @@ struct MemoryModules {
   CHAR16** Manufacturer;
   CHAR16** SerialNumber;
   CHAR16** PartNumber;
+  CHAR16** Locator;         // the slot's name on the board (Device Locator)
 };
 
 // Fills Modules; no SMBIOS service or no populated device leaves it empty.

@@ -2,6 +2,7 @@
 // clean-up. A new test module starts from this file.
 #include "core/pool_text.h"
 #include "memtest/advanced_integrity.h"
+#include "memtest/installed_memory.h"
 #include "memtest/memory_modules.h"
 #include "memtest/memory_rows.h"
 #include "memtest/memory_test_protocol.h"
@@ -31,7 +32,8 @@ EFI_STATUS CopyMemoryText(UINT64 Id, CHAR16** Text) {
 EFIAPI UINT64 RunTest(TestModuleProtocol* This, UINT64 Algorithm, UINT8, TEST_PROGRESS_CALLBACK Progress,
                       TEST_MESSAGE_CALLBACK Message) {
   if (Algorithm != 0) return EFI_INVALID_PARAMETER;
-  return RunAdvancedIntegrityTest(MemoryTest, This, Progress, Message);
+  return CheckInstalledMemory(MemoryTest.Modules, This, Message,
+                              RunAdvancedIntegrityTest(MemoryTest, This, Progress, Message));
 }
 
 EFIAPI EFI_STATUS GetAlgorithmName(TestModuleProtocol*, UINT64 Index, CHAR16** Name) {

@@ -29,6 +29,8 @@ constexpr KeyText KeyTexts[] = {
     {u"SIZE", 51},           {u"PART_NUMBER", 53},  {u"SERIAL_NUMBER", 54},
     {u"TESTED_SIZE", 98},    {u"WRITE_READ_ERROR", 99}, {u"CANT_ALLOCATE_MEMORY SIZE", 100},
     {u"UNKNOWN_ALGORITHM", 32}, {u"ADVANCED_INTEGRITY", 33}, {u"WROTE", 101},
+    {u"READ", 102},          {u"MEMORY_NOT_IN_USE", 103}, {u"INSTALLED", 104},
+    {u"MAPPED", 105},        {u"MODULE_SLOT", 106},
     {u"READ", 102},          {u"PROCESSORS", 108},  {u"PROCESSOR_NOT_RESPONDING", 109},
 };
 

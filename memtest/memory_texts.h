@@ -23,6 +23,9 @@ inline constexpr UINT64 SerialNumber = 54;
 inline constexpr UINT64 UnknownError = 80;
 inline constexpr UINT64 LessThan20Mb = 81;
 inline constexpr UINT64 CannotClaim = 82;
+inline constexpr UINT64 NotInUse = 83;
+inline constexpr UINT64 InstalledSize = 84;
+inline constexpr UINT64 MappedSize = 85;
 }  // namespace memory_text
 
 // A "Memory" text by number, from the table the module was given at

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/service_record.h"
+#include "resultcode/result_code_layout.h"
 
 namespace tarvik {
 
@@ -10,9 +11,9 @@ namespace tarvik {
 inline constexpr EFI_GUID ErrorCodeProtocolGuid = ERROR_CODE_PROTOCOL_GUID;
 
 // Flags per algorithm index; the code has room for this many algorithms.
-inline constexpr UINTN ResultCodeAlgorithmFlags = 15;
+inline constexpr UINTN ResultCodeAlgorithmFlags = result_code::AlgorithmFlags;
 // Characters of a code, terminator excluded.
-inline constexpr UINTN ResultCodeLength = 16;
+inline constexpr UINTN ResultCodeLength = result_code::Length;
 
 // ExecutedFlags and FailedFlags hold ResultCodeAlgorithmFlags bytes each.
 // Code receives a new pool buffer the caller frees, or null on failure.

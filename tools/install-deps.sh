@@ -21,6 +21,7 @@ packages=(
   sbsigntool      # sbsign: `make image` signs BOOTX64.EFI for Secure Boot
   openssl         # the signing key and its certificate
   llvm            # llvm-readobj: the check of the EFI image's sections
+  python3-jsonschema  # the results file checked against docs/results.schema.json
 )
 
 missing=()

@@ -2,13 +2,12 @@
 // and clock, and the titles of the two half-screen panels.
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/program_version.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {
 namespace {
-
-constexpr CHAR16 VersionNumber[] = u" 00.1207";
 
 // The last column is left in the background colour on every row.
 VOID PrintBand(const CHAR16* Text, UINTN Row, UINTN Attribute) {
@@ -27,7 +26,7 @@ VOID DrawScreenFrame(const CHAR16* Subtitle, const CHAR16* Footer) {
   PrintBand(Subtitle, 1, ui_colour::Band);
   DrawFooter(Footer);
   CHAR16 Version[64];
-  SPrint(Version, sizeof(Version), u"%s%s", UiText(ui_text::Version), VersionNumber);
+  SPrint(Version, sizeof(Version), u"%s %s", UiText(ui_text::Version), ProgramVersion);
   PrintBand(Version, ScreenRows() - 1, ui_colour::Bar);
   DrawClock(1);
 }

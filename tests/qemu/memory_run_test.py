@@ -4,13 +4,15 @@ processors): Enter on
 "Quick Memory Test" on the main screen, the run ends PASSED with its result
 code, F3 shows the log, F2 saves it on the FAT boot volume, and the file read
 back with mtools holds exactly the log's lines, with the number of
-processors that tested when there are several. QEMU's clock starts at
+processors that tested when there are several; \Log\Results.jsonl beside it
+holds the run as the results schema describes it, with the screen's code. QEMU's clock starts at
 2024-03-15 10:15:00, so the date in the result code is known; the seconds
 of the time stamps and the tested size depend on the run.
 
     memory_run_test.py --efi build/TarvikDiag.efi [--smp N] [unittest options]
 """
 
+import json
 import os
 import sys
 import unittest
@@ -88,6 +90,24 @@ class MemoryRunTest(qemu_session.ImageTestCase):
         processors = [rf"{STAMP} MESSAGE PROCESSORS: {self.smp}"] if self.smp > 1 else []
         at = EXPECTED_LOG.index("PROCESSORS")
         qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG[:at] + processors + EXPECTED_LOG[at + 1:])
+        self.assert_results_line()
+
+    def assert_results_line(self):
+        import jsonschema
+        saved = qemu_session.read_from_volume(self.image, "/Log/Results.jsonl")
+        self.assertIsNotNone(saved, "no \\Log\\Results.jsonl")
+        lines = saved.decode("utf-8").splitlines()
+        self.assertEqual(len(lines), 1, saved)
+        record = json.loads(lines[0])
+        schema_file = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "results.schema.json")
+        with open(schema_file) as f:
+            jsonschema.Draft202012Validator(json.load(f)).validate(record)
+        self.assertEqual((record["test"], record["machine"]["serial_number"]), ("Quick Memory Test", "TVK-QEMU-0001"))
+        self.assertTrue(record["started"].startswith("2024-03-15T10:1"), record["started"])
+        [device] = record["devices"]
+        self.assertEqual(device["result_code"], "UME001000-YKHXVI")
+        self.assertEqual([(a["name"], a["outcome"]) for a in device["algorithms"]],
+                         [("Advanced Integrity Test", "passed")])
 
 
 def main():

@@ -1,6 +1,6 @@
 // The memory module through its record: what it reports of the installed
 // modules, and its run on the simulated memory (the 20 MB rule, a region
-// that cannot be claimed, a stop request).
+// that cannot be claimed, a stop request, modules not in use).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -136,7 +136,7 @@ struct Heard {
 };
 
 TEST_F(MemoryModule, RunsOnExactly20MBOfFreeMemoryAndRefusesOnePageLess) {
-  start({module(4096, 24, "S1")});
+  start({module(64, 24, "S1")});
   for (const UINT64 free_pages : {5120ull, 5119ull}) {
     Heard::clear();
     hostfw::Memory& memory = (*machine)->memory();
@@ -180,6 +180,31 @@ TEST_F(MemoryModule, AStopRequestCancelsTheRunWhichStillEndsAt100) {
   EXPECT_EQ(record->RunTest(record, 0, 0, Heard::Progress, Heard::Message), tarvik::TEST_RESULT_CANCELED);
   EXPECT_EQ(Heard::progress.back(), 100u);
   EXPECT_LT(Heard::progress.size(), 25u) << "every later phase ends at its first check";
+}
+
+// 64 MiB simulated, 61 MiB of it in the map as memory: a run
+// fails once the modules exceed it by the smallest module; empty slots and
+// smaller gaps change nothing.
+TEST_F(MemoryModule, ModulesThatAddUpToMoreThanTheMapByAModuleFailTheRun) {
+  struct Case {
+    std::vector<uint32_t> modules;
+    bool fails;
+  };
+  for (const Case& c : std::vector<Case>{{{64, 0}, false}, {{32, 31}, false}, {{32, 60}, false}, {{32, 61}, true},
+                                         {{64, 64, 0}, true}}) {
+    std::vector<hostfw::MemoryModuleInfo> modules;
+    for (uint32_t mib : c.modules) modules.push_back(module(mib, 24, "S"));
+    machine.reset();  // one simulated machine at a time
+    start(modules);
+    Heard::clear();
+    const UINT64 result = record->RunTest(record, 0, 0, Heard::Progress, Heard::Message);
+    EXPECT_EQ(result, c.fails ? tarvik::TEST_RESULT_FAILED : tarvik::TEST_RESULT_PASSED) << c.modules[1];
+    if (!c.fails) continue;
+    ASSERT_EQ(Heard::lines.size(), 3u);
+    EXPECT_EQ(Heard::lines[0], "ERROR MEMORY_NOT_IN_USE INSTALLED " + std::to_string(c.modules[0] + c.modules[1]) +
+                                   " MAPPED 61");
+    EXPECT_EQ(Heard::lines[2].substr(0, 20), "MESSAGE MODULE_SLOT ");
+  }
 }
 
 }  // namespace

@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""The tarvik program as a fleet and a support desk use it: every saved run's
+line in Results.jsonl validates against docs/results.schema.json and agrees
+with Log.log; --decode reads back the codes of real runs; the command line
+says what is wrong at once."""
+import json
+import os
+import pty
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+import jsonschema
+
+TARVIK = sys.argv.pop(1)
+ROOT = Path(__file__).resolve().parents[2]
+SCHEMA = json.loads((ROOT / "docs" / "results.schema.json").read_text())
+SAVE = 'wait 900 "F3 = view log"; key F3; wait "F2 = save log"; key F2; wait "Save Log"; key Enter; wait "Log saved"; key Enter;'
+RUNS = {
+    # module: (profile, keys up to the end of the run, keys from its log to the exit)
+    "memory": ("small-test.ini", 'wait "Main Screen"; key Enter; wait 600 "F3 = view log";', "key Esc; key Esc; wait \"Main Screen\"; key Up; key Enter"),
+    "storage": (None, 'wait "Main Screen"; key Down; key Enter; wait "Select Devices"; key Enter;'
+                      'wait "Select Algorithms"; key Down 6; key Space; key Up; key Space; key Up 5; key Space;'
+                      'key Enter; wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down; key Enter'),
+    "recovery": (None, 'wait "Main Screen"; key Right; key Down; key Enter; wait "Select Devices"; key Enter;'
+                       'wait "Select Algorithms"; key Enter; wait "Do you want to proceed"; type "y";', 'key Esc; wait "Main Screen"; key Left; key Down; key Enter'),
+}
+
+
+def run(args, **kwargs):
+    return subprocess.run([TARVIK, *args], capture_output=True, text=True, timeout=600, **kwargs)
+
+
+class SavedRuns(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = tempfile.TemporaryDirectory()
+        cls.runs = {}
+        for name, (profile, keys, back) in RUNS.items():
+            folder = Path(cls.tmp.name) / name
+            folder.mkdir()
+            machine = folder / "machine.ini"
+            machine.write_text((ROOT / "machines" / profile).read_text() if profile else run(["--print-machine"]).stdout)
+            # Saved twice: the file gains a line per save and keeps the first.
+            script = keys + SAVE + 'key F2; wait "Save Log"; key Enter; wait "Log saved"; key Enter;' + back
+            done = run(["--machine", str(machine), "--virtual-clock", "--no-terminal", "--keys-text", script])
+            assert done.returncode == 0, name + ": " + done.stderr
+            log_dir = next(folder.glob("volumes/*/Log"))
+            serial = re.search(r"^serial\s*=\s*(\S+)", machine.read_text(), re.M).group(1)
+            cls.runs[name] = (log_dir, serial)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.tmp.cleanup()
+
+    def lines(self, name):
+        text = (self.runs[name][0] / "Results.jsonl").read_bytes()
+        self.assertTrue(text.endswith(b"\n") and not text.startswith(b"\xef\xbb\xbf"))
+        return [json.loads(line) for line in text.decode("utf-8").splitlines()]
+
+    def test_every_saved_run_validates_and_agrees_with_the_log(self):
+        for name in RUNS:
+            with self.subTest(name):
+                saved = self.lines(name)
+                self.assertEqual(len(saved), 2)
+                for record in saved:
+                    jsonschema.Draft202012Validator(SCHEMA).validate(record)
+                self.assertEqual(saved[0]["devices"], saved[1]["devices"])
+                log = (self.runs[name][0] / "Log.log").read_text(errors="replace")
+                codes = re.findall(r"^STOP TESTS (\S+)$", log, re.M)
+                self.assertEqual([d["result_code"] for d in saved[0]["devices"] if d["result_code"]], codes[:len(codes) // 2])
+
+    def test_findings_come_structured(self):
+        storage = self.lines("storage")[0]
+        self.assertEqual(storage["test"], "Quick Storage Device Test")
+        bad = [d for d in storage["devices"] if d["unreadable_lbas"]]
+        self.assertEqual(len(bad), 1)
+        targeted = [a for a in bad[0]["algorithms"] if a["key"] == "TARGETEDREAD"][0]
+        self.assertEqual(targeted["outcome"], "failed")
+        self.assertEqual(sorted(bad[0]["unreadable_lbas"]), list(range(204800, 204805)))
+        self.assertEqual(targeted["findings"][0]["key"], "READ_SECTOR_ERROR")
+        memory = self.lines("memory")[0]
+        self.assertEqual(memory["devices"][0]["algorithms"][0]["outcome"], "passed")
+        self.assertEqual(memory["machine"]["serial_number"], self.runs["memory"][1])
+        recovery = self.lines("recovery")[0]
+        self.assertEqual(recovery["kind"], "tool")
+        self.assertEqual(recovery["devices"][0]["algorithms"][0]["outcome"], "failed")
+        self.assertIn(3906000000, recovery["devices"][0]["unreadable_lbas"])
+
+    def test_decode_reads_the_codes_of_real_runs(self):
+        for name in ("memory", "storage"):
+            record = self.lines(name)[0]
+            serial = self.runs[name][1]
+            for device in record["devices"]:
+                decoded = json.loads(run(["--decode", device["result_code"], "--serial", serial, "--json"]).stdout)
+                self.assertEqual(decoded["module"]["name"], record["test"])
+                self.assertTrue(decoded["serial"]["fits"])
+                ran = [a["name"] for a in device["algorithms"] if a["outcome"] != "not_run"]
+                self.assertEqual([a["name"] for a in decoded["algorithms"]], ran)
+                failed = [a["name"] for a in device["algorithms"] if a["outcome"] == "failed"]
+                self.assertEqual([a["name"] for a in decoded["algorithms"] if a["failed"]], failed)
+                date = decoded["date"]
+                y, m, d = map(int, record["started"][:10].split("-"))
+                self.assertIn(y, date["years"]); self.assertIn(m, date["months"]); self.assertIn(d, date["days"])
+
+
+class CommandLine(unittest.TestCase):
+    def test_documented_decode_examples(self):
+        # docs/results.md: a storage code and a memory code.
+        out = run(["--decode", "UHD011010-PMKW9G", "--serial", "KVN7400-2418-0095"]).stdout
+        self.assertIn("Failed:     Targeted Read Test", out)
+        self.assertIn("fits the code", out)
+        out = run(["--decode", "UME001001-GMKVMI", "--serial", "TENCH-0001"]).stdout
+        self.assertIn("Failed:     Advanced Integrity Test", out)
+        self.assertIn("does NOT fit", out)
+
+    def test_malformed_codes_are_refused_with_their_reason(self):
+        for code, reason in [("UHD0110", "16 characters"), ("XHD011010-PMKW9G", "begins with U"),
+                             ("UHD011010+PMKW9G", "dash"), ("UHD01W010-PMKW9G", "algorithms"),
+                             ("UHD010011-PMKW9G", "failed but not run"), ("UHD011010-P1KW9G", "date")]:
+            with self.subTest(code):
+                done = run(["--decode", code])
+                self.assertEqual(done.returncode, 2)
+                self.assertIn(reason, done.stderr)
+
+    def test_profiles_that_cannot_be_read_say_why(self):
+        done = run(["--machine", "/nonexistent/machine.ini"])
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("cannot be read: No such file or directory", done.stderr)
+        done = run(["--machine", "/tmp"])
+        self.assertIn("/tmp: is a folder", done.stderr)
+
+    def test_a_terminal_input_with_piped_output_is_refused_at_once(self):
+        main, secondary = pty.openpty()
+        try:
+            done = run([], stdin=secondary)
+        finally:
+            os.close(main)
+            os.close(secondary)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("the output is not a terminal", done.stderr)
+        self.assertIn("--keys", done.stderr)
+        self.assertNotIn("key script had ended", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
