@@ -330,31 +330,44 @@ TEST_F(StorageModule, OnlyAFailedAlgorithmBringsUpTheAdviceBox) {
   tear_down_and_expect_nothing_left();
 }
 
-TEST_F(StorageModule, InstallationWithoutADriveSaysSoAndLeavesNothing) {
-  boot([](hostfw::Profile& p) { p.drives.clear(); });
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(machine->transcript(), "Ata Device not found!\r\n");
-  expect_nothing_left();
-}
-
-TEST_F(StorageModule, ADriveFoundButNotIdentifiedFailsTheInstallationSilently) {
-  boot();
-  identify_fails_after = 3;  // the three probes pass, the first identification fails
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(wire->count(0xEC), 4u);
-  EXPECT_EQ(machine->transcript(), "");
-  expect_nothing_left();
-}
-
-TEST_F(StorageModule, InstallationWithoutAPassThroughSaysSoAndLeavesNothing) {
-  boot();
-  hostfw::AtaController& controller = *(*machine)->ata();
-  EFI_GUID pass_thru = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
-  ASSERT_EQ(tarvik::gBS->UninstallProtocolInterface(controller.handle(), &pass_thru, controller.protocol()),
-            EFI_SUCCESS);
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(machine->transcript(), "Protocol AtaPassThrough not found!\r\n");
-  expect_nothing_left();
+// Each way the installation fails says so with its own message (or
+// silently) and leaves the machine as it found it.
+TEST_F(StorageModule, AFailedInstallationSaysWhyAndLeavesNothing) {
+  const struct {
+    const char* name;
+    std::function<void()> arrange;
+    EFI_STATUS status;
+    std::string transcript;
+  } cases[] = {
+      {"no drive", [this] { boot([](hostfw::Profile& p) { p.drives.clear(); }); }, EFI_ABORTED,
+       "Ata Device not found!\r\n"},
+      {"no pass-through",
+       [this] {
+         boot();
+         hostfw::AtaController& controller = *(*machine)->ata();
+         EFI_GUID pass_thru = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
+         ASSERT_EQ(tarvik::gBS->UninstallProtocolInterface(controller.handle(), &pass_thru, controller.protocol()),
+                   EFI_SUCCESS);
+       },
+       EFI_ABORTED, "Protocol AtaPassThrough not found!\r\n"},
+      {"installation refused",
+       [this] {
+         boot();
+         (*machine)->faults().fail_install_of_guid = true;
+         (*machine)->faults().install_guid_to_fail = tarvik::StorageTestProtocolGuid;
+       },
+       EFI_OUT_OF_RESOURCES, "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n"},
+      // The three probes pass, the first identification fails.
+      {"not identified", [this] { boot(); identify_fails_after = 3; }, EFI_ABORTED, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    c.arrange();
+    EXPECT_EQ(install(), c.status);
+    EXPECT_EQ(machine->transcript(), c.transcript);
+    expect_nothing_left();
+  }
+  EXPECT_EQ(wire->count(0xEC), 4u) << "the last case: three probes and one identification";
 }
 
 TEST_F(StorageModule, AFullRegistryRefusesTheModuleWithItsMessage) {
@@ -370,15 +383,6 @@ TEST_F(StorageModule, AFullRegistryRefusesTheModuleWithItsMessage) {
   EXPECT_EQ(testing_support::located_test_collection()->GetTestCount(), tarvik::TestCollectionCapacity);
   EXPECT_EQ((*machine)->memory().outstanding_pools(), pools);
   EXPECT_EQ((*machine)->memory().outstanding_pages(), pages_before);
-}
-
-TEST_F(StorageModule, ARefusedInstallationTakesTheModuleBackOutOfTheRegistry) {
-  boot();
-  (*machine)->faults().fail_install_of_guid = true;
-  (*machine)->faults().install_guid_to_fail = tarvik::StorageTestProtocolGuid;
-  EXPECT_EQ(install(), EFI_OUT_OF_RESOURCES);
-  EXPECT_EQ(machine->transcript(), "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n");
-  expect_nothing_left();
 }
 
 TEST_F(StorageModule, WhicheverAllocationFailsNothingIsLeftBehind) {
