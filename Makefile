@@ -1,9 +1,10 @@
 # Tarvik: build, run and test from the repository root.
 #
-#   make run     build, then run the host program on the default machine
-#   make test    every test: build/ (host, EFI and QEMU tests), then build-asan/
-#                (host products under AddressSanitizer and UBSan), then
-#                build-tsan/ (the multiprocessor tests under ThreadSanitizer)
+#   make run     build build/tarvik only, then run it on the default machine
+#   make test    every test: build/ (host and EFI tests, then the QEMU tests
+#                QEMU_JOBS at a time), then build-asan/ (the host tests
+#                under AddressSanitizer and UBSan), then build-tsan/ (the
+#                multiprocessor tests under ThreadSanitizer); docs/testing.md
 #   make build   build build/tarvik and build/TarvikDiag.efi
 #   make qemu    boot TarvikDiag.efi on OVMF under QEMU, serial console here
 #   make image   the USB disk image build/tarvik-usb.img, BOOTX64.EFI signed
@@ -24,7 +25,9 @@ TSAN_BUILD := build-tsan
 FUZZ_BUILD := build-fuzz
 FUZZ_SECONDS ?= 60
 JOBS := -j2
-CTEST := ctest --output-on-failure $(JOBS)
+# The QEMU tests mostly wait on their emulated machines: several at once.
+QEMU_JOBS ?= 4
+CTEST := ctest --output-on-failure
 
 IMAGE := $(BUILD)/tarvik-usb.img
 QEMU_IMAGE := $(BUILD)/tarvik-qemu.img
@@ -41,10 +44,12 @@ deps:
 
 build: deps
 	cmake -S . -B $(BUILD)
-	cmake --build $(BUILD) $(JOBS)
+	cmake --build $(BUILD) $(JOBS) --target tarvik TarvikDiag
 
 # The default machine keeps its volume directories in the working directory.
-run: build
+run: deps
+	cmake -S . -B $(BUILD)
+	cmake --build $(BUILD) $(JOBS) --target tarvik
 	cd $(BUILD) && ./tarvik
 
 test: deps
@@ -52,15 +57,18 @@ test: deps
 	$(MAKE) --no-print-directory test-asan
 	$(MAKE) --no-print-directory test-tsan
 
+# Everything is built (benchmarks too, so they keep compiling); the tests
+# without QEMU run first, then the QEMU tests in a run of their own.
 test-main:
 	cmake -S . -B $(BUILD) -DTARVIK_EFI=ON -DTARVIK_QEMU_TESTS=ON -DTARVIK_SANITIZE=OFF
 	cmake --build $(BUILD) $(JOBS)
-	$(CTEST) --test-dir $(BUILD)
+	$(CTEST) --test-dir $(BUILD) $(JOBS) -LE qemu
+	$(CTEST) --test-dir $(BUILD) -j$(QEMU_JOBS) -L qemu
 
 test-asan:
-	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF
-	cmake --build $(ASAN_BUILD) $(JOBS)
-	$(CTEST) --test-dir $(ASAN_BUILD)
+	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF -DTARVIK_QEMU_TESTS=OFF
+	cmake --build $(ASAN_BUILD) $(JOBS) --target host_tests
+	$(CTEST) --test-dir $(ASAN_BUILD) $(JOBS)
 
 # Only the multiprocessor tests (label mp): the memory test on the host
 # firmware's AP threads, the march on threads, the MP services.
@@ -69,7 +77,9 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) $(JOBS) --target mp_tests
 	TSAN_OPTIONS=halt_on_error=1 $(CTEST) --test-dir $(TSAN_BUILD) -L mp
 
-bench: build
+bench: deps
+	cmake -S . -B $(BUILD)
+	cmake --build $(BUILD) $(JOBS) --target memtest_benchmark recovery_benchmark nvme_scan_benchmark
 	$(BUILD)/memtest_benchmark 256
 	$(BUILD)/recovery_benchmark 100
 	$(BUILD)/nvme_scan_benchmark 64

@@ -211,15 +211,53 @@ TEST(AtaProfile, MediaFaultsAtTheirLbas) {
   EXPECT_EQ(bench.now_seconds() - before, 10u) << "the packet's ten-second timeout passed";
 }
 
+// Falling silent, from the profile or from a moment the test picks: the
+// commands still answered, then timeouts in machine time (Timeout 0 waits
+// until the controller gives up).
 TEST(AtaProfile, ADriveThatStopsAnsweringTimesOutEveryLaterCommand) {
-  Bench bench(machine_with("", {kDisk + "stop_answering_after = 2\n"}));
-  EXPECT_EQ(outcome(bench.identify(0)), "ok");
-  EXPECT_EQ(outcome(bench.verify(0, 0, 1)), "ok");
-  const uint64_t before = bench.now_seconds();
-  EXPECT_EQ(outcome(bench.send(0, Bench::block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512, 0, kDirect, 0)),
-            "timeout");
-  EXPECT_EQ(bench.now_seconds() - before, 30u) << "Timeout 0 waits for ever, until the controller gives up";
-  EXPECT_EQ(bench.counts(0).total, 3u);
+  {
+    Bench bench(machine_with("", {kDisk + "stop_answering_after = 2\n"}));
+    EXPECT_EQ(outcome(bench.identify(0)), "ok");
+    EXPECT_EQ(outcome(bench.verify(0, 0, 1)), "ok");
+    const uint64_t start = bench.now_seconds();
+    EXPECT_EQ(outcome(bench.send(0, Bench::block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512, 0, kDirect, 0)),
+              "timeout");
+    EXPECT_EQ(bench.now_seconds() - start, 30u);
+    EXPECT_EQ(bench.counts(0).total, 3u);
+  }
+  Bench later(machine_with("", {kDisk}));
+  EXPECT_EQ(outcome(later.verify(0, 0, 1)), "ok");
+  later.machine_->ata()->stop_answering_after(0, 2);
+  EXPECT_EQ(outcome(later.verify(0, 1, 1)), "ok");
+  EXPECT_EQ(outcome(later.identify(0)), "ok");
+  const uint64_t before = later.now_seconds();
+  EXPECT_EQ(outcome(later.verify(0, 2, 1)), "timeout");
+  EXPECT_EQ(later.now_seconds() - before, 10u) << "the packet's timeout";
+  EXPECT_EQ(outcome(later.identify(0)), "timeout");
+  EXPECT_THROW(later.machine_->ata()->stop_answering_after(5, 1), std::out_of_range);
+}
+
+// Drives that misbehave on purpose: IDENTIFY data of one byte throughout,
+// log directories claiming more pages than the logs hold.
+TEST(AtaProfile, IdentifyFillAndOverclaimingDirectories) {
+  Bench bench(machine_with("", {kDisk + "identify_fill = 0xFF\nlog_pages = 2\nlog_directory_pages = 255\n"}));
+  const Reply r = bench.identify(0);
+  ASSERT_EQ(r.status, EFI_SUCCESS);
+  EXPECT_EQ(r.data, std::vector<uint8_t>(512, 0xFF));
+  EXPECT_EQ(outcome(bench.verify(0, 1000, 8)), "ok");
+  EXPECT_EQ(bench.smart(0, 0xD0).status, EFI_SUCCESS);
+  const Reply smart_directory = bench.smart(0, 0xD5, 0x00, 1);
+  const Reply gp_directory = bench.read_log_ext(0, 0x00, 0, 1);
+  for (int address : {0x01, 0x02, 0x03, 0x06, 0x07, 0x80, 0xFF}) {
+    EXPECT_EQ(smart_directory.word(address), 255) << address;
+    EXPECT_EQ(gp_directory.word(address), 255) << address;
+  }
+  EXPECT_EQ(outcome(bench.read_log_ext(0, 0x07, 0, 2)), "ok") << "the pages the log has";
+  EXPECT_EQ(outcome(bench.read_log_ext(0, 0x07, 0, 255)), "ABRT");
+  EXPECT_EQ(outcome(bench.smart(0, 0xD5, 0x06, 255)), "ABRT");
+  for (const char* keys : {"identify_fill = 256\n", "log_directory_pages = 0\n", "log_directory_pages = 65536\n"})
+    EXPECT_THROW(hostfw::parse_profile(machine_with("", {kDisk + keys}), "bench.ini", "/tmp"), hostfw::ProfileError)
+        << keys;
 }
 
 TEST(AtaProfile, CountsSayWhatWasSentAndWhatWasWritten) {

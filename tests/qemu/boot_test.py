@@ -1,8 +1,12 @@
 #!/usr/bin/env python3
-"""Boots TarvikDiag.efi from a USB disk image under QEMU + OVMF and uses it as
-a technician would on real firmware: the main screen comes up at 100x31,
-System Information shows the SMBIOS strings QEMU was given, and "Exit
-Application" tears down and cold-resets the machine, which ends QEMU
+"""Boots TarvikDiag.efi from a USB disk image under QEMU + OVMF, on a machine
+with QEMU's standard VGA card as well as the serial port (as on a PC with a
+display and a serial console: OVMF joins the graphics console and the serial
+terminal in one console, which offers 100x31 while the terminal behind it may
+still be in another mode), and uses it as a technician would on real
+firmware: the main screen comes up whole at 100x31 and stays so while the
+clock ticks, System Information shows the SMBIOS strings QEMU was given, and
+"Exit Application" tears down and cold-resets the machine, which ends QEMU
 (-no-reboot) with status 0.
 
     boot_test.py --efi build/TarvikDiag.efi [unittest options]
@@ -10,6 +14,7 @@ Application" tears down and cold-resets the machine, which ends QEMU
 
 import os
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -26,7 +31,7 @@ class BootTest(qemu_session.ImageTestCase):
 
     def test_main_screen_system_information_and_exit(self):
         smbios = qemu_session.smbios_values()
-        with QemuSession(self.image, screen_size=(100, 31)) as q:
+        with QemuSession(self.image, vga=True, screen_size=(100, 31)) as q:
             q.wait_for("Use Arrow keys to change between options")
             boot = q.elapsed()
             # The main screen is drawn twice; the Tools panel comes last. QEMU's
@@ -34,19 +39,27 @@ class BootTest(qemu_session.ImageTestCase):
             # drive and the bad-sector tool is offered.
             q.wait_for("Recover Bad Sectors Tool", SCREEN_TIMEOUT)
             q.wait_for("Recover Bad Sectors Tool", SCREEN_TIMEOUT)
-            screen = q.screen
-            screen_checks.assert_main_screen_whole(self, screen)
-            self.assertIn(" Quick Memory Test ", screen.line(5))
-            self.assertIn(" System Information ", screen.line(5))
-            self.assertIn(" Recover Bad Sectors Tool ", screen.line(6))
+            first = q.screen
+            screen_checks.assert_main_screen_whole(self, first)
+            self.assertIn(" Quick Memory Test ", first.line(5))
+            self.assertIn(" System Information ", first.line(5))
+            self.assertIn(" Recover Bad Sectors Tool ", first.line(6))
             # The boot disk sits on the AHCI controller: the storage test finds it.
-            self.assertIn(" Quick Storage Device Test ", screen.line(6))
-            self.assertIn(" Exit Application ", screen.line(7))
+            self.assertIn(" Quick Storage Device Test ", first.line(6))
+            self.assertIn(" Exit Application ", first.line(7))
             # The selected entry across the panel's width, and only that one.
-            self.assertEqual(screen.attribute(5, 5), screen_checks.WHITE_ON_BLUE)
-            self.assertEqual(screen.attribute(5, 44), screen_checks.WHITE_ON_BLUE)
-            self.assertEqual(screen.attribute(6, 5), screen_checks.BLACK_ON_CYAN)
-            self.assertEqual(screen.attribute(5, 55), screen_checks.BLACK_ON_CYAN)
+            self.assertEqual(first.attribute(5, 5), screen_checks.WHITE_ON_BLUE)
+            self.assertEqual(first.attribute(5, 44), screen_checks.WHITE_ON_BLUE)
+            self.assertEqual(first.attribute(6, 5), screen_checks.BLACK_ON_CYAN)
+            self.assertEqual(first.attribute(5, 55), screen_checks.BLACK_ON_CYAN)
+
+            # A few clock ticks later only the clock has changed.
+            time.sleep(3)
+            later = q.screen
+            screen_checks.assert_main_screen_whole(self, later)
+            self.assertNotEqual(screen_checks.clock(later), screen_checks.clock(first))
+            self.assertEqual(screen_checks.differences(first, later, skip=screen_checks.clock_cells(first)), [],
+                             later.text())
 
             q.send_key("right", "enter")
             q.wait_for("Processor Version:", SCREEN_TIMEOUT)

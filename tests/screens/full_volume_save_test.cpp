@@ -13,6 +13,7 @@
 
 namespace {
 
+using testing_support::file_text;
 using testing_support::ApplicationSetup;
 using testing_support::FakeAlgorithm;
 using testing_support::FakeDevice;
@@ -20,13 +21,6 @@ using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 namespace fs = std::filesystem;
-
-std::string file_text(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // Earlier runs, one line each, up to 40 bytes short of a mebibyte: less than
 // any log takes.

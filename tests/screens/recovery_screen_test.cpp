@@ -18,6 +18,10 @@
 
 namespace {
 
+using testing_support::trimmed;
+using testing_support::file_text;
+using testing_support::result_line;
+using testing_support::left_line;
 using testing_support::ApplicationSetup;
 using testing_support::FakeBadSectorsTool;
 using testing_support::run_to_reset;
@@ -28,21 +32,6 @@ constexpr char kOpenTool[] = "wait \"Main Screen\"; key Right; key Down; key Ent
 constexpr char kLeave[] = "wait \"Main Screen\"; key Left; key Up; key Enter";
 constexpr UINT8 kWarning = 1, kQuestion = 4;
 
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
-// The right panel's line on a row, from its text column (55 at 100 columns).
-std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
-std::string left_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(5, row, 43)); }
-
-std::string file_text(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 ApplicationSetup with_tool(FakeBadSectorsTool& tool) {
   ApplicationSetup setup;

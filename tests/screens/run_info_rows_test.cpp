@@ -11,17 +11,13 @@
 
 namespace {
 
+using testing_support::trimmed;
 using testing_support::ApplicationSetup;
 using testing_support::FakeAlgorithm;
 using testing_support::FakeDevice;
 using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
-
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 // At 100 columns the panel's text runs from column 5 to the box's right edge
 // at column 48; values start at column 25.

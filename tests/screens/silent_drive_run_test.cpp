@@ -14,21 +14,11 @@
 
 namespace {
 
+using testing_support::trimmed;
+using testing_support::file_text;
 using testing_support::ApplicationSetup;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
-
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
-std::string file_text(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 size_t occurrences(const std::string& text, const std::string& part) {
   size_t n = 0;

@@ -14,14 +14,10 @@
 
 namespace {
 
+using testing_support::trimmed;
 using testing_support::ApplicationSetup;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
-
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 std::vector<std::string> file_lines(const std::filesystem::path& path) {
   std::ifstream in(path);

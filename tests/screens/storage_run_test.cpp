@@ -15,24 +15,13 @@
 
 namespace {
 
+using testing_support::trimmed;
+using testing_support::file_text;
+using testing_support::result_line;
 using testing_support::ApplicationSetup;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
-// The right panel's line on a row, from its text column.
-std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
-
-std::string file_text(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 constexpr char kStartStorageTest[] =
     "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"

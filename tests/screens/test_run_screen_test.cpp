@@ -14,6 +14,9 @@
 
 namespace {
 
+using testing_support::trimmed;
+using testing_support::file_text;
+using testing_support::result_line;
 using testing_support::ApplicationSetup;
 using testing_support::FakeAlgorithm;
 using testing_support::FakeDevice;
@@ -25,13 +28,6 @@ constexpr char kChooseAll[] = "wait \"Main Screen\"; key Enter; wait \"Select De
                               "wait \"Select Algorithms\"; key Enter;";
 constexpr char kLeave[] = "wait \"Main Screen\"; key Up; key Enter";
 
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
-// The right panel's line on a row, from its text column (55 at 100 columns).
-std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
 
 FakeTestModule& two_disks_three_algorithms(FakeTestModule& m) {
   m.test_name = u"Quick Disk Test";
@@ -207,13 +203,6 @@ std::function<void(hostfw::Profile&)> small_machine(const std::function<void(hos
     for (auto& m : p.memory_modules) m.size_mib = m.size_mib == 0 ? 0 : 16;  // modules that add up to the memory
     if (more) more(p);
   };
-}
-
-std::string file_text(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
 }
 
 TEST(MemoryRun, ThePassedRunsLogReadsAsTheTechnicianExpectsAndIsSavedToTheChosenVolume) {

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
+#include <sstream>
 
 #include "core/diag_common.h"
 #include "hostfw/utf8.h"
@@ -66,5 +68,20 @@ TestMachine::~TestMachine() {
 std::string TestMachine::transcript() const { return machine_->console().transcript(); }
 
 std::string utf8(const CHAR16* text) { return hostfw::utf8_from_utf16(text); }
+
+std::string trimmed(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+std::string file_text(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::string result_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(55, row, 42)); }
+std::string left_line(const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(5, row, 43)); }
 
 }  // namespace testing_support

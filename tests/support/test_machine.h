@@ -38,4 +38,13 @@ class TestMachine {
 // UTF-8 of a NUL-terminated wide string.
 std::string utf8(const CHAR16* text);
 
+// Text without its trailing spaces.
+std::string trimmed(std::string text);
+// A whole file's bytes; empty when it cannot be read.
+std::string file_text(const std::filesystem::path& path);
+// The run and recovery screens' panels at 100 columns: the right panel's
+// line on a row from its text column (55), the left panel's from column 5.
+std::string result_line(const hostfw::ScreenGrid& grid, int row);
+std::string left_line(const hostfw::ScreenGrid& grid, int row);
+
 }  // namespace testing_support

@@ -237,7 +237,7 @@ TEST_F(AtaCommands, TheFinishedCommandsRegistersAndDataReachTheCaller) {
   reply.status_block.AtaSectorNumber = 0x11;
   reply.status_block.AtaCylinderLow = 0x22;
   reply.status_block.AtaCylinderHigh = 0x33;
-  reply.status_block.AtaDeviceHead = 0xE5;
+  reply.status_block.AtaDeviceHead = 0xED;  // LBA bits 24-27 of the 28-bit form: 0xD
   reply.status_block.AtaSectorNumberExp = 0x44;
   reply.status_block.AtaCylinderLowExp = 0x55;
   reply.status_block.AtaCylinderHighExp = 0x66;
@@ -247,7 +247,7 @@ TEST_F(AtaCommands, TheFinishedCommandsRegistersAndDataReachTheCaller) {
   EXPECT_EQ(device.StatusBlock->AtaError, 0x40);
   EXPECT_EQ(FailingLba(&device), 0x665544332211ull);
   info.Lba48 = 0;
-  EXPECT_EQ(FailingLba(&device), 0x05332211ull);
+  EXPECT_EQ(FailingLba(&device), 0x0D332211ull);
 
   AtaReply data;
   data.data.assign(512, 0);

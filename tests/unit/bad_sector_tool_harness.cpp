@@ -15,8 +15,6 @@ namespace testing_support {
 namespace {
 
 ToolScreen* current_screen = nullptr;
-CommandWatch* current_watch = nullptr;
-EFI_ATA_PASS_THRU_PASSTHRU watched_pass_thru = nullptr;
 
 EFIAPI EFI_STATUS screen_progress(VOID*, UINT64 percent, UINT64) {
   current_screen->progress.push_back(percent);
@@ -36,60 +34,7 @@ EFIAPI EFI_STATUS screen_message(VOID*, const CHAR16* text, UINT8 kind, UINT64) 
   return answer;
 }
 
-bool extended(uint8_t code) { return code == 0x42 || code == 0x34 || code == 0x45 || code == 0x2F; }
-
-EFIAPI EFI_STATUS watching_pass_thru(EFI_ATA_PASS_THRU_PROTOCOL* self, UINT16 port, UINT16 multiplier_port,
-                                     EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
-  if (packet != nullptr && packet->Acb != nullptr) {
-    const EFI_ATA_COMMAND_BLOCK& c = *packet->Acb;
-    AtaCommand command;
-    command.code = c.AtaCommand;
-    command.features = c.AtaFeatures;
-    command.lba = c.AtaSectorNumber | c.AtaCylinderLow << 8 | c.AtaCylinderHigh << 16;
-    command.count = c.AtaSectorCount;
-    if (extended(c.AtaCommand)) {
-      command.lba |= uint64_t{c.AtaSectorNumberExp} << 24 | uint64_t{c.AtaCylinderLowExp} << 32 |
-                     uint64_t{c.AtaCylinderHighExp} << 40;
-      command.count |= c.AtaSectorCountExp << 8;
-    } else {
-      command.lba |= uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
-    }
-    if (packet->OutDataBuffer != nullptr) {
-      const auto* bytes = static_cast<const uint8_t*>(packet->OutDataBuffer);
-      command.data.assign(bytes, bytes + packet->OutTransferLength);
-    }
-    current_watch->commands.push_back(std::move(command));
-  }
-  return watched_pass_thru(self, port, multiplier_port, packet, event);
-}
-
 }  // namespace
-
-CommandWatch::CommandWatch(EFI_ATA_PASS_THRU_PROTOCOL* controller)
-    : controller_(controller), original_(controller->PassThru) {
-  current_watch = this;
-  watched_pass_thru = original_;
-  controller_->PassThru = watching_pass_thru;
-}
-
-CommandWatch::~CommandWatch() {
-  controller_->PassThru = original_;
-  current_watch = nullptr;
-}
-
-std::vector<AtaCommand> CommandWatch::of(uint8_t code) const {
-  std::vector<AtaCommand> found;
-  for (const AtaCommand& c : commands)
-    if (c.code == code) found.push_back(c);
-  return found;
-}
-
-std::vector<AtaCommand> CommandWatch::writes() const {
-  std::vector<AtaCommand> found;
-  for (const AtaCommand& c : commands)
-    if (c.code == 0x30 || c.code == 0x34 || c.code == 0x45) found.push_back(c);
-  return found;
-}
 
 bool ToolBench::start(bool publish) {
   pools_before_ = machine_->memory().outstanding_pools();

@@ -11,6 +11,7 @@
 
 #include "badsector/bad_sectors_tool_protocol.h"
 #include "storage/storage_device.h"
+#include "tests/support/ata_interposer.h"
 #include "tests/support/test_machine.h"
 
 namespace testing_support {
@@ -25,29 +26,8 @@ struct ToolScreen {
   std::function<void(UINT64 percent)> on_progress;  // e.g. the user's ESC
 };
 
-// One command as the drive received it.
-struct AtaCommand {
-  uint8_t code = 0;
-  uint8_t features = 0;
-  uint64_t lba = 0;
-  uint32_t count = 0;          // sectors, 0 standing for 256 or 65536
-  std::vector<uint8_t> data;   // what a write carried
-};
-
-// Records every PassThru call of one controller while it lives.
-class CommandWatch {
- public:
-  explicit CommandWatch(EFI_ATA_PASS_THRU_PROTOCOL* controller);
-  ~CommandWatch();
-  std::vector<AtaCommand> commands;
-  std::vector<AtaCommand> of(uint8_t code) const;
-  // The commands that change what a drive holds.
-  std::vector<AtaCommand> writes() const;
-
- private:
-  EFI_ATA_PASS_THRU_PROTOCOL* controller_;
-  EFI_ATA_PASS_THRU_PASSTHRU original_;
-};
+// Every command a controller receives, recorded while it lives.
+using CommandWatch = AtaInterposer;
 
 // The core services, the drives discovered on the machine and the tool
 // published over the rotating ones; on destruction everything is taken

@@ -43,12 +43,7 @@ class BadSectorsTool : public ::testing::Test {
   }
   bool sector_is_bad(uint64_t lba, uint16_t port = 1) { return (*machine)->ata()->sector_is_bad(port, lba); }
   // The sectors each READ VERIFY started at.
-  std::vector<uint64_t> verified_from() {
-    std::vector<uint64_t> starts;
-    for (const AtaCommand& c : watch->commands)
-      if (c.code == 0x40 || c.code == 0x42) starts.push_back(c.lba);
-    return starts;
-  }
+  std::vector<uint64_t> verified_from() { return watch->read_lbas(); }
 
   std::unique_ptr<TestMachine> machine;
   std::unique_ptr<ToolBench> bench;
@@ -198,6 +193,21 @@ TEST_F(BadSectorsTool, CancellingStopsTheScanAtOnceAndNothingIsRepaired) {
   EXPECT_EQ(screen.progress.back(), 50u);
   EXPECT_LE(verified_from().back(), 2048u);
   EXPECT_TRUE(watch->writes().empty());
+}
+
+// A cancel while the repair writes: the sector in hand is finished, no
+// other is touched.
+TEST_F(BadSectorsTool, CancellingDuringTheRepairWritesNoFurtherSector) {
+  start({storage_bench::drive(1, 4096, {{1000, 1000}, {2000, 2000}})});
+  watch->answer = [&](EFI_ATA_PASS_THRU_COMMAND_PACKET&, UINT16, const testing_support::AtaInterposer::Forward& drive) {
+    if (!watch->writes().empty()) bench->tool->CancelTool(nullptr);
+    return drive();
+  };
+  ToolScreen screen;
+  EXPECT_EQ(bench->run(kRecover, screen), 1003u);
+  ASSERT_EQ(watch->writes().size(), 1u);
+  EXPECT_EQ(watch->writes()[0].lba, 2000u);
+  EXPECT_TRUE(sector_is_bad(1000));
 }
 
 TEST_F(BadSectorsTool, OnlyRotatingDrivesAreOfferedWithTheirRowsNamesAndTheSectorsBeingVerified) {

@@ -23,6 +23,7 @@
 namespace {
 
 using storage_bench::Bench;
+using testing_support::AtaInterposer;
 using testing_support::TestMachine;
 using testing_support::ToolBench;
 using testing_support::ToolScreen;
@@ -117,15 +118,15 @@ TEST(SurfaceTests, ASectorThatNeverAnswersEndsTheTestAfterOneTimeout) {
   };
   for (const Case& c : cases) {
     Bench bench({logged_drive({c.hang})});
-    storage_bench::InterposedPassThru wire(bench.device(0));
+    AtaInterposer wire(bench.device(0));
     const uint64_t start = bench.now_ms();
     EXPECT_EQ(algorithm(c.algorithm).run(bench), tarvik::TEST_RESULT_FAILED) << c.algorithm;
     EXPECT_EQ(bench.lines, (Lines{"ERROR COMMUNICATION_FAILURE"})) << c.algorithm;
     EXPECT_EQ(bench.progress.back(), 100u) << c.algorithm;
-    ASSERT_FALSE(wire.read_lbas.empty());
-    const uint64_t last = wire.read_lbas.back();
+    ASSERT_FALSE(wire.read_lbas().empty());
+    const uint64_t last = wire.read_lbas().back();
     EXPECT_TRUE(last >= c.hang.first && last <= c.hang.last) << c.algorithm << ": the run ends at the hanging read";
-    EXPECT_GT(wire.read_lbas.size(), 1u) << c.algorithm << ": in the middle, not at the first read";
+    EXPECT_GT(wire.read_lbas().size(), 1u) << c.algorithm << ": in the middle, not at the first read";
     const uint64_t elapsed = bench.now_ms() - start;
     EXPECT_GE(elapsed, kReadTimeoutMs) << c.algorithm;
     EXPECT_LT(elapsed, kReadTimeoutMs + 5000) << c.algorithm << ": one timeout, no second";
@@ -141,13 +142,13 @@ TEST(TargetedReadTest, DirectoriesClaiming255PagesOfEveryLogAreReadAsNoPages) {
   hostfw::DriveInfo d = logged_drive();
   d.log_directory_pages = 255;
   Bench bench({d});
-  storage_bench::InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(tarvik::GetLogPageCount(bench.device(0), tarvik::DriveLog::ExtSelfTest), 255);
-  wire.blocks.clear();
+  wire.commands.clear();
   EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(bench.lines, (Lines{"WARNING CANT_PERFORM_TEST"}));
-  EXPECT_EQ(wire.blocks.size(), 10u) << "the two directories for each of the five logs, and no log page";
-  EXPECT_TRUE(wire.read_lbas.empty());
+  EXPECT_EQ(wire.commands.size(), 10u) << "the two directories for each of the five logs, and no log page";
+  EXPECT_TRUE(wire.read_lbas().empty());
 }
 
 TEST(TargetedReadTest, DirectoriesClaimingMorePagesThanTheLogsHoldGetBuffersOfThatSizeAndARefusal) {
@@ -209,9 +210,11 @@ TEST(GarbageIdentify, GarbageOnIdentifyingAgainKeepsWhatTheDriveSaidWhenItAnswer
   const tarvik::StorageDeviceInfo before = *bench.device(0).Info;
   {
     // From now on its IDENTIFY data arrives as all 0xFF.
-    storage_bench::InterposedPassThru wire(bench.device(0));
-    wire.on_answer = [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, EFI_STATUS status) {
+    AtaInterposer wire(bench.device(0));
+    wire.answer = [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, UINT16, const AtaInterposer::Forward& drive) {
+      const EFI_STATUS status = drive();
       if (status == EFI_SUCCESS && packet.Acb->AtaCommand == 0xEC) std::memset(packet.InDataBuffer, 0xFF, 512);
+      return status;
     };
     EXPECT_EQ(tarvik::IdentifyDevice(&bench.device(0)), EFI_DEVICE_ERROR);
   }

@@ -14,82 +14,74 @@
 namespace {
 
 using storage_bench::Bench;
-using storage_bench::InterposedPassThru;
+using testing_support::AtaInterposer;
 using Lines = std::vector<std::string>;
 
 UINT64 random_seek(Bench& bench) { return tarvik::RandomSeekTest(bench.run, bench.device(0), bench.common()); }
 UINT64 funnel_seek(Bench& bench) { return tarvik::FunnelSeekTest(bench.run, bench.device(0), bench.common()); }
 
-TEST(RandomSeekTest, FiveThousandReadsStayOnASmallDrive) {
-  Bench bench({storage_bench::drive(0, 1000)});
-  InterposedPassThru wire(bench.device(0));
-  EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_PASSED);
-  ASSERT_EQ(wire.read_lbas.size(), 5000u);
-  EXPECT_LT(*std::max_element(wire.read_lbas.begin(), wire.read_lbas.end()), 1000u);
-  EXPECT_GT(*std::max_element(wire.read_lbas.begin(), wire.read_lbas.end()), 990u);
-  EXPECT_EQ(std::count(wire.read_lbas.begin(), wire.read_lbas.end(), 0u) > 0, true);
-  ASSERT_EQ(bench.progress.size(), 5002u);
-  EXPECT_EQ(bench.progress[bench.progress.size() - 2], 99u);
-  EXPECT_EQ(bench.progress.back(), 100u);
-  EXPECT_TRUE(bench.lines.empty());
-}
-
-TEST(RandomSeekTest, DrivesOf2To31SectorsOrMoreAreCoveredEndToEnd) {
-  for (uint64_t sectors : {1ull << 31, (1ull << 32) + 5, 3ull << 40}) {
+// From a drive smaller than the progress steps to ones past 2^31 and 2^32
+// sectors: 5000 reads, all on the drive, the far end reached, half of them
+// in the upper half.
+TEST(RandomSeekTest, FiveThousandReadsCoverDrivesOfEverySize) {
+  for (uint64_t sectors : {1000ull, 1ull << 31, (1ull << 32) + 5, 3ull << 40}) {
     Bench bench({storage_bench::drive(0, sectors)});
-    InterposedPassThru wire(bench.device(0));
+    AtaInterposer wire(bench.device(0));
     EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_PASSED) << sectors;
-    ASSERT_EQ(wire.read_lbas.size(), 5000u);
-    const uint64_t highest = *std::max_element(wire.read_lbas.begin(), wire.read_lbas.end());
+    const auto lbas = wire.read_lbas();
+    ASSERT_EQ(lbas.size(), 5000u);
+    const uint64_t highest = *std::max_element(lbas.begin(), lbas.end());
     EXPECT_LT(highest, sectors);
     EXPECT_GT(highest, sectors / 100 * 99) << "the far end is reached";
-    // Half the reads fall into the upper half, as over the whole drive.
-    const auto upper =
-        std::count_if(wire.read_lbas.begin(), wire.read_lbas.end(), [&](uint64_t l) { return l >= sectors / 2; });
+    const auto upper = std::count_if(lbas.begin(), lbas.end(), [&](uint64_t l) { return l >= sectors / 2; });
     EXPECT_NEAR(static_cast<double>(upper), 2500.0, 250.0) << sectors;
+    ASSERT_EQ(bench.progress.size(), 5002u);
+    EXPECT_EQ(bench.progress[bench.progress.size() - 2], 99u);
+    EXPECT_EQ(bench.progress.back(), 100u);
+    EXPECT_TRUE(bench.lines.empty());
   }
 }
 
 TEST(RandomSeekTest, TheFirstUnreadableSectorEndsTheTest) {
   Bench bench({storage_bench::drive(0, 4096, {{0, 4095}})});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_FAILED);
-  ASSERT_EQ(wire.read_lbas.size(), 1u);
-  EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(wire.read_lbas[0])}));
+  ASSERT_EQ(wire.read_lbas().size(), 1u);
+  EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(wire.read_lbas()[0])}));
   EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
 }
 
 TEST(RandomSeekTest, AStopRequestEndsTheTestCanceled) {
   Bench bench({storage_bench::drive(0, 100000)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   bench.on_progress = [&](uint64_t percent) {
     if (percent == 50) bench.run.Running = 0;
   };
   EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_EQ(wire.read_lbas.size(), 2501u);
+  EXPECT_EQ(wire.read_lbas().size(), 2501u);
   EXPECT_EQ(bench.progress.back(), 100u);
 }
 
 TEST(SeekTests, ADriveReportingNoCapacityCannotBeSurfaceTested) {
   Bench bench({storage_bench::drive(0, 100000)});
   bench.device(0).Info->TotalSectors = 0;  // a drive without the 48-bit feature set
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(bench.lines, Lines(3, "WARNING CANT_PERFORM_TEST"));
-  EXPECT_TRUE(wire.blocks.empty());
+  EXPECT_TRUE(wire.commands.empty());
 }
 
 TEST(FunnelSeekTest, ReadsCloseInFromBothEndsThenTheLastAndFirstSector) {
   const uint64_t sectors = 10000000;
   Bench bench({storage_bench::drive(0, sectors)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_PASSED);
-  const auto& lbas = wire.read_lbas;
+  const auto& lbas = wire.read_lbas();
   ASSERT_GE(lbas.size(), 1850u);
   EXPECT_LE(lbas.size(), 1960u);
-  EXPECT_EQ(wire.blocks[0].AtaSectorCount, 100u);  // the first 100 sectors in one command
+  EXPECT_EQ(wire.commands[0].block.AtaSectorCount, 100u);  // the first 100 sectors in one command
   EXPECT_EQ(lbas[0], 0u);
   EXPECT_EQ(lbas[1], 0u);  // then the low end alone: the high end is read last
   EXPECT_EQ(lbas[lbas.size() - 2], sectors - 1);
@@ -110,9 +102,9 @@ TEST(FunnelSeekTest, ReadsCloseInFromBothEndsThenTheLastAndFirstSector) {
 
 TEST(FunnelSeekTest, AnUnreadableStartIsOneCommandAndLbaZero) {
   Bench bench({storage_bench::drive(0, 100000, {{57, 57}})});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(wire.blocks.size(), 1u);
+  EXPECT_EQ(wire.commands.size(), 1u);
   EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR 0"}));
   EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
 }
@@ -120,9 +112,9 @@ TEST(FunnelSeekTest, AnUnreadableStartIsOneCommandAndLbaZero) {
 TEST(FunnelSeekTest, AnUnreadableSectorAtTheHighEndIsNamed) {
   const uint64_t sectors = 100000;
   Bench bench({storage_bench::drive(0, sectors, {{sectors - 500, sectors - 2}})});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_FAILED);
-  const uint64_t failed = wire.read_lbas.back();
+  const uint64_t failed = wire.read_lbas().back();
   EXPECT_GE(failed, sectors - 500);
   EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(failed)}));
 }
@@ -132,22 +124,23 @@ TEST(FunnelSeekTest, TinyAndHugeDrivesEndWithEveryReadOnTheDrive) {
   // 31 bits cannot hold.
   for (uint64_t sectors : {1000ull, 1ull << 42}) {
     Bench bench({storage_bench::drive(0, sectors)});
-    InterposedPassThru wire(bench.device(0));
+    AtaInterposer wire(bench.device(0));
     EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_PASSED) << sectors;
-    EXPECT_LT(*std::max_element(wire.read_lbas.begin(), wire.read_lbas.end()), sectors);
-    EXPECT_LE(wire.read_lbas.size(), sectors == 1000 ? 2 * sectors : 1960u);
+    const auto lbas = wire.read_lbas();
+    EXPECT_LT(*std::max_element(lbas.begin(), lbas.end()), sectors);
+    EXPECT_LE(lbas.size(), sectors == 1000 ? 2 * sectors : 1960u);
   }
 }
 
 TEST(FunnelSeekTest, AStopRequestEndsTheTestCanceled) {
   Bench bench({storage_bench::drive(0, 1000000)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   bench.on_progress = [&](uint64_t percent) {
     if (percent >= 40) bench.run.Running = 0;
   };
   EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_LT(wire.read_lbas.size(), 1000u);
-  EXPECT_NE(wire.read_lbas.back(), 0u) << "the closing reads are not made";
+  EXPECT_LT(wire.read_lbas().size(), 1000u);
+  EXPECT_NE(wire.read_lbas().back(), 0u) << "the closing reads are not made";
   EXPECT_EQ(bench.progress.back(), 100u);
 }
 

@@ -16,7 +16,7 @@
 namespace {
 
 using storage_bench::Bench;
-using storage_bench::InterposedPassThru;
+using testing_support::AtaInterposer;
 using tarvik::SelfTestKind;
 using Lines = std::vector<std::string>;
 using Percents = std::vector<uint64_t>;
@@ -25,7 +25,7 @@ constexpr uint64_t kSectors = 4000000;
 
 TEST(SmartStatusTest, AHealthyDriveIsPolledElevenTimes150MsApart) {
   Bench bench({storage_bench::drive(0, kSectors)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   const uint64_t start = bench.now_ms();
   EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
   EXPECT_EQ(bench.now_ms() - start, 11u * 150);
@@ -64,13 +64,13 @@ TEST(SmartStatusTest, AStopRequestEndsThePollsCanceled) {
 TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   Bench bench({storage_bench::drive(0, kSectors)});
   bench.device(0).Info->SmartSupported = 0;
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
   for (SelfTestKind kind : {SelfTestKind::Short, SelfTestKind::Drive, SelfTestKind::Extended})
     EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), kind), tarvik::TEST_RESULT_NOT_SUPPORTED);
   EXPECT_EQ(bench.lines, Lines(4, "WARNING SMART_NOT_SUPPORTED"));
   EXPECT_EQ(bench.progress, (Percents{0, 100, 0, 100, 0, 100, 0, 100}));
-  EXPECT_TRUE(wire.blocks.empty()) << "nothing is sent to the drive";
+  EXPECT_TRUE(wire.commands.empty()) << "nothing is sent to the drive";
 }
 
 TEST(SmartSelfTest, ADriveWithoutSelfTestsOnlyHasSmartSwitchedOn) {
@@ -86,7 +86,7 @@ TEST(SmartSelfTest, ADriveWithoutSelfTestsOnlyHasSmartSwitchedOn) {
 
 TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
   Bench bench({storage_bench::drive(0, kSectors)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   const uint64_t start = bench.now_ms();
   EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
   // The simulated short test takes two minutes; polls come every five seconds.
@@ -114,10 +114,10 @@ TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
   hostfw::DriveInfo refusing = storage_bench::drive(0, kSectors);
   refusing.refuse_vendor_self_test = true;  // aborts the vendor's drive self-test (0x50)
   Bench bench({refusing});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Drive), tarvik::TEST_RESULT_NOT_SUPPORTED);
   ASSERT_EQ(wire.count(0xB0, 0xD4, 0x50), 1u);
-  EXPECT_EQ(wire.blocks.back().AtaSectorCount, 4u);
+  EXPECT_EQ(wire.commands.back().block.AtaSectorCount, 4u);
   EXPECT_TRUE(bench.lines.empty());
   EXPECT_EQ(bench.progress, (Percents{0, 100}));
 }
@@ -125,13 +125,13 @@ TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
 TEST(SmartSelfTest, ASelfTestAlreadyRunningIsAbortedBeforeTheNewOneStarts) {
   Bench bench({storage_bench::drive(0, kSectors)});
   ASSERT_EQ(tarvik::SmartExecuteOffline(&bench.device(0), 0x02, 0), 0u);  // an extended test, left running
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
   EXPECT_EQ(bench.lines, (Lines{"MESSAGE SELF_TEST_ALREADY_IN_PROGRESS"}));
-  ASSERT_GE(wire.blocks.size(), 3u);
-  EXPECT_EQ(wire.blocks[0].AtaFeatures, 0xD0);  // READ DATA sees it running
-  EXPECT_EQ(wire.blocks[1].AtaSectorNumber, 0x7F);
-  EXPECT_EQ(wire.blocks[2].AtaSectorNumber, 0x01);
+  ASSERT_GE(wire.commands.size(), 3u);
+  EXPECT_EQ(wire.commands[0].block.AtaFeatures, 0xD0);  // READ DATA sees it running
+  EXPECT_EQ(wire.commands[1].block.AtaSectorNumber, 0x7F);
+  EXPECT_EQ(wire.commands[2].block.AtaSectorNumber, 0x01);
 }
 
 EFIAPI VOID PressEscape(EFI_EVENT, VOID* run) { static_cast<tarvik::StorageRun*>(run)->Running = 0; }
@@ -140,7 +140,7 @@ TEST(SmartSelfTest, AStopRequestAbortsTheSelfTestOnTheDriveAtTheNextTick) {
   // As ESC reaches a run: the run screen's key poll clears the flag from a
   // timer notification while the self-test waits between two polls.
   Bench bench({storage_bench::drive(0, kSectors)});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   EFI_EVENT escape = nullptr;
   ASSERT_EQ(tarvik::gBS->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, PressEscape, &bench.run, &escape),
             EFI_SUCCESS);
@@ -149,7 +149,7 @@ TEST(SmartSelfTest, AStopRequestAbortsTheSelfTestOnTheDriveAtTheNextTick) {
   EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_CANCELED);
   EXPECT_EQ(bench.now_ms() - start, 8000u) << "the first tick after the stop, not the fifth";
   tarvik::gBS->CloseEvent(escape);
-  EXPECT_EQ(wire.blocks.back().AtaSectorNumber, 0x7F);
+  EXPECT_EQ(wire.commands.back().block.AtaSectorNumber, 0x7F);
   EXPECT_EQ(bench.progress.back(), 100u);
   // The drive reports the test aborted by the host.
   ASSERT_EQ(tarvik::SmartReadData(&bench.device(0)), 0u);

@@ -1,8 +1,8 @@
 // What the storage algorithm tests share: a simulated machine whose drives
 // are discovered and identified as the storage module does it, a run record
-// that keeps every progress value and log line, and a pass-through in front
-// of a drive that records its commands and READ VERIFY addresses. A drive
-// that falls silent is the simulator's (`stop_answering_after`).
+// that keeps every progress value and log line. The commands a drive
+// receives are watched by AtaInterposer (tests/support); a drive that falls
+// silent is the simulator's (`stop_answering_after`).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,6 +16,7 @@
 #include "core/random.h"
 #include "storage/drive_discovery.h"
 #include "storage/storage_run.h"
+#include "tests/support/ata_interposer.h"
 #include "tests/support/test_machine.h"
 
 namespace storage_bench {
@@ -34,62 +35,6 @@ inline hostfw::DriveInfo drive(uint16_t port, uint64_t sectors, std::vector<host
   d.bad_sectors = std::move(bad);
   return d;
 }
-
-// Stands in front of a drive's pass-through: forwards every command and
-// records it, and the LBA of each READ VERIFY; on_answer may change what the
-// drive answered.
-class InterposedPassThru {
- public:
-  explicit InterposedPassThru(tarvik::StorageDevice& device) : device_(device), inner_(device.PassThru) {
-    slot_.protocol = *inner_;
-    slot_.protocol.PassThru = PassThru;
-    slot_.owner = this;
-    device_.PassThru = &slot_.protocol;
-  }
-  ~InterposedPassThru() { device_.PassThru = inner_; }
-  InterposedPassThru(const InterposedPassThru&) = delete;
-  InterposedPassThru& operator=(const InterposedPassThru&) = delete;
-
-  std::vector<uint64_t> read_lbas;  // READ VERIFY addresses, in order
-  std::vector<EFI_ATA_COMMAND_BLOCK> blocks;  // every command sent, in order
-  std::function<void(EFI_ATA_PASS_THRU_COMMAND_PACKET&, EFI_STATUS)> on_answer;
-
-  // How many commands of that code (and SMART feature, when given) were sent.
-  size_t count(uint8_t command, int feature = -1, int sector_number = -1) const {
-    size_t n = 0;
-    for (const auto& b : blocks)
-      n += b.AtaCommand == command && (feature < 0 || b.AtaFeatures == feature) &&
-           (sector_number < 0 || b.AtaSectorNumber == sector_number);
-    return n;
-  }
-
- private:
-  struct Slot {
-    EFI_ATA_PASS_THRU_PROTOCOL protocol;
-    InterposedPassThru* owner;
-  };
-  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* This, UINT16 Port, UINT16 Multiplier,
-                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* Packet, EFI_EVENT Event) {
-    InterposedPassThru& self = *reinterpret_cast<Slot*>(This)->owner;
-    const EFI_ATA_COMMAND_BLOCK& c = *Packet->Acb;
-    self.blocks.push_back(c);
-    if (c.AtaCommand == 0x42 || c.AtaCommand == 0x40) {
-      const bool ext = c.AtaCommand == 0x42;
-      uint64_t lba = c.AtaSectorNumber | uint64_t{c.AtaCylinderLow} << 8 | uint64_t{c.AtaCylinderHigh} << 16;
-      lba |= ext ? (uint64_t{c.AtaSectorNumberExp} << 24 | uint64_t{c.AtaCylinderLowExp} << 32 |
-                    uint64_t{c.AtaCylinderHighExp} << 40)
-                 : uint64_t{c.AtaDeviceHead & 0x0Fu} << 24;
-      self.read_lbas.push_back(lba);
-    }
-    const EFI_STATUS status = self.inner_->PassThru(self.inner_, Port, Multiplier, Packet, Event);
-    if (self.on_answer) self.on_answer(*Packet, status);
-    return status;
-  }
-
-  tarvik::StorageDevice& device_;
-  EFI_ATA_PASS_THRU_PROTOCOL* inner_;
-  Slot slot_{};
-};
 
 // A machine with the given drives, found and identified, the shared services
 // installed, and a run record whose callbacks land here.

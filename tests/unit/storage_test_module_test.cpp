@@ -15,62 +15,16 @@
 #include "hostfw/ata_controller.h"
 #include "storage/storage_device.h"
 #include "storage/storage_test_protocol.h"
+#include "tests/support/ata_interposer.h"
 #include "tests/support/fake_test_module.h"
 #include "tests/support/test_machine.h"
 
 namespace {
 
+using testing_support::AtaInterposer;
 using testing_support::TestMachine;
 using testing_support::utf8;
 using Row = std::pair<std::string, std::string>;
-
-// Sits between the application and the simulated controller to make a drive
-// misbehave in ways its profile cannot say.
-struct DriveFaults {
-  static inline EFI_ATA_PASS_THRU_PASSTHRU forward = nullptr;
-  static inline int port = -1;  // the drive concerned; -1 every drive
-  static inline bool no_smart = false;          // IDENTIFY denies SMART and every SMART command aborts
-  static inline bool refuse_smart_off = false;  // SMART DISABLE OPERATIONS aborts
-  static inline bool fail_identify = false;
-  static inline int fail_identify_from = 0;  // the first IDENTIFY (counted from 1) to fail; 0 none
-  static inline int identify_commands = 0;
-
-  static void attach(hostfw::Machine& machine) {
-    port = -1;
-    no_smart = refuse_smart_off = fail_identify = false;
-    identify_commands = fail_identify_from = 0;
-    EFI_ATA_PASS_THRU_PROTOCOL* controller = machine.ata()->protocol();
-    forward = controller->PassThru;
-    controller->PassThru = PassThru;
-  }
-
-  static EFI_STATUS Abort(EFI_ATA_PASS_THRU_COMMAND_PACKET* packet) {
-    *packet->Asb = EFI_ATA_STATUS_BLOCK{};
-    packet->Asb->AtaStatus = 0x51;
-    packet->Asb->AtaError = 0x04;
-    return EFI_DEVICE_ERROR;
-  }
-
-  static EFIAPI EFI_STATUS PassThru(EFI_ATA_PASS_THRU_PROTOCOL* self, UINT16 drive_port, UINT16 multiplier_port,
-                                    EFI_ATA_PASS_THRU_COMMAND_PACKET* packet, EFI_EVENT event) {
-    const bool concerned = port < 0 || port == drive_port;
-    const UINT8 command = packet->Acb->AtaCommand;
-    const UINT8 feature = packet->Acb->AtaFeatures;
-    if (command == 0xEC && concerned) {
-      ++identify_commands;
-      if (fail_identify || (fail_identify_from > 0 && identify_commands >= fail_identify_from)) return Abort(packet);
-    }
-    if (concerned && command == 0xB0 && (no_smart || (refuse_smart_off && feature == 0xD9))) return Abort(packet);
-    const EFI_STATUS status = forward(self, drive_port, multiplier_port, packet, event);
-    if (command == 0xEC && concerned && no_smart && status == EFI_SUCCESS) {
-      auto* words = static_cast<UINT16*>(packet->InDataBuffer);
-      words[82] &= ~1u;  // SMART feature set
-      words[84] &= ~2u;  // self-test
-      words[85] &= ~1u;  // SMART enabled
-    }
-    return status;
-  }
-};
 
 // What a run or a verdict told its callbacks.
 struct Heard {
@@ -110,8 +64,10 @@ constexpr char kAdvice[] =
 class StorageModule : public ::testing::Test {
  protected:
   // The default machine (three drives), changed by edit, with the core
-  // services installed and the pass-through behind DriveFaults.
+  // services installed and the controller behind an interposer that can
+  // refuse IDENTIFY or SMART DISABLE OPERATIONS, which no profile says.
   void boot(const std::function<void(hostfw::Profile&)>& edit = nullptr) {
+    wire.reset();
     machine.reset();
     machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) {
       if (edit) edit(p);
@@ -119,7 +75,19 @@ class StorageModule : public ::testing::Test {
     for (UINTN i = 0; i < tarvik::ApplicationPlan.CoreServiceCount; ++i)
       ASSERT_EQ(tarvik::ApplicationPlan.CoreServices[i].Install((*machine)->image_handle(), (*machine)->system_table()),
                 EFI_SUCCESS);
-    DriveFaults::attach(**machine);
+    identify_fails_after = -1;
+    refuse_smart_off = false;
+    wire = std::make_unique<AtaInterposer>(
+        (*machine)->ata()->protocol(),
+        [this](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, UINT16, const AtaInterposer::Forward& drive) {
+          const UINT8 command = packet.Acb->AtaCommand;
+          if (command == 0xEC && identify_fails_after >= 0 &&
+              wire->count(0xEC) > static_cast<size_t>(identify_fails_after))
+            return AtaInterposer::Abort(packet);
+          if (command == 0xB0 && packet.Acb->AtaFeatures == 0xD9 && refuse_smart_off)
+            return AtaInterposer::Abort(packet);
+          return drive();
+        });
     Heard::clear();
     pools_before = (*machine)->memory().outstanding_pools();
     pages_before = (*machine)->memory().outstanding_pages();
@@ -183,6 +151,9 @@ class StorageModule : public ::testing::Test {
   }
 
   std::unique_ptr<TestMachine> machine;
+  std::unique_ptr<AtaInterposer> wire;
+  int identify_fails_after = -1;  // IDENTIFY commands past this many are refused
+  bool refuse_smart_off = false;
   tarvik::TestModuleProtocol* record = nullptr;
   size_t pools_before = 0;
   uint64_t pages_before = 0;
@@ -214,9 +185,9 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
       {"Standard version", "ACS-2 Revision 3"},
       {"", ""},
   };
-  DriveFaults::identify_commands = 0;
+  wire->commands.clear();
   for (UINT64 r = 0; r < ssd.size(); ++r) EXPECT_EQ(system(r), ssd[r]) << r;
-  EXPECT_EQ(DriveFaults::identify_commands, 19) << "every row identifies the drive afresh";
+  EXPECT_EQ(wire->count(0xEC), 19u) << "every row identifies the drive afresh";
   // Row 19 is the first row of the second drive, a rotating one.
   EXPECT_EQ(system(19), (Row{"Manufacter:", "SEAGATE"}));
   EXPECT_EQ(system(19 + 5), (Row{"Cache size:", "16 MB"}));
@@ -229,7 +200,7 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
   EXPECT_EQ(record->GetSystemInfoRow(record, 57, &label, &value), EFI_INVALID_PARAMETER);
   EXPECT_EQ(record->GetSystemInfoRow(record, 0, &label, nullptr), EFI_ABORTED);
   EXPECT_EQ(record->GetSystemInfoRow(record, 99, nullptr, &value), EFI_ABORTED) << "out-pointers are checked first";
-  DriveFaults::fail_identify = true;
+  identify_fails_after = static_cast<int>(wire->count(0xEC));
   EXPECT_EQ(record->GetSystemInfoRow(record, 0, &label, &value), EFI_DEVICE_ERROR);
   EXPECT_EQ(label, nullptr);
   EXPECT_EQ(value, nullptr);
@@ -263,9 +234,9 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
       {"SUPPORTED_STANDARDS:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.", ""},
       {"SPEC_VERSION:", "ACS-2 Revision 3"},
   };
-  DriveFaults::identify_commands = 0;
+  wire->commands.clear();
   for (UINT64 r = 0; r < seagate.size(); ++r) EXPECT_EQ(log(16 + r), seagate[r]) << r;
-  EXPECT_EQ(DriveFaults::identify_commands, 0) << "log rows use the identification at hand";
+  EXPECT_EQ(wire->count(0xEC), 0u) << "log rows use the identification at hand";
   EXPECT_EQ(log(8), (Row{"ROTATION_RATE:", "Non-rotating media detected"}));
   EXPECT_EQ(log(9), (Row{"CACHE:", " - "}));
   CHAR16* key = nullptr;
@@ -276,11 +247,7 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
 }
 
 TEST_F(StorageModule, ADriveWithoutSmartHasNoTemperature) {
-  boot();
-  DriveFaults::port = 1;
-  DriveFaults::no_smart = true;
-  ASSERT_EQ(install(), EFI_SUCCESS);
-  ASSERT_EQ(testing_support::located_test_collection()->GetTest(0, &record), EFI_SUCCESS);
+  start([](hostfw::Profile& p) { p.drives[1].smart_supported = false; });
   EXPECT_EQ(drive(1).Info->SmartSupported, 0);
   EXPECT_EQ(system(19 + 7), (Row{"Temperature:", " - "}));
   EXPECT_EQ(log(16 + 10), (Row{"TEMPERATURE:", "0 C"}));
@@ -363,31 +330,44 @@ TEST_F(StorageModule, OnlyAFailedAlgorithmBringsUpTheAdviceBox) {
   tear_down_and_expect_nothing_left();
 }
 
-TEST_F(StorageModule, InstallationWithoutADriveSaysSoAndLeavesNothing) {
-  boot([](hostfw::Profile& p) { p.drives.clear(); });
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(machine->transcript(), "Ata Device not found!\r\n");
-  expect_nothing_left();
-}
-
-TEST_F(StorageModule, ADriveFoundButNotIdentifiedFailsTheInstallationSilently) {
-  boot();
-  DriveFaults::fail_identify_from = 4;  // the three probes pass, the first identification fails
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(DriveFaults::identify_commands, 4);
-  EXPECT_EQ(machine->transcript(), "");
-  expect_nothing_left();
-}
-
-TEST_F(StorageModule, InstallationWithoutAPassThroughSaysSoAndLeavesNothing) {
-  boot();
-  hostfw::AtaController& controller = *(*machine)->ata();
-  EFI_GUID pass_thru = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
-  ASSERT_EQ(tarvik::gBS->UninstallProtocolInterface(controller.handle(), &pass_thru, controller.protocol()),
-            EFI_SUCCESS);
-  EXPECT_EQ(install(), EFI_ABORTED);
-  EXPECT_EQ(machine->transcript(), "Protocol AtaPassThrough not found!\r\n");
-  expect_nothing_left();
+// Each way the installation fails says so with its own message (or
+// silently) and leaves the machine as it found it.
+TEST_F(StorageModule, AFailedInstallationSaysWhyAndLeavesNothing) {
+  const struct {
+    const char* name;
+    std::function<void()> arrange;
+    EFI_STATUS status;
+    std::string transcript;
+  } cases[] = {
+      {"no drive", [this] { boot([](hostfw::Profile& p) { p.drives.clear(); }); }, EFI_ABORTED,
+       "Ata Device not found!\r\n"},
+      {"no pass-through",
+       [this] {
+         boot();
+         hostfw::AtaController& controller = *(*machine)->ata();
+         EFI_GUID pass_thru = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
+         ASSERT_EQ(tarvik::gBS->UninstallProtocolInterface(controller.handle(), &pass_thru, controller.protocol()),
+                   EFI_SUCCESS);
+       },
+       EFI_ABORTED, "Protocol AtaPassThrough not found!\r\n"},
+      {"installation refused",
+       [this] {
+         boot();
+         (*machine)->faults().fail_install_of_guid = true;
+         (*machine)->faults().install_guid_to_fail = tarvik::StorageTestProtocolGuid;
+       },
+       EFI_OUT_OF_RESOURCES, "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n"},
+      // The three probes pass, the first identification fails.
+      {"not identified", [this] { boot(); identify_fails_after = 3; }, EFI_ABORTED, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    c.arrange();
+    EXPECT_EQ(install(), c.status);
+    EXPECT_EQ(machine->transcript(), c.transcript);
+    expect_nothing_left();
+  }
+  EXPECT_EQ(wire->count(0xEC), 4u) << "the last case: three probes and one identification";
 }
 
 TEST_F(StorageModule, AFullRegistryRefusesTheModuleWithItsMessage) {
@@ -403,15 +383,6 @@ TEST_F(StorageModule, AFullRegistryRefusesTheModuleWithItsMessage) {
   EXPECT_EQ(testing_support::located_test_collection()->GetTestCount(), tarvik::TestCollectionCapacity);
   EXPECT_EQ((*machine)->memory().outstanding_pools(), pools);
   EXPECT_EQ((*machine)->memory().outstanding_pages(), pages_before);
-}
-
-TEST_F(StorageModule, ARefusedInstallationTakesTheModuleBackOutOfTheRegistry) {
-  boot();
-  (*machine)->faults().fail_install_of_guid = true;
-  (*machine)->faults().install_guid_to_fail = tarvik::StorageTestProtocolGuid;
-  EXPECT_EQ(install(), EFI_OUT_OF_RESOURCES);
-  EXPECT_EQ(machine->transcript(), "Fail during Storage Test Protocol installation in Image Handle: Out of Resources\r\n");
-  expect_nothing_left();
 }
 
 TEST_F(StorageModule, WhicheverAllocationFailsNothingIsLeftBehind) {
@@ -449,7 +420,7 @@ TEST_F(StorageModule, SmartSwitchedOnForAnAlgorithmIsSwitchedOffAgainAndADriveTh
   EXPECT_EQ(drive(0).Info->SmartEnabled, 0);
 
   Heard::clear();
-  DriveFaults::refuse_smart_off = true;
+  refuse_smart_off = true;
   EXPECT_EQ(run(0, 0), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(Heard::lines, (std::vector<std::string>{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART",
                                                     "WARNING CANT_DISABLE_SMART"}));

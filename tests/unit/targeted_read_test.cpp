@@ -18,7 +18,7 @@
 namespace {
 
 using storage_bench::Bench;
-using storage_bench::InterposedPassThru;
+using testing_support::AtaInterposer;
 using testing_support::AtaReply;
 using Lines = std::vector<std::string>;
 using Percents = std::vector<uint64_t>;
@@ -57,9 +57,9 @@ class AfterFailedSelfTest : public ::testing::Test {
 
 TEST_F(AfterFailedSelfTest, TheSectorsAroundTheLoggedLbaAreReadAndTheBadOneNamed) {
   start({{1000, 1000}});
-  InterposedPassThru wire(bench->device(0));
+  AtaInterposer wire(bench->device(0));
   EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(wire.read_lbas, window(1000, 1030));
+  EXPECT_EQ(wire.read_lbas(), window(1000, 1030));
   EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 1000"}));
   // Empty log entries name LBA 0, a candidate without sectors to read.
   EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50, 50, 75, 100}));
@@ -67,9 +67,9 @@ TEST_F(AfterFailedSelfTest, TheSectorsAroundTheLoggedLbaAreReadAndTheBadOneNamed
 
 TEST_F(AfterFailedSelfTest, TheFifthFailedReadEndsTheTestWithFiveLinesNewestFirst) {
   start({{52000, 52015}});
-  InterposedPassThru wire(bench->device(0));
+  AtaInterposer wire(bench->device(0));
   EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(wire.read_lbas, window(52000, 52004));
+  EXPECT_EQ(wire.read_lbas(), window(52000, 52004));
   EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 52004", "ERROR READ_SECTOR_ERROR 52003",
                                  "ERROR READ_SECTOR_ERROR 52002", "ERROR READ_SECTOR_ERROR 52001",
                                  "ERROR READ_SECTOR_ERROR 52000"}));
@@ -82,9 +82,9 @@ TEST_F(AfterFailedSelfTest, AStopWhileTheLogsAreReadEndsCanceledAndFreesTheCandi
     if (percent == 40) bench->run.Running = 0;
   };
   {
-    InterposedPassThru wire(bench->device(0));
+    AtaInterposer wire(bench->device(0));
     EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
-    EXPECT_TRUE(wire.read_lbas.empty());
+    EXPECT_TRUE(wire.read_lbas().empty());
   }
   EXPECT_EQ(bench->progress.back(), 100u);
   bench->release();  // no candidate node left behind
@@ -99,11 +99,11 @@ TEST(TargetedReadTest, ADriveWhoseLogsNameNothingButLbaZeroPassesAfterTheLogPaus
   empty_logs.error_log_lbas.clear();
   empty_logs.self_test_log_lbas.clear();
   Bench bench({empty_logs});
-  InterposedPassThru wire(bench.device(0));
+  AtaInterposer wire(bench.device(0));
   const uint64_t start = bench.now_ms();
   EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
   EXPECT_EQ(bench.now_ms() - start, 80u) << "10 ms for each of the eight log pages";
-  EXPECT_TRUE(wire.read_lbas.empty());
+  EXPECT_TRUE(wire.read_lbas().empty());
   EXPECT_TRUE(bench.lines.empty());
   EXPECT_EQ(bench.progress, (Percents{5, 10, 20, 30, 40, 50, 50, 100}));
 }
