@@ -24,9 +24,9 @@ RUNS = {
     "memory": ("small-test.ini", 'wait "Main Screen"; key Enter; wait 600 "F3 = view log";', "key Esc; key Esc; wait \"Main Screen\"; key Up; key Enter"),
     "storage": (None, 'wait "Main Screen"; key Down; key Enter; wait "Select Devices"; key Enter;'
                       'wait "Select Algorithms"; key Down 6; key Space; key Up; key Space; key Up 5; key Space;'
-                      'key Enter; wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down; key Enter'),
+                      'key Enter; wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down 2; key Enter'),
     "recovery": (None, 'wait "Main Screen"; key Right; key Down; key Enter; wait "Select Devices"; key Enter;'
-                       'wait "Select Algorithms"; key Enter; wait "Do you want to proceed"; type "y";', 'key Esc; wait "Main Screen"; key Left; key Down; key Enter'),
+                       'wait "Select Algorithms"; key Enter; wait "Do you want to proceed"; type "y";', 'key Esc; wait "Main Screen"; key Left; key Down 2; key Enter'),
 }
 
 

@@ -50,7 +50,11 @@ TEST(MemoryRunOnProcessors, UsesEveryProcessorOrFallsBackAndReleasesEverything) 
        {"MESSAGE PROCESSORS: 4", "ERROR PROCESSOR_NOT_RESPONDING"}, {0, 1, 0, 1}},
   };
   for (const Case& c : cases) {
-    TestMachine machine("", [](hostfw::Profile& p) { p.memory_mib = 48; });
+    TestMachine machine("", [](hostfw::Profile& p) {
+      p.memory_mib = 48;
+      p.memory_modules.resize(1);  // one module the map covers: no memory reads as unused
+      p.memory_modules[0].size_mib = 32;
+    });
     for (UINTN i = 0; i < tarvik::ApplicationPlan.CoreServiceCount; ++i)
       ASSERT_EQ(tarvik::ApplicationPlan.CoreServices[i].Install(machine->image_handle(), machine->system_table()),
                 EFI_SUCCESS);

@@ -33,6 +33,7 @@ class MemoryModule : public ::testing::Test {
     machine = std::make_unique<TestMachine>("", [&](hostfw::Profile& p) {
       p.memory_modules = modules;
       p.memory_mib = memory_mib;
+      p.logical_processors = 1;  // these runs' lines without the processor count
     });
     for (UINTN i = 0; i < tarvik::ApplicationPlan.CoreServiceCount; ++i)
       ASSERT_EQ(tarvik::ApplicationPlan.CoreServices[i].Install((*machine)->image_handle(), (*machine)->system_table()),
