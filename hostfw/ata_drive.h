@@ -3,7 +3,7 @@
 // self-test logs, what it was sent) and the pages it answers with. Commands
 // reach it decoded (ata_commands.cpp); the definitions are split by subject:
 // ata_drive.cpp (the media), ata_identify.cpp, ata_smart.cpp,
-// ata_self_test.cpp and ata_logs.cpp.
+// ata_self_tests.cpp and ata_logs.cpp.
 #pragma once
 
 #include <array>
@@ -103,7 +103,7 @@ struct AtaDrive {
   void smart_data(uint8_t* out, uint64_t now_ns);
   void smart_thresholds(uint8_t* out, uint64_t now_ns);
 
-  // ---- Self-tests (ata_self_test.cpp) ----
+  // ---- Self-tests (ata_self_tests.cpp) ----
   uint64_t duration_ns(uint8_t subcommand) const;
   void start_test(uint8_t subcommand, uint64_t now_ns);
   // Brings a running self-test up to now: ends it when its time is over.

@@ -19,11 +19,14 @@ struct KnownModule {
   const char* name;
   std::vector<const char*> algorithms;
 };
-const std::array<KnownModule, 2> kKnownModules = {{
+const std::array<KnownModule, 3> kKnownModules = {{
     {"ME", "Quick Memory Test", {"Advanced Integrity Test"}},
     {"HD", "Quick Storage Device Test",
      {"Smart Status", "Smart Short Selftest", "Drive Self Test", "Random Seek Test", "Funnel Seek Test",
       "Targeted Read Test", "Extended drive self-test"}},
+    {"NV", "Quick NVMe Device Test",
+     {"Health Status", "Short Self-Test", "Extended Self-Test", "Random Read Test", "Error Log Read Test",
+      "Full Read Scan"}},
 }};
 
 struct Decoded {
