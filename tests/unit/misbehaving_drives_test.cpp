@@ -136,21 +136,6 @@ TEST(SurfaceTests, ASectorThatNeverAnswersEndsTheTestAfterOneTimeout) {
 
 // ---- Log directories that claim more than any buffer should hold --------------------
 
-TEST(TargetedReadTest, DirectoriesClaiming255PagesOfEveryLogAreReadAsNoPages) {
-  // 255 pages as the signed byte the page count is taken as is no page: the
-  // readers read nothing and the test says it could not aim anywhere.
-  hostfw::DriveInfo d = logged_drive();
-  d.log_directory_pages = 255;
-  Bench bench({d});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(tarvik::GetLogPageCount(bench.device(0), tarvik::DriveLog::ExtSelfTest), 255);
-  wire.commands.clear();
-  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  EXPECT_EQ(bench.lines, (Lines{"WARNING CANT_PERFORM_TEST"}));
-  EXPECT_EQ(wire.commands.size(), 10u) << "the two directories for each of the five logs, and no log page";
-  EXPECT_TRUE(wire.read_lbas().empty());
-}
-
 TEST(TargetedReadTest, DirectoriesClaimingMorePagesThanTheLogsHoldGetBuffersOfThatSizeAndARefusal) {
   // 127 pages, the most a signed byte gives: each reader takes a buffer of
   // 127 pages and asks for them all; the drive has one or two and refuses.
@@ -184,23 +169,6 @@ TEST(GarbageIdentify, ADriveAnsweringIdentifyWithAll0xFFIsLeftOutAndTheOthersKep
   EXPECT_EQ(bench.device(1).Info, nullptr) << "only one drive in the table";
   const hostfw::AtaCommandCounts& counts = bench.machine().ata()->counts(1);
   EXPECT_EQ(counts.total, 1u) << "the probe's IDENTIFY and nothing after it";
-}
-
-TEST(GarbageIdentify, WhenTheOnlyDriveAnswersGarbageTheModuleSaysNoDriveWasFound) {
-  TestMachine machine("", [](hostfw::Profile& p) {
-    p.drives = {storage_bench::drive(0, kSectors)};
-    p.drives[0].identify_fill = 0xFF;
-  });
-  ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
-  const size_t pools = machine->memory().outstanding_pools();
-  const uint64_t pages = machine->memory().outstanding_pages();
-  tarvik::StorageDrives drives{};
-  EXPECT_EQ(tarvik::DiscoverStorageDevices(&drives), EFI_ABORTED);
-  EXPECT_EQ(machine.transcript(), "Ata Device not found!\r\n");
-  tarvik::ReleaseStorageDevices(&drives);
-  EXPECT_EQ(machine->memory().outstanding_pools(), pools);
-  EXPECT_EQ(machine->memory().outstanding_pages(), pages);
-  tarvik::UninstallDiagCommon();
 }
 
 TEST(GarbageIdentify, GarbageOnIdentifyingAgainKeepsWhatTheDriveSaidWhenItAnswered) {

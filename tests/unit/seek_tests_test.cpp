@@ -51,17 +51,6 @@ TEST(RandomSeekTest, TheFirstUnreadableSectorEndsTheTest) {
   EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
 }
 
-TEST(RandomSeekTest, AStopRequestEndsTheTestCanceled) {
-  Bench bench({storage_bench::drive(0, 100000)});
-  AtaInterposer wire(bench.device(0));
-  bench.on_progress = [&](uint64_t percent) {
-    if (percent == 50) bench.run.Running = 0;
-  };
-  EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_EQ(wire.read_lbas().size(), 2501u);
-  EXPECT_EQ(bench.progress.back(), 100u);
-}
-
 TEST(SeekTests, ADriveReportingNoCapacityCannotBeSurfaceTested) {
   Bench bench({storage_bench::drive(0, 100000)});
   bench.device(0).Info->TotalSectors = 0;  // a drive without the 48-bit feature set
