@@ -58,6 +58,7 @@ class AtaCommands : public ::testing::Test {
 struct Registers {
   uint8_t command, features = 0, sector_number = 0, cylinder_low = 0, cylinder_high = 0, device = 0;
   uint8_t sector_number_exp = 0, cylinder_low_exp = 0, cylinder_high_exp = 0, count = 0, count_exp = 0;
+  bool operator==(const Registers&) const = default;
 };
 
 struct EncodingCase {
@@ -126,18 +127,11 @@ TEST_F(AtaCommands, EveryCommandCarriesItsRegistersProtocolLengthTimeoutAndBuffe
     const RecordedPacket& p = fake.packets[0];
     const EFI_ATA_COMMAND_BLOCK& a = p.acb;
     const Registers& r = c.registers;
-    EXPECT_EQ(a.AtaCommand, r.command);
-    EXPECT_EQ(a.AtaFeatures, r.features);
-    EXPECT_EQ(a.AtaSectorNumber, r.sector_number);
-    EXPECT_EQ(a.AtaCylinderLow, r.cylinder_low);
-    EXPECT_EQ(a.AtaCylinderHigh, r.cylinder_high);
-    EXPECT_EQ(a.AtaDeviceHead, r.device);
-    EXPECT_EQ(a.AtaSectorNumberExp, r.sector_number_exp);
-    EXPECT_EQ(a.AtaCylinderLowExp, r.cylinder_low_exp);
-    EXPECT_EQ(a.AtaCylinderHighExp, r.cylinder_high_exp);
+    const Registers sent{a.AtaCommand,         a.AtaFeatures,       a.AtaSectorNumber,   a.AtaCylinderLow,
+                         a.AtaCylinderHigh,    a.AtaDeviceHead,     a.AtaSectorNumberExp, a.AtaCylinderLowExp,
+                         a.AtaCylinderHighExp, a.AtaSectorCount,    a.AtaSectorCountExp};
+    EXPECT_EQ(sent, r);
     EXPECT_EQ(a.AtaFeaturesExp, 0);
-    EXPECT_EQ(a.AtaSectorCount, r.count);
-    EXPECT_EQ(a.AtaSectorCountExp, r.count_exp);
     EXPECT_EQ(p.protocol, c.protocol);
     EXPECT_EQ(p.length, c.length);
     EXPECT_EQ(p.timeout, c.timeout);

@@ -6,7 +6,6 @@
 #include "badsector/bad_sectors_tool.h"
 #include "core/diag_common.h"
 #include "core/locate.h"
-#include "app/application_plan.h"
 #include "core/startup.h"
 #include "storage/drive_discovery.h"
 #include "text/language_protocol.h"

@@ -85,21 +85,12 @@ TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) 
     EXPECT_EQ((*machine)->ata()->counts(static_cast<UINT16>(i)).command(kIdentify), 1u) << "one probe per drive";
   }
   ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  const StorageDeviceInfo& ssd = *drives.Devices[0].Info;
-  EXPECT_EQ(utf8(ssd.Manufacturer), "Arkon");
-  EXPECT_EQ(utf8(ssd.Model), "SSD-A510");
-  EXPECT_EQ(ssd.NonRotating, 1);
-  EXPECT_EQ(ssd.Temperature, 33);
-  const StorageDeviceInfo& seagate = *drives.Devices[1].Info;
-  EXPECT_EQ(utf8(seagate.Manufacturer), "SEAGATE");
-  EXPECT_EQ(utf8(seagate.Model), "ST2000TV101-7QX102");
-  EXPECT_EQ(utf8(seagate.SerialNumber).rfind("ZFL1KQ7M", 0), 0u);
-  EXPECT_EQ(seagate.Lba48, 1);
-  EXPECT_EQ(seagate.SizeBytes / (1ull << 30), 1863u);
-  EXPECT_EQ(seagate.Temperature, 38);
-  EXPECT_EQ(GetRotationClass(&drives.Devices[1]), 7200);
-  EXPECT_EQ(utf8(drives.Devices[2].Info->Manufacturer), "WDC");
-  EXPECT_EQ(drives.Devices[2].Info->Temperature, 46);
+  // What each row shows is the storage module's test; here, that each drive
+  // got its own identification and SMART temperature.
+  EXPECT_EQ(utf8(drives.Devices[1].Info->Model), "ST2000TV101-7QX102");
+  EXPECT_EQ(drives.Devices[1].Info->Lba48, 1);
+  const int temperatures[] = {33, 38, 46};
+  for (UINT64 i = 0; i < 3; ++i) EXPECT_EQ(drives.Devices[i].Info->Temperature, temperatures[i]) << i;
 
   ASSERT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
   ASSERT_EQ(drives.ToolDeviceCount, 2u);

@@ -81,16 +81,6 @@ TEST(DriveLogs, EachLogNamesTheLbaOfEveryEntryFromItsOwnBytes) {
   }
 }
 
-TEST(DriveLogs, EmptyEntriesNameLbaZero) {
-  const Page zeros(DriveLogPageBytes, 0);
-  for (DriveLog log : {DriveLog::SummaryError, DriveLog::ExtComprehensiveError, DriveLog::SelfTest,
-                       DriveLog::ExtSelfTest}) {
-    const EntryLba got = lbas_of(log, zeros, 0);
-    ASSERT_GE(got.count, 1u);
-    for (uint64_t k = 0; k < got.count; ++k) EXPECT_EQ(got.lbas[k], 0u);
-  }
-}
-
 TEST(DriveLogs, ShortBuffersEntriesPastThePageAndTheDirectoryGiveNothing) {
   // Every byte 0xFF: no page says how long it is, so the buffer length rules.
   for (DriveLog log : {DriveLog::SummaryError, DriveLog::ComprehensiveError, DriveLog::ExtComprehensiveError,

@@ -18,22 +18,11 @@ tarvik::DiagCommonProtocol generator() {
   return common;
 }
 
-EFI_TIME time_of(UINT8 month, UINT8 day, UINT8 hour, UINT8 minute, UINT8 second) {
-  EFI_TIME t{};
-  t.Year = 2026;
-  t.Month = month;
-  t.Day = day;
-  t.Hour = hour;
-  t.Minute = minute;
-  t.Second = second;
-  return t;
-}
-
 TEST(RandomLba, TimeSeedPacksTheClockFields) {
-  EXPECT_EQ(tarvik::TimeSeed(time_of(6, 21, 10, 15, 30)), 0x69E3D4D5u);
-  EXPECT_EQ(tarvik::TimeSeed(time_of(12, 31, 23, 59, 59)), 0xDFBEEF9Fu);
+  EXPECT_EQ(tarvik::TimeSeed(EFI_TIME{2026, 6, 21, 10, 15, 30, 0, 0, 0, 0, 0}), 0x69E3D4D5u);
+  EXPECT_EQ(tarvik::TimeSeed(EFI_TIME{2026, 12, 31, 23, 59, 59, 0, 0, 0, 0, 0}), 0xDFBEEF9Fu);
   // Seconds below 4 wrap in the top bits.
-  EXPECT_EQ(tarvik::TimeSeed(time_of(1, 1, 0, 0, 0)), 0xF0000021u);
+  EXPECT_EQ(tarvik::TimeSeed(EFI_TIME{2026, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0}), 0xF0000021u);
 }
 
 TEST(RandomLba, NarrowRangesAreOneDrawOfTheGenerator) {

@@ -42,26 +42,6 @@ TEST(RandomSeekTest, FiveThousandReadsCoverDrivesOfEverySize) {
   }
 }
 
-TEST(RandomSeekTest, TheFirstUnreadableSectorEndsTheTest) {
-  Bench bench({storage_bench::drive(0, 4096, {{0, 4095}})});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_FAILED);
-  ASSERT_EQ(wire.read_lbas().size(), 1u);
-  EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(wire.read_lbas()[0])}));
-  EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
-}
-
-TEST(RandomSeekTest, AStopRequestEndsTheTestCanceled) {
-  Bench bench({storage_bench::drive(0, 100000)});
-  AtaInterposer wire(bench.device(0));
-  bench.on_progress = [&](uint64_t percent) {
-    if (percent == 50) bench.run.Running = 0;
-  };
-  EXPECT_EQ(random_seek(bench), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_EQ(wire.read_lbas().size(), 2501u);
-  EXPECT_EQ(bench.progress.back(), 100u);
-}
-
 TEST(SeekTests, ADriveReportingNoCapacityCannotBeSurfaceTested) {
   Bench bench({storage_bench::drive(0, 100000)});
   bench.device(0).Info->TotalSectors = 0;  // a drive without the 48-bit feature set
@@ -100,23 +80,34 @@ TEST(FunnelSeekTest, ReadsCloseInFromBothEndsThenTheLastAndFirstSector) {
   EXPECT_TRUE(bench.lines.empty());
 }
 
-TEST(FunnelSeekTest, AnUnreadableStartIsOneCommandAndLbaZero) {
-  Bench bench({storage_bench::drive(0, 100000, {{57, 57}})});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(wire.commands.size(), 1u);
-  EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR 0"}));
-  EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
-}
-
-TEST(FunnelSeekTest, AnUnreadableSectorAtTheHighEndIsNamed) {
-  const uint64_t sectors = 100000;
-  Bench bench({storage_bench::drive(0, sectors, {{sectors - 500, sectors - 2}})});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(funnel_seek(bench), tarvik::TEST_RESULT_FAILED);
-  const uint64_t failed = wire.read_lbas().back();
-  EXPECT_GE(failed, sectors - 500);
-  EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(failed)}));
+// The first unreadable sector ends either test with its line: an unreadable
+// start of the funnel is its first command (100 sectors at once), named LBA 0.
+TEST(SeekTests, TheFirstUnreadableSectorEndsTheTest) {
+  const struct {
+    const char* name;
+    UINT64 (*run)(Bench&);
+    uint64_t sectors;
+    hostfw::BadSectorRange bad;
+    hostfw::BadSectorRange named;  // where the sector the line names may lie
+    bool first_command;
+  } cases[] = {
+      {"random, every sector bad", random_seek, 4096, {0, 4095}, {0, 4095}, true},
+      {"funnel, bad at its start", funnel_seek, 100000, {57, 57}, {0, 0}, true},
+      {"funnel, bad at the high end", funnel_seek, 100000, {99500, 99998}, {99500, 99998}, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bench bench({storage_bench::drive(0, c.sectors, {c.bad})});
+    AtaInterposer wire(bench.device(0));
+    EXPECT_EQ(c.run(bench), tarvik::TEST_RESULT_FAILED);
+    const uint64_t failed = wire.read_lbas().back();
+    EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR " + std::to_string(failed)}));
+    EXPECT_TRUE(failed >= c.named.first && failed <= c.named.last) << failed;
+    if (c.first_command) {
+      EXPECT_EQ(wire.commands.size(), 1u);
+      EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
+    }
+  }
 }
 
 TEST(FunnelSeekTest, TinyAndHugeDrivesEndWithEveryReadOnTheDrive) {

@@ -43,24 +43,6 @@ TEST(SmartStatusTest, AnExceededThresholdFailsAtTheFirstPollWithoutALine) {
   EXPECT_TRUE(bench.lines.empty());
 }
 
-TEST(SmartStatusTest, SmartSwitchedOffIsSwitchedOnAndNoted) {
-  hostfw::DriveInfo off = storage_bench::drive(0, kSectors);
-  off.smart_enabled = false;
-  Bench bench({off});
-  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
-  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
-  EXPECT_EQ(bench.run.SmartEnabledByTest, 1);
-}
-
-TEST(SmartStatusTest, AStopRequestEndsThePollsCanceled) {
-  Bench bench({storage_bench::drive(0, kSectors)});
-  bench.on_progress = [&](uint64_t percent) {
-    if (percent == 30) bench.run.Running = 0;
-  };
-  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_EQ(bench.progress, (Percents{0, 0, 10, 20, 30, 100}));
-}
-
 TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   Bench bench({storage_bench::drive(0, kSectors)});
   bench.device(0).Info->SmartSupported = 0;

@@ -278,10 +278,7 @@ TEST_F(StorageModule, NamesKeysAndTexts) {
   EXPECT_EQ(record->GetAlgorithmKey(record, 6, &out), EFI_ABORTED);
   EXPECT_EQ(out, nullptr);
 
-  EXPECT_EQ(translated(u"STORAGE"), "Storage");
-  EXPECT_EQ(translated(u"TYPE"), "Type");
   EXPECT_EQ(translated(u"MANUFACTURER"), "Manufacter");
-  EXPECT_EQ(translated(u"CANT_DISABLE_SMART"), "Diagnosis unable to disable SMART");
   EXPECT_EQ(translated(u"READ_SECTOR_ERROR"), "Error reading sector");
   EXPECT_EQ(translated(u"UID"), "UID") << "a key the module does not know comes back as it is";
   EXPECT_EQ(translated(u"read_sector_error"), "read_sector_error");

@@ -76,20 +76,6 @@ TEST_F(AfterFailedSelfTest, TheFifthFailedReadEndsTheTestWithFiveLinesNewestFirs
   EXPECT_EQ(bench->progress.back(), 100u);
 }
 
-TEST_F(AfterFailedSelfTest, AStopWhileTheLogsAreReadEndsCanceledAndFreesTheCandidates) {
-  start({{1000, 1000}});
-  bench->on_progress = [&](uint64_t percent) {
-    if (percent == 40) bench->run.Running = 0;
-  };
-  {
-    AtaInterposer wire(bench->device(0));
-    EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_CANCELED);
-    EXPECT_TRUE(wire.read_lbas().empty());
-  }
-  EXPECT_EQ(bench->progress.back(), 100u);
-  bench->release();  // no candidate node left behind
-}
-
 TEST(TargetedReadTest, ADriveWhoseLogsNameNothingButLbaZeroPassesAfterTheLogPauses) {
   // Nothing in its logs; the multi-page logs (comprehensive, extended
   // comprehensive and extended self-test) have two pages each, the summary
