@@ -117,6 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
         // A refusal in a mode that is not chosen changes nothing.
         Case{kSplitterModes, {{80, 50, 60}}, 100, 31},
         // Not even 80x25 takes its last cell: the answers say nothing, the first choice stands.
-        Case{{{80, 25}, {100, 31}}, {{80, 25, 79}, {100, 31, 80}}, 100, 31}));
+        Case{{{80, 25}, {100, 31}}, {{80, 25, 79}, {100, 31, 80}}, 100, 31},
+        // No mode larger in both: 80x25 stays.
+        Case{{{80, 25}, {80, 50}}, {}, 80, 25}));
 
 }  // namespace
