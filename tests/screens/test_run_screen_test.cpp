@@ -246,19 +246,6 @@ TEST(MemoryRun, ThePassedRunsLogReadsAsTheTechnicianExpectsAndIsSavedToTheChosen
   EXPECT_FALSE(std::filesystem::exists(machine.directory() / "volumes" / "TARVIK" / "Log"));
 }
 
-TEST(MemoryRun, EscMidRunEndsItCanceledAndTheLogSaysAborted) {
-  TestMachine machine(
-      "wait \"Main Screen\"; key Enter; wait \"Progress of Current Algorithm\"; key Esc; wait 600 \"F3 = view log\";"
-      "snap \"outcome\";"
-      "key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; key Enter; wait \"Log saved successfully!\";"
-      "key Enter; key Esc;" + std::string(kLeave),
-      small_machine());
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
-  EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Advanced Integrity Test CANCELED");
-  const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
-  EXPECT_NE(saved.find(" STOP ADVANCED_INTEGRITY ABORTED"), std::string::npos) << saved;
-}
-
 TEST(MemoryRun, TheSaveDialogTellsWhenThereIsNoVolumeOrTheVolumeFails) {
   struct Case {
     const char* what;
