@@ -101,8 +101,7 @@ class RefusedModeChoice : public ::testing::TestWithParam<Case> {};
 TEST_P(RefusedModeChoice, PassesOverModesWhoseLastCellIsRefused) {
   TestMachine machine("wait \"Main Screen\"; snap \"main\"; key Up; key Enter",
                       console(GetParam().modes, GetParam().limits));
-  ApplicationSetup setup;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{});
   const hostfw::ScreenGrid& grid = machine->console().snapshot("main").grid;
   EXPECT_EQ(grid.columns * 1000 + grid.rows, GetParam().columns * 1000 + GetParam().rows);
 }

@@ -164,9 +164,7 @@ TEST(OutsideTexts, TheRecoveryToolsListAndRowsBlankAndCutTheDriveModel) {
       "wait \"Select Algorithms\"; key Enter; wait \"Do you want to proceed\"; type \"y\";"
       "wait 600 \"F3 = view log\"; snap \"final\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
       [](hostfw::Profile& p) { p.drives.at(1).model = kModel; });  // the first rotating drive
-  ApplicationSetup setup;
-  setup.real_bad_sectors_tool = true;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_bad_sectors_tool = true});
   const hostfw::ConsoleOut& console = machine->console();
 
   const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;

@@ -34,10 +34,7 @@ constexpr UINT8 kWarning = 1, kQuestion = 4;
 
 
 ApplicationSetup with_tool(FakeBadSectorsTool& tool) {
-  ApplicationSetup setup;
-  setup.bad_sectors_tool = true;
-  setup.tool_record = tool.record();
-  return setup;
+  return ApplicationSetup{.modules = {}, .bad_sectors_tool = true, .tool_record = tool.record()};
 }
 
 TEST(RecoveryScreen, OneDriveSkipsTheDeviceListAndEscOnTheOperationsReturnsWithNothingRun) {
@@ -258,9 +255,7 @@ TEST(RecoveryRealTool, CheckFindsTheBadSectorsAndTheRecoveryLogIsShownAndSaved) 
                       "wait 600 \"F3 = view log\"; snap \"final\"; key F3; wait \"F2 = save log\"; key F2;"
                       "wait \"Save Log\"; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;" +
                       kLeave);
-  ApplicationSetup setup;
-  setup.real_bad_sectors_tool = true;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_bad_sectors_tool = true});
   const hostfw::ConsoleOut& console = machine->console();
   // Both rotating drives are offered, the first chosen.
   const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
@@ -300,9 +295,7 @@ TEST(RecoveryRealTool, RecoverRemapsTheBadSectorsAndASecondCheckFindsNone) {
                       "wait \"Select Devices\"; key Enter; wait \"Select Algorithms\"; key Enter;"
                       "wait \"about one hour\"; type \"y\"; wait 600 \"F3 = view log\"; snap \"second\"; key Esc;" +
                       kLeave);
-  ApplicationSetup setup;
-  setup.real_bad_sectors_tool = true;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_bad_sectors_tool = true});
   // 10 found, two lines per repair and two summaries: the view followed the
   // newest line and the final view moved on to the duration.
   const hostfw::ScreenGrid& recovered = machine->console().snapshot("recovered").grid;

@@ -72,9 +72,7 @@ TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges)
   storage.test_name = u"Quick Storage Device Test";
   storage.module_name = u"Storage";
   for (int i = 1; i <= 59; ++i) storage.system_info.push_back({numbered(u"Row ", i), numbered(u"Value ", i)});
-  ApplicationSetup setup;
-  setup.modules = {&memory, &silent, &storage};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&memory, &silent, &storage}});
   const hostfw::ConsoleOut& console = machine->console();
 
   // "<- " + " Machine " + " Memory " + " Storage " + " ->": 32 columns, from (100 - 32) / 2.
