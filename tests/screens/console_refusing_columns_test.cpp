@@ -18,9 +18,7 @@ using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
-struct Limit {
-  int columns, rows, first_refused_column;
-};
+struct Limit { int columns, rows, first_refused_column; };
 
 std::function<void(hostfw::Profile&)> console(std::vector<hostfw::ConsoleModeSize> modes, std::vector<Limit> limits) {
   return [modes, limits](hostfw::Profile& profile) {
@@ -83,11 +81,7 @@ TEST(ConsoleRefusingColumns, TheMainScreenIsDrawnWholeInTheBestModeTheConsoleAdd
   EXPECT_NE(later.text_at(76, 24, 2), grid.text_at(76, 24, 2));
 }
 
-struct Case {
-  std::vector<hostfw::ConsoleModeSize> modes;
-  std::vector<Limit> limits;
-  int columns, rows;
-};
+struct Case { std::vector<hostfw::ConsoleModeSize> modes; std::vector<Limit> limits; int columns, rows; };
 
 void PrintTo(const Case& c, std::ostream* out) {
   for (const hostfw::ConsoleModeSize& mode : c.modes) *out << mode.columns << "x" << mode.rows << " ";

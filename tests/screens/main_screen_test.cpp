@@ -57,11 +57,7 @@ TEST(MainScreen, At100x31TheFrameAndBothPanelsAreWhereTechniciansExpectThem) {
   ASSERT_EQ(grid.columns, 100);
   ASSERT_EQ(grid.rows, 31);
 
-  struct Band {
-    int row;
-    const char* text;
-    uint8_t attribute;
-  };
+  struct Band { int row; const char* text; uint8_t attribute; };
   for (const Band& band : {Band{0, "Tarvik Diagnostic", 0x0F}, Band{1, "Main Screen", 0x70},
                            Band{29, "Use Arrow keys to change between options, and press Enter to select an option.",
                                 0x70},

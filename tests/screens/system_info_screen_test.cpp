@@ -32,11 +32,7 @@ TEST(SystemInformation, TheMachineTabShowsTheSmbiosStringsOfTheMachine) {
   EXPECT_EQ(grid.text_at(42, 3, 15), "<-  Machine  ->");
   EXPECT_EQ(grid.attribute_at(46, 3), 0x1F);
 
-  struct Field {
-    int row;
-    const char* label;
-    const char* value;
-  };
+  struct Field { int row; const char* label; const char* value; };
   for (const Field& f : {Field{7, "Machine Manufacturer:", "Korvan Systems"},
                          Field{8, "Product Name:", "Korvan Pro 7400"}, Field{9, "Product Version:", "Rev A2"},
                          Field{10, "Machine Serial Number:", "KVN7400-2418-0095"},
