@@ -1,5 +1,5 @@
-// The whole application on the host machine: the entry routine in-process,
-// and the tarvik program as a technician starts it.
+// The tarvik program as a technician starts it, and the simulated machine
+// it builds.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,18 +12,7 @@
 
 #include "tests/support/test_machine.h"
 
-extern "C" EFIAPI EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
-
 namespace {
-
-using testing_support::TestMachine;
-
-TEST(ApplicationRun, ARunWaitingForKeysThatNeverComeIsStopped) {
-  TestMachine machine("wait \"Main Screen\"");
-  const hostfw::RunResult result = machine->run(_ModuleEntryPoint);
-  EXPECT_EQ(result.end, hostfw::RunResult::End::Stuck);
-  EXPECT_FALSE(result.reason.empty());
-}
 
 struct Finished {
   int exit_code = -1;

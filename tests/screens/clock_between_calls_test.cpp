@@ -48,12 +48,7 @@ void draw_a_screen() {
   DrawFooter(u"ESC = exit");
 }
 
-struct Drawn {
-  hostfw::ScreenGrid grid;
-  uint8_t attribute;
-  int column, row;
-  int ticks;
-};
+struct Drawn { hostfw::ScreenGrid grid; uint8_t attribute; int column, row; int ticks; };
 
 EFIAPI VOID CountedClockTick(EFI_EVENT event, VOID* ticks) {
   ++*static_cast<int*>(ticks);

@@ -18,9 +18,7 @@ using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
-struct Limit {
-  int columns, rows, first_refused_column;
-};
+struct Limit { int columns, rows, first_refused_column; };
 
 std::function<void(hostfw::Profile&)> console(std::vector<hostfw::ConsoleModeSize> modes, std::vector<Limit> limits) {
   return [modes, limits](hostfw::Profile& profile) {
@@ -83,11 +81,7 @@ TEST(ConsoleRefusingColumns, TheMainScreenIsDrawnWholeInTheBestModeTheConsoleAdd
   EXPECT_NE(later.text_at(76, 24, 2), grid.text_at(76, 24, 2));
 }
 
-struct Case {
-  std::vector<hostfw::ConsoleModeSize> modes;
-  std::vector<Limit> limits;
-  int columns, rows;
-};
+struct Case { std::vector<hostfw::ConsoleModeSize> modes; std::vector<Limit> limits; int columns, rows; };
 
 void PrintTo(const Case& c, std::ostream* out) {
   for (const hostfw::ConsoleModeSize& mode : c.modes) *out << mode.columns << "x" << mode.rows << " ";
@@ -101,8 +95,7 @@ class RefusedModeChoice : public ::testing::TestWithParam<Case> {};
 TEST_P(RefusedModeChoice, PassesOverModesWhoseLastCellIsRefused) {
   TestMachine machine("wait \"Main Screen\"; snap \"main\"; key Up; key Enter",
                       console(GetParam().modes, GetParam().limits));
-  ApplicationSetup setup;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{});
   const hostfw::ScreenGrid& grid = machine->console().snapshot("main").grid;
   EXPECT_EQ(grid.columns * 1000 + grid.rows, GetParam().columns * 1000 + GetParam().rows);
 }
@@ -117,6 +110,8 @@ INSTANTIATE_TEST_SUITE_P(
         // A refusal in a mode that is not chosen changes nothing.
         Case{kSplitterModes, {{80, 50, 60}}, 100, 31},
         // Not even 80x25 takes its last cell: the answers say nothing, the first choice stands.
-        Case{{{80, 25}, {100, 31}}, {{80, 25, 79}, {100, 31, 80}}, 100, 31}));
+        Case{{{80, 25}, {100, 31}}, {{80, 25, 79}, {100, 31, 80}}, 100, 31},
+        // No mode larger in both: 80x25 stays.
+        Case{{{80, 25}, {80, 50}}, {}, 80, 25}));
 
 }  // namespace

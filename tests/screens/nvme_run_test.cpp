@@ -5,10 +5,7 @@
 // reaches the drives.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
-
 #include "hostfw/console_out.h"
 #include "hostfw/nvme_controller.h"
 #include "tests/support/application_with_modules.h"
@@ -16,6 +13,7 @@
 namespace {
 
 using testing_support::ApplicationSetup;
+using testing_support::file_text;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
@@ -50,15 +48,13 @@ TEST(NvmeRun, BothDrivesEveryAlgorithmTheLogAndSystemInformation) {
   const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
   EXPECT_TRUE(outcome.contains("Veltro QX500 512GB"));
 
-  std::ifstream in(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
-  std::stringstream saved;
-  saved << in.rdbuf();
+  const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
   for (const char* line : {"\nDISPLAYNAME: Arkon NV7 1TB NVMe Device\n", "\nSERIAL: VQX5-0021-8841\n",
                            "\nLBA_SIZE: 512 bytes\n", " STOP NVMEHEALTH SUCCESS ", " PERCENTAGE_USED 112 ",
                            " ERROR NVME_HEALTH_FAILING\n", " STOP NVMEHEALTH FAILURE ", " ERROR READ_SECTOR_ERROR 4242\n",
                            " STOP NVMEFULLREADSCAN FAILURE ", " STOP NVMEERRORLOGREAD UNSUPPORTED\n",
                            "\nSTOP TESTS UNV", "\n--- NVME\n"})
-    EXPECT_NE(saved.str().find(line), std::string::npos) << line << "\n" << saved.str();
+    EXPECT_NE(saved.find(line), std::string::npos) << line << "\n" << saved;
 
   const hostfw::ScreenGrid& info = machine->console().snapshot("info").grid;
   EXPECT_TRUE(info.contains("NVMe")) << info.row_text(3);

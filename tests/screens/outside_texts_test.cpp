@@ -92,11 +92,10 @@ TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
   // At 100 columns the values run from column 50 to the boxes' edge at 85.
   const hostfw::ScreenGrid& tab = console.snapshot("machine").grid;
   expect_whole_frame(tab, 85, "machine");
-  EXPECT_EQ(tab.text_at(50, 7, 35), first_columns(shown("Maker"), 35));
-  EXPECT_EQ(tab.text_at(50, 8, 35), first_columns(shown("Product"), 35));
-  EXPECT_EQ(tab.text_at(50, 15, 35), first_columns(shown("Version"), 35));
-  EXPECT_EQ(tab.text_at(50, 17, 35), first_columns(shown("Vendor"), 35));
-  EXPECT_EQ(tab.text_at(50, 22, 35), first_columns(shown("Cpu"), 35));
+  const std::pair<int, const char*> strings[] = {
+      {7, "Maker"}, {8, "Product"}, {15, "Version"}, {17, "Vendor"}, {22, "Cpu"}};
+  for (const auto& [row, start] : strings)
+    EXPECT_EQ(tab.text_at(50, row, 35), first_columns(shown(start), 35)) << start;
   // The processor version takes its two rows: broken at the last blank that
   // fits (a control character is no blank), the rest cut at the box.
   EXPECT_EQ(tab.text_at(50, 23, 35), first_columns(shown("Model"), 30) + "     ");
@@ -164,9 +163,7 @@ TEST(OutsideTexts, TheRecoveryToolsListAndRowsBlankAndCutTheDriveModel) {
       "wait \"Select Algorithms\"; key Enter; wait \"Do you want to proceed\"; type \"y\";"
       "wait 600 \"F3 = view log\"; snap \"final\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
       [](hostfw::Profile& p) { p.drives.at(1).model = kModel; });  // the first rotating drive
-  ApplicationSetup setup;
-  setup.real_bad_sectors_tool = true;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_bad_sectors_tool = true});
   const hostfw::ConsoleOut& console = machine->console();
 
   const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;

@@ -39,9 +39,7 @@ TEST(RunInfoRows, AWholeRowShowsUpToThePanelsEdgeAndValuesStartInTheirColumn) {
                     FakeDevice(u"Disk B", {}, {{u"Device: B", u""}, {u"Size:", u""}, {u"", u""}, {u"", u"x"}})};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ")};
   module.algorithms[0].busy_ms = 3000;
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
 
   const hostfw::ScreenGrid& first = machine->console().snapshot("first").grid;
   EXPECT_EQ(trimmed(panel_row(first, 5)), "Device: Arkon Disk One Model");

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
-
+#include <tuple>
 #include "hostfw/console_out.h"
 #include "tests/support/application_with_modules.h"
 
@@ -17,9 +17,7 @@ using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
 std::string line(const hostfw::ScreenGrid& grid, int row) {
-  std::string text = grid.text_at(30, row, 40);
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
+  return testing_support::trimmed(grid.text_at(30, row, 40));
 }
 
 TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesAllTicked) {
@@ -30,9 +28,7 @@ TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesA
   module.test_name = u"Quick Six Test";
   module.devices = {FakeDevice(u"Only Device")};
   for (char16_t n = u'1'; n <= u'6'; ++n) module.algorithms.push_back(FakeAlgorithm(u"Algorithm " + std::u16string(1, n), u"K"));
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
 
   const hostfw::ScreenGrid& grid = machine->console().snapshot("algorithms").grid;
   EXPECT_NE(grid.row_text(1).find("Quick Six Test"), std::string::npos);
@@ -40,18 +36,14 @@ TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesA
             std::string::npos);
   EXPECT_EQ(line(grid, 3), std::string(11, ' ') + "Select Algorithms");  // centred in columns 30 to 69
   // Box from column 29 to 70, rows 4 to 15: six entries, a blank, the all-line, a blank, the confirm line.
-  EXPECT_EQ(grid.text_at(29, 4, 1), "╔");
-  EXPECT_EQ(grid.text_at(70, 15, 1), "╝");
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(line(grid, 5 + i), "[X] Algorithm " + std::to_string(i + 1));
-  EXPECT_EQ(line(grid, 11), "");
-  EXPECT_EQ(line(grid, 12), "[X] Select/deselect all");
-  EXPECT_EQ(line(grid, 13), "");
-  EXPECT_EQ(line(grid, 14), "    Run Test >");
+  EXPECT_EQ(grid.text_at(29, 4, 1) + grid.text_at(70, 15, 1), "╔╝");
+  std::string lines;
+  for (int row = 5; row <= 14; ++row) lines += line(grid, row) + "|";
+  EXPECT_EQ(lines, "[X] Algorithm 1|[X] Algorithm 2|[X] Algorithm 3|[X] Algorithm 4|[X] Algorithm 5|"
+                   "[X] Algorithm 6||[X] Select/deselect all||    Run Test >|");
   // The cursor line is highlighted to the box's edge.
-  EXPECT_EQ(grid.attribute_at(30, 5), 0x1F);
-  EXPECT_EQ(grid.attribute_at(69, 5), 0x1F);
-  EXPECT_EQ(grid.attribute_at(30, 6), 0x30);
-
+  EXPECT_EQ(std::tuple(grid.attribute_at(30, 5), grid.attribute_at(69, 5), grid.attribute_at(30, 6)),
+            std::tuple(0x1F, 0x1F, 0x30));
   const hostfw::ScreenGrid& after = machine->console().snapshot("one unticked").grid;
   EXPECT_EQ(line(after, 5), "[ ] Algorithm 1");
   EXPECT_EQ(line(after, 12), "[-] Select/deselect all");
@@ -66,9 +58,7 @@ TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothRunsEveryChosenPair) {
   FakeTestModule module(machine->image_handle());
   module.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B"), FakeDevice(u"Disk C")};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK")};
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
 
   const hostfw::ScreenGrid& devices = machine->console().snapshot("devices").grid;
   EXPECT_EQ(line(devices, 5), "[X] Disk A");

@@ -42,9 +42,7 @@ Seen seen_on(SmbiosEntryPoints kind) {
   FakeTestModule module(run->image_handle());
   module.devices = {FakeDevice(u"Disk A")};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ")};
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(run, setup);
+  run_to_reset(run, ApplicationSetup{.modules = {&module}});
   const hostfw::ScreenGrid& outcome = run->console().snapshot("outcome").grid;
   for (int row = 5; row < 29 && seen.result_code.empty(); ++row)
     if (outcome.row_text(row).find("Result Code:") != std::string::npos) seen.result_code = outcome.row_text(row);

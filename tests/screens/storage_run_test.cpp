@@ -24,8 +24,8 @@ using testing_support::TestMachine;
 
 
 constexpr char kStartStorageTest[] =
-    "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
-    "wait \"Select Algorithms\"; snap \"algorithms\"; key Enter;";
+    "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; key Enter;"
+    "wait \"Select Algorithms\"; key Enter;";
 // Back on the main screen the storage test is still chosen; below it are
 // the NVMe test and Exit.
 constexpr char kLeave[] = "wait \"Main Screen\"; key Down 2; key Enter";
@@ -50,14 +50,6 @@ TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndT
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
   const hostfw::ConsoleOut& console = machine->console();
-
-  const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
-  for (const char* name : {"Arkon SSD-A510", "SEAGATE ST2000TV101", "WDC WX5000TVK-00A1B"})
-    EXPECT_TRUE(devices.contains(name)) << name;
-  const hostfw::ScreenGrid& algorithms = console.snapshot("algorithms").grid;
-  for (const char* name : {"Smart Status", "Smart Short Selftest", "Drive Self Test", "Random Seek Test",
-                           "Funnel Seek Test", "Targeted Read Test"})
-    EXPECT_TRUE(algorithms.contains(name)) << name;
 
   const hostfw::ScreenGrid& advice = console.snapshot("advice").grid;
   EXPECT_TRUE(advice.contains("Problems have been identified on one or"));

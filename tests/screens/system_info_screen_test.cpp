@@ -14,7 +14,7 @@ using testing_support::ApplicationSetup;
 using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
-
+using testing_support::trimmed;
 std::u16string numbered(const char16_t* prefix, int n) {
   return prefix + std::u16string(1, u'0' + n / 10) + std::u16string(1, u'0' + n % 10);
 }
@@ -22,11 +22,6 @@ std::u16string numbered(const char16_t* prefix, int n) {
 // Opens System Information from the main screen, then leaves the application.
 constexpr char kOpen[] = "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\";";
 constexpr char kLeave[] = "key Esc; wait \"Main Screen\"; key Left; key Up; key Enter";
-
-std::string trimmed(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 TEST(SystemInformation, TheMachineTabShowsTheSmbiosStringsOfTheMachine) {
   TestMachine machine(std::string(kOpen) + "snap \"machine\";" + kLeave);
@@ -37,11 +32,7 @@ TEST(SystemInformation, TheMachineTabShowsTheSmbiosStringsOfTheMachine) {
   EXPECT_EQ(grid.text_at(42, 3, 15), "<-  Machine  ->");
   EXPECT_EQ(grid.attribute_at(46, 3), 0x1F);
 
-  struct Field {
-    int row;
-    const char* label;
-    const char* value;
-  };
+  struct Field { int row; const char* label; const char* value; };
   for (const Field& f : {Field{7, "Machine Manufacturer:", "Korvan Systems"},
                          Field{8, "Product Name:", "Korvan Pro 7400"}, Field{9, "Product Version:", "Rev A2"},
                          Field{10, "Machine Serial Number:", "KVN7400-2418-0095"},
@@ -55,9 +46,8 @@ TEST(SystemInformation, TheMachineTabShowsTheSmbiosStringsOfTheMachine) {
     EXPECT_EQ(trimmed(grid.text_at(50, f.row, 35)), f.value) << f.row;
   }
   for (int row : {5, 13, 20}) EXPECT_NE(trimmed(grid.row_text(row)), "") << row;
-  EXPECT_EQ(grid.text_at(13, 6, 1), "╔");
-  EXPECT_EQ(grid.text_at(85, 11, 1), "╝");
-  EXPECT_EQ(grid.text_at(13, 25, 1), "╚");  // the wrapped version needs the taller box
+  // The wrapped version needs the taller box.
+  EXPECT_EQ(grid.text_at(13, 6, 1) + grid.text_at(85, 11, 1) + grid.text_at(13, 25, 1), "╔╝╚");
 }
 
 TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges) {
@@ -78,19 +68,15 @@ TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges)
   storage.test_name = u"Quick Storage Device Test";
   storage.module_name = u"Storage";
   for (int i = 1; i <= 59; ++i) storage.system_info.push_back({numbered(u"Row ", i), numbered(u"Value ", i)});
-  ApplicationSetup setup;
-  setup.modules = {&memory, &silent, &storage};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&memory, &silent, &storage}});
   const hostfw::ConsoleOut& console = machine->console();
 
   // "<- " + " Machine " + " Memory " + " Storage " + " ->": 32 columns, from (100 - 32) / 2.
-  const hostfw::ScreenGrid& bar = console.snapshot("memory").grid;
-  EXPECT_EQ(bar.text_at(34, 3, 32), "<-  Machine  Memory  Storage  ->");
-  EXPECT_EQ(bar.attribute_at(38, 3), 0x30);
-  EXPECT_EQ(bar.attribute_at(47, 3), 0x1F);  // " Memory " is the active tab
-
-  // Line 0 is the test's name; the 70-character value takes two continuation lines.
   const hostfw::ScreenGrid& mem = console.snapshot("memory").grid;
+  EXPECT_EQ(mem.text_at(34, 3, 32), "<-  Machine  Memory  Storage  ->");
+  EXPECT_EQ(mem.attribute_at(38, 3), 0x30);
+  EXPECT_EQ(mem.attribute_at(47, 3), 0x1F);  // " Memory " is the active tab
+  // Line 0 is the test's name; the 70-character value takes two continuation lines.
   EXPECT_EQ(trimmed(mem.text_at(15, 6, 35)), "Quick Memory Test");
   EXPECT_EQ(trimmed(mem.text_at(15, 7, 35)), "Total memory");
   EXPECT_EQ(trimmed(mem.text_at(50, 7, 34)), "512 MB");
@@ -104,11 +90,8 @@ TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges)
   const hostfw::ScreenGrid& top = console.snapshot("storage").grid;
   EXPECT_EQ(trimmed(top.text_at(15, 6, 35)), "Quick Storage Device Test");
   EXPECT_EQ(trimmed(top.text_at(15, 26, 35)), "Row 20");
-  EXPECT_EQ(top.text_at(13, 27, 1), "╚");
-  EXPECT_EQ(top.text_at(98, 5, 1), "▲");
-  EXPECT_EQ(top.text_at(98, 27, 1), "▼");
-  EXPECT_EQ(top.attribute_at(98, 6), 0x70);
-  EXPECT_EQ(top.attribute_at(98, 7), 0x00);
+  EXPECT_EQ(top.text_at(13, 27, 1) + top.text_at(98, 5, 1) + top.text_at(98, 27, 1), "╚▲▼");
+  EXPECT_EQ(top.attribute_at(98, 6) * 0x100 + top.attribute_at(98, 7), 0x7000);
   // Page Down moves 20 lines, Down one more.
   EXPECT_EQ(trimmed(console.snapshot("paged").grid.text_at(15, 6, 35)), "Row 20");
   EXPECT_EQ(trimmed(console.snapshot("paged").grid.text_at(50, 26, 34)), "Value 40");

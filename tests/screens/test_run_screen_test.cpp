@@ -42,9 +42,7 @@ TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
   TestMachine machine(std::string(kChooseAll) + "wait \"IN PROGRESS\"; snap \"running\"; wait \"F3 = view log\";"
                       "snap \"outcome\"; key Esc;" + kLeave);
   FakeTestModule module(machine->image_handle());
-  ApplicationSetup setup;
-  setup.modules = {&two_disks_three_algorithms(module)};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&two_disks_three_algorithms(module)}});
 
   // (3 + 4) x 2 + 4 = 18 lines fit in 22: no scrolling, short footers.
   const hostfw::ScreenGrid& running = machine->console().snapshot("running").grid;
@@ -76,9 +74,7 @@ TEST(RunScreen, EscDuringTheFirstAlgorithmCancelsItAndLeavesTheRestOnQueue) {
                       "snap \"outcome\"; key Esc;" + kLeave);
   FakeTestModule module(machine->image_handle());
   two_disks_three_algorithms(module).algorithms[0].busy_ms = 5000;
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
   const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
   EXPECT_TRUE(module.stop_requested);
   EXPECT_EQ(module.runs.size(), 1u);
@@ -96,9 +92,7 @@ TEST(RunScreen, ProgressIsDrawnOnlyWhenItGrows) {
   module.devices = {FakeDevice(u"Only")};
   module.algorithms = {FakeAlgorithm(u"Walk", u"WALK", tarvik::TEST_RESULT_CANCELED)};
   module.algorithms[0].progress = {0, 0, 10, 5, 20};
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
   const std::string& drawn = machine.transcript();
   EXPECT_NE(drawn.find(" 10%"), std::string::npos);
   EXPECT_NE(drawn.find(" 20%"), std::string::npos);
@@ -122,12 +116,10 @@ TEST(RunScreen, AnErrorFromTheModuleShowsItsTextAndReturnsToTheMainScreen) {
   FakeTestModule module(machine->image_handle());
   module.devices = {FakeDevice(u"Only")};
   module.algorithms = {FakeAlgorithm(u"Walk", u"WALK", 11)};
-  ApplicationSetup setup;
-  setup.modules = {&module};
   SecondRunFailsInTheFirmware::module = &module;
   SecondRunFailsInTheFirmware::scripted = module.record()->RunTest;
   module.record()->RunTest = SecondRunFailsInTheFirmware::Run;
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
   const hostfw::ScreenGrid& error = machine->console().snapshot("error").grid;
   EXPECT_TRUE(error.contains("Error"));
   EXPECT_TRUE(error.contains("Press ENTER to continue."));
@@ -151,9 +143,7 @@ TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll) {
   module.devices = {FakeDevice(u"Only")};
   module.algorithms = {FakeAlgorithm(u"Walk", u"WALK")};
   module.record()->RunTest = AsksFirst::Run;
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
   EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Walk PASSED");
 }
 
@@ -173,9 +163,7 @@ TEST(RunScreen, TheLogShowsMessagesAndEachResultInItsColour) {
                        FakeAlgorithm(u"Smart", u"SMART")};
   module.algorithms[0].messages = {u"ERROR WRITE_READ_ERROR WROTE 5 READ 7", u"MESSAGE note:x", u"NOTICE TEXT"};
   module.algorithms[1].busy_ms = 5000;
-  ApplicationSetup setup;
-  setup.modules = {&module};
-  run_to_reset(machine, setup);
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
 
   const hostfw::ScreenGrid& log = machine->console().snapshot("log").grid;
   // The time stamp of a line, then what follows it.
@@ -244,19 +232,6 @@ TEST(MemoryRun, ThePassedRunsLogReadsAsTheTechnicianExpectsAndIsSavedToTheChosen
             std::string::npos)
       << saved;
   EXPECT_FALSE(std::filesystem::exists(machine.directory() / "volumes" / "TARVIK" / "Log"));
-}
-
-TEST(MemoryRun, EscMidRunEndsItCanceledAndTheLogSaysAborted) {
-  TestMachine machine(
-      "wait \"Main Screen\"; key Enter; wait \"Progress of Current Algorithm\"; key Esc; wait 600 \"F3 = view log\";"
-      "snap \"outcome\";"
-      "key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; key Enter; wait \"Log saved successfully!\";"
-      "key Enter; key Esc;" + std::string(kLeave),
-      small_machine());
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
-  EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Advanced Integrity Test CANCELED");
-  const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
-  EXPECT_NE(saved.find(" STOP ADVANCED_INTEGRITY ABORTED"), std::string::npos) << saved;
 }
 
 TEST(MemoryRun, TheSaveDialogTellsWhenThereIsNoVolumeOrTheVolumeFails) {

@@ -3,9 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "badsector/bad_sectors_tool_protocol.h"
 #include "core/diag_common.h"
-#include "core/pool_text.h"
 #include "log/line_store.h"
 #include "log/log_protocol.h"
 #include "tests/support/fake_test_module.h"
@@ -269,13 +267,18 @@ TEST_F(Log, LineCopiesTheSecondsSuffixAndFreeing) {
   EXPECT_EQ(untouched, nullptr);
 }
 
-TEST_F(Log, AModuleThatIsNotRegisteredBuildsNothing) {
+// The recovery log takes its operation and rows from the bad-sector tool;
+// the lines it builds with the tool are checked beside the tool itself.
+TEST_F(Log, AModuleThatIsNotRegisteredOrAMissingToolBuildsNothing) {
   RunRecord run;
   run.times = {at(2025, 1, 1, 0, 0, 0)};
   EXPECT_EQ(build(0, run), EFI_INVALID_PARAMETER);
+  std::u16string a = u"Bad sectors found =\t2";
+  CHAR16* result_lines[] = {a.data()};
+  const EFI_TIME start = at(2025, 2, 3, 4, 5, 6), end = at(2025, 2, 3, 5, 6, 7);
+  EXPECT_EQ(log->BuildRecoverLog(1, result_lines, 1, &start, &end), EFI_ABORTED);
   EXPECT_EQ(log->GetLineCount(), 0u);
 }
-
 TEST(LogTime, MillisecondsCountLeapDaysAndStartIn1970) {
   EXPECT_EQ(tarvik::MillisecondsSince1970(at(1970, 1, 2, 0, 0, 0)), 86400000u);
   EXPECT_EQ(tarvik::MillisecondsSince1970(at(1969, 12, 31, 23, 59, 59)), 0u);
@@ -286,50 +289,6 @@ TEST(LogTime, MillisecondsCountLeapDaysAndStartIn1970) {
   CHAR16 stamp[tarvik::TimeStampChars + 1];
   tarvik::FormatTimeStamp(at(12345, 123, 7, 9, 60, 5), stamp);
   EXPECT_EQ(utf8(stamp), "23452307T096005UTC");  // too-large values keep their lowest digits
-}
-
-// The bad-sector tool as far as the recovery log uses it.
-EFIAPI EFI_STATUS tool_algorithm_name(tarvik::BadSectorsToolProtocol*, UINT64 index, CHAR16** name) {
-  return tarvik::CopyTextToPool(index == 1 ? u"Check and recover bad sectors" : u"Check bad sectors", name);
-}
-EFIAPI EFI_STATUS tool_run_info_row(tarvik::BadSectorsToolProtocol*, UINT64 row, UINT64, CHAR16** label,
-                                    CHAR16** value) {
-  tarvik::CopyTextToPool(row == 0 ? u"Device 0: Ostrava HD2000" : u"Size:", label);
-  return tarvik::CopyTextToPool(row == 0 ? u"" : u"1863 GB", value);
-}
-EFIAPI EFI_STATUS tool_unload(EFI_HANDLE) { return EFI_SUCCESS; }
-
-TEST_F(Log, ARecoveryLogNeedsTheToolAndFramesItsLines) {
-  std::u16string a = u"Bad sectors found =\t2", b = u"Corrected sector 1234";
-  CHAR16* result_lines[] = {a.data(), b.data()};
-  const EFI_TIME start = at(2025, 2, 3, 4, 5, 6), end = at(2025, 2, 3, 5, 6, 7);
-  EXPECT_EQ(log->BuildRecoverLog(2, result_lines, 1, &start, &end), EFI_ABORTED);
-  EXPECT_EQ(log->GetLineCount(), 0u);
-
-  static tarvik::BadSectorsToolProtocol tool;  // outlives the test: teardown uninstalls it
-  tool = {};
-  tool.Header.Revision = 1;
-  tool.Header.ImageHandle = machine->image_handle();
-  tool.Header.Guid = tarvik::BadSectorsToolProtocolGuid;
-  tool.GetAlgorithmName = tool_algorithm_name;
-  tool.GetRunInfoRow = tool_run_info_row;
-  EFI_HANDLE handle = machine->image_handle();
-  EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
-  VOID* record = &tool;
-  ASSERT_EQ(tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid, &record, tool_unload),
-            EFI_SUCCESS);
-
-  ASSERT_EQ(log->BuildRecoverLog(2, result_lines, 1, &start, &end), EFI_SUCCESS);
-  const std::vector<std::string> expected = {
-      "+++ 20250203T040506UTC RECOVER",
-      "Operation: Check and recover bad sectors",
-      "Device 0: Ostrava HD2000 ",
-      "Size: 1863 GB",
-      "Bad sectors found =\t2",
-      "Corrected sector 1234",
-      "--- 20250203T050607UTC RECOVER",
-  };
-  EXPECT_EQ(lines(), expected);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "core/diag_common.h"
@@ -17,15 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing_support::FakeTestModule;
+using testing_support::file_text;
 using testing_support::TestMachine;
 using tarvik::SaveLogCode;
-
-std::string read_file(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // The default machine plus volumes that refuse in each of their ways.
 hostfw::Profile refusing_volumes(const fs::path& directory) {
@@ -110,9 +103,9 @@ constexpr char kSavedLog[] =
 TEST_F(SaveLog, CreatesTheDirectoryAndAppendsEightBitLinesOnEverySave) {
   build_log();
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
-  EXPECT_EQ(read_file(log_file("GOOD")), kSavedLog);
+  EXPECT_EQ(file_text(log_file("GOOD")), kSavedLog);
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
-  EXPECT_EQ(read_file(log_file("GOOD")), std::string(kSavedLog) + kSavedLog);
+  EXPECT_EQ(file_text(log_file("GOOD")), std::string(kSavedLog) + kSavedLog);
 }
 
 TEST_F(SaveLog, RefusingVolumesAndHandlesGiveTheirCodeAndKeepWhatWasSaved) {
@@ -125,8 +118,8 @@ TEST_F(SaveLog, RefusingVolumesAndHandlesGiveTheirCodeAndKeepWhatWasSaved) {
   EXPECT_EQ(save_to(1), static_cast<UINT64>(SaveLogCode::FileNotOpened));  // write-protected
   EXPECT_EQ(save_to(2), static_cast<UINT64>(SaveLogCode::WriteFailed));
   EXPECT_EQ(save_to(3), static_cast<UINT64>(SaveLogCode::WriteFailed));
-  EXPECT_EQ(read_file(log_file("LOCKED")), "an earlier run\n");
-  EXPECT_EQ(read_file(log_file("FAILING")), "an earlier run\n");
+  EXPECT_EQ(file_text(log_file("LOCKED")), "an earlier run\n");
+  EXPECT_EQ(file_text(log_file("FAILING")), "an earlier run\n");
   EXPECT_EQ(fs::file_size(log_file("TINY")), 1024u * 1024 - 100);
 
   // A write-protected stick without \Log cannot get one either.
