@@ -88,11 +88,10 @@ TEST(AtaProfile, APacketDeviceAbortsIdentifyWithItsSignature) {
 }
 
 TEST(AtaProfile, ReallocationsWearAttributeFiveDownToItsThreshold) {
+  // The value before any write and absent attributes are in the repair tool's tests.
   Bench bench(machine_with("", {kDisk + "bad_sectors = 100-104\nspare_sectors = 100\nreallocated_sectors = 60\n"
-                                        "reallocated_threshold = 36\nabsent_attributes = 194\n"}));
-  EXPECT_EQ(bench.attribute(0, 5).value, 40);
+                                        "reallocated_threshold = 36\n"}));
   EXPECT_EQ(bench.threshold(0, 5), 36);
-  EXPECT_FALSE(bench.attribute(0, 194).present);
   EXPECT_EQ(bench.smart(0, 0xDA).asb.AtaCylinderLow, 0x4F);
   for (uint64_t lba = 100; lba <= 104; ++lba) ASSERT_EQ(outcome(bench.write(0, lba)), "ok");
   const Bench::Attribute a = bench.attribute(0, 5);
