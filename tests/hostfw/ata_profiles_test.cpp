@@ -88,11 +88,10 @@ TEST(AtaProfile, APacketDeviceAbortsIdentifyWithItsSignature) {
 }
 
 TEST(AtaProfile, ReallocationsWearAttributeFiveDownToItsThreshold) {
+  // The value before any write and absent attributes are in the repair tool's tests.
   Bench bench(machine_with("", {kDisk + "bad_sectors = 100-104\nspare_sectors = 100\nreallocated_sectors = 60\n"
-                                        "reallocated_threshold = 36\nabsent_attributes = 194\n"}));
-  EXPECT_EQ(bench.attribute(0, 5).value, 40);
+                                        "reallocated_threshold = 36\n"}));
   EXPECT_EQ(bench.threshold(0, 5), 36);
-  EXPECT_FALSE(bench.attribute(0, 194).present);
   EXPECT_EQ(bench.smart(0, 0xDA).asb.AtaCylinderLow, 0x4F);
   for (uint64_t lba = 100; lba <= 104; ++lba) ASSERT_EQ(outcome(bench.write(0, lba)), "ok");
   const Bench::Attribute a = bench.attribute(0, 5);
@@ -211,30 +210,20 @@ TEST(AtaProfile, MediaFaultsAtTheirLbas) {
   EXPECT_EQ(bench.now_seconds() - before, 10u) << "the packet's ten-second timeout passed";
 }
 
-// Falling silent, from the profile or from a moment the test picks: the
-// commands still answered, then timeouts in machine time (Timeout 0 waits
-// until the controller gives up).
+// Falling silent from the profile (a moment the test picks is covered by the
+// storage algorithms' tests): the commands still answered, then timeouts in
+// machine time (Timeout 0 waits until the controller gives up).
 TEST(AtaProfile, ADriveThatStopsAnsweringTimesOutEveryLaterCommand) {
-  {
-    Bench bench(machine_with("", {kDisk + "stop_answering_after = 2\n"}));
-    EXPECT_EQ(outcome(bench.identify(0)), "ok");
-    EXPECT_EQ(outcome(bench.verify(0, 0, 1)), "ok");
-    const uint64_t start = bench.now_seconds();
-    EXPECT_EQ(outcome(bench.send(0, Bench::block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512, 0, kDirect, 0)),
-              "timeout");
-    EXPECT_EQ(bench.now_seconds() - start, 30u);
-    EXPECT_EQ(bench.counts(0).total, 3u);
-  }
-  Bench later(machine_with("", {kDisk}));
-  EXPECT_EQ(outcome(later.verify(0, 0, 1)), "ok");
-  later.machine_->ata()->stop_answering_after(0, 2);
-  EXPECT_EQ(outcome(later.verify(0, 1, 1)), "ok");
-  EXPECT_EQ(outcome(later.identify(0)), "ok");
-  const uint64_t before = later.now_seconds();
-  EXPECT_EQ(outcome(later.verify(0, 2, 1)), "timeout");
-  EXPECT_EQ(later.now_seconds() - before, 10u) << "the packet's timeout";
-  EXPECT_EQ(outcome(later.identify(0)), "timeout");
-  EXPECT_THROW(later.machine_->ata()->stop_answering_after(5, 1), std::out_of_range);
+  Bench bench(machine_with("", {kDisk + "stop_answering_after = 2\n"}));
+  EXPECT_EQ(outcome(bench.identify(0)), "ok");
+  EXPECT_EQ(outcome(bench.verify(0, 0, 1)), "ok");
+  const uint64_t start = bench.now_seconds();
+  EXPECT_EQ(outcome(bench.send(0, Bench::block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512, 0, kDirect, 0)),
+            "timeout");
+  EXPECT_EQ(bench.now_seconds() - start, 30u);
+  EXPECT_EQ(outcome(bench.verify(0, 2, 1)), "timeout");
+  EXPECT_EQ(bench.counts(0).total, 4u);
+  EXPECT_THROW(bench.machine_->ata()->stop_answering_after(5, 1), std::out_of_range);
 }
 
 // Drives that misbehave on purpose: IDENTIFY data of one byte throughout,

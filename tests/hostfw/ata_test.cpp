@@ -104,19 +104,17 @@ TEST_F(Ata, SmartStatusDataAndThresholds) {
   EXPECT_EQ(byte_sum(smart(5, 0xD1).data), 0) << "thresholds";
 }
 
-TEST_F(Ata, SelfTestsNeedSmartRunOnMachineTimeAndAreLogged) {
+// Progress on the machine clock, a bad sector ending a test and the LBA in
+// the logs are followed end to end by the SMART self-test and targeted-read
+// tests; here what those do not show.
+TEST_F(Ata, SelfTestsNeedSmartAndAreLogged) {
   // SMART switched off refuses everything but being switched on.
   for (UINT8 feature : {0xD0, 0xDA, 0xD4}) EXPECT_EQ(outcome(smart(7, feature, 0x01)), "ABRT");
   ASSERT_EQ(outcome(smart(7, 0xD8)), "ok");
   EXPECT_EQ(identify(7).word(85) & 1, 1);
 
-  const uint64_t seconds = self_test_seconds(7, 0x01);
-  ASSERT_GT(seconds, 10u);
   ASSERT_EQ(outcome(smart(7, 0xD4, 0x01)), "ok");
-  EXPECT_EQ(self_test_status(7), 0xF9);
-  stall_seconds(seconds - 1);
-  EXPECT_EQ(self_test_status(7), 0xF1);
-  stall_seconds(2);
+  stall_seconds(self_test_seconds(7, 0x01) + 1);
   EXPECT_EQ(self_test_status(7), 0x00);
   const Reply log = smart(7, 0xD5, 0x06, 1);
   EXPECT_EQ(log.data.at(2), 0x01);  // the subcommand
@@ -125,22 +123,6 @@ TEST_F(Ata, SelfTestsNeedSmartRunOnMachineTimeAndAreLogged) {
   EXPECT_EQ(byte_sum(log.data), 0);
   EXPECT_EQ(outcome(smart(7, 0xD9)), "ok");
   EXPECT_EQ(outcome(smart(7, 0xDA)), "ABRT") << "SMART switched off again";
-
-  // A read failure ends an extended test early; an abort is logged too.
-  ASSERT_EQ(outcome(smart(3, 0xD4, 0x02)), "ok");
-  stall_seconds(self_test_seconds(3, 0x02) / 10);  // the first bad sector lies near the start
-  EXPECT_EQ(self_test_status(3), 0x79) << "read failure, with nearly all the work left";
-  ASSERT_EQ(outcome(smart(3, 0xD4, 0x01)), "ok");
-  stall_seconds(10);
-  ASSERT_EQ(outcome(smart(3, 0xD4, 0x7F)), "ok");
-  EXPECT_EQ(self_test_status(3) >> 4, 0x1) << "aborted by the host";
-  const Reply failures = smart(3, 0xD5, 0x06, 1);
-  EXPECT_EQ(failures.data.at(508), 2);
-  EXPECT_EQ(failures.data[2 + 1] >> 4, 0x7);
-  EXPECT_EQ(failures.data[2 + 5] | failures.data[2 + 6] << 8, 1000) << "28-bit LBA of the first failure";
-  EXPECT_EQ(failures.data[2 + 24] | failures.data[2 + 24 + 1] << 8, 0x01 | 0x19 << 8);
-  const Reply ext = send(3, block(0x2F, 0, 0x07, 1), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512);
-  EXPECT_EQ(ext.data.at(9) | ext.data[10] << 8, 1000) << "the extended log, from READ LOG EXT";
   ASSERT_EQ(outcome(smart(3, 0xD4, 0x50, 4)), "ok") << "the vendor drive self-test";
   EXPECT_EQ(self_test_status(3) >> 4, 0xF);
 }

@@ -61,15 +61,11 @@ EFIAPI EFI_STATUS FakeAtaPassThru::PassThru(EFI_ATA_PASS_THRU_PROTOCOL* This, UI
   r.protocol = Packet->Protocol;
   r.length = Packet->Length;
   r.event = Event != nullptr;
-  if (r.out_buffer != nullptr) {
-    const auto* out = static_cast<const uint8_t*>(r.out_buffer);
-    r.out_data.assign(out, out + r.out_length);
-  }
   self.packets.push_back(r);
 
   const UINT32 align = self.mode.IoAlign;
-  if (self.check_alignment && (misaligned(Packet->Asb, align) || misaligned(Packet->InDataBuffer, align) ||
-                               misaligned(Packet->OutDataBuffer, align)))
+  if (misaligned(Packet->Asb, align) || misaligned(Packet->InDataBuffer, align) ||
+      misaligned(Packet->OutDataBuffer, align))
     return EFI_INVALID_PARAMETER;
 
   AtaReply reply;

@@ -51,7 +51,6 @@ struct RecordedPacket {
   UINT8 protocol = 0;
   UINT8 length = 0;
   bool event = false;
-  std::vector<uint8_t> out_data;  // the bytes of the out-buffer
 };
 
 class FakeAtaPassThru {
@@ -74,13 +73,11 @@ class FakeAtaPassThru {
   std::vector<std::pair<UINT16, UINT16>> devices;
 
   // Answers: the queue first, in order; then the responder, when set; else
-  // default_reply.
+  // default_reply. Buffers and status blocks not aligned to mode.IoAlign are
+  // refused (EFI_INVALID_PARAMETER) first.
   std::deque<AtaReply> replies;
   std::function<AtaReply(const RecordedPacket&)> responder;
   AtaReply default_reply;
-  // Refuse (EFI_INVALID_PARAMETER) buffers and status blocks that are not
-  // aligned to mode.IoAlign, as OVMF does.
-  bool check_alignment = true;
 
   // What happened.
   std::vector<RecordedPacket> packets;
