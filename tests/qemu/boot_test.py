@@ -15,7 +15,6 @@ clock ticks, System Information shows the SMBIOS strings QEMU was given, and
 import os
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -95,10 +94,5 @@ class BootTest(qemu_session.ImageTestCase):
             self.assertEqual(status, 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
 
 
-def main():
-    BootTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(BootTest, __doc__, "the application to boot (TarvikDiag.efi)")

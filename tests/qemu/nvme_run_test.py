@@ -12,7 +12,6 @@ import os
 import re
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -104,10 +103,5 @@ class NvmeRunTest(qemu_session.ImageTestCase):
         self.assertEqual(digest(drive), before, "the drive's image changed")
 
 
-def main():
-    NvmeRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(NvmeRunTest, __doc__, "the application to boot (TarvikDiag.efi)")

@@ -18,7 +18,6 @@ import datetime
 import os
 import re
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -172,10 +171,5 @@ class RecoveryRunTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.written_extents(drive), [], "data was written to the checked drive")
 
 
-def main():
-    RecoveryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(RecoveryRunTest, __doc__, "the application to boot (TarvikDiag.efi)")

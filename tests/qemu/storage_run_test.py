@@ -18,7 +18,6 @@ the log's lines. QEMU's clock starts at 2024-03-15 10:15:00.
 import os
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -213,10 +212,5 @@ class StorageRunTest(qemu_session.ImageTestCase):
         self.assertEqual(lines[len(EXPECTED_LOG):], [""] * (4 * 16), repr("\n".join(lines[-5:])))
 
 
-def main():
-    StorageRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(StorageRunTest, __doc__, "the application to boot (TarvikDiag.efi)")

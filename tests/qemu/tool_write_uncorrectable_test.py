@@ -14,7 +14,6 @@ the drive named SCRATCH7200 and answers the tool's one confirmation with yes.
 import os
 import re
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -59,11 +58,5 @@ class ToolWriteUncorrectableTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.written_extents(scratch), [], "data was written to the scratch drive")
 
 
-def main():
-    ToolWriteUncorrectableTest.efi_file, rest = qemu_session.efi_argument(
-        __doc__, "the tool runner test image (TarvikToolRunner.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(ToolWriteUncorrectableTest, __doc__, "the tool runner test image (TarvikToolRunner.efi)")
