@@ -1,13 +1,8 @@
 #!/usr/bin/env python3
-"""Boots TarvikDiag.efi from a USB disk image under QEMU + OVMF, on a machine
-with QEMU's standard VGA card as well as the serial port (as on a PC with a
-display and a serial console: OVMF joins the graphics console and the serial
-terminal in one console, which offers 100x31 while the terminal behind it may
-still be in another mode), and uses it as a technician would on real
-firmware: the main screen comes up whole at 100x31 and stays so while the
-clock ticks, System Information shows the SMBIOS strings QEMU was given, and
-"Exit Application" tears down and cold-resets the machine, which ends QEMU
-(-no-reboot) with status 0.
+"""Boots TarvikDiag.efi under QEMU + OVMF with a VGA card beside the serial
+port (one joined console): the main screen comes up whole at 100x31 and stays
+so while the clock ticks, System Information shows QEMU's SMBIOS strings, and
+"Exit Application" resets the machine, ending QEMU with status 0.
 
     boot_test.py --efi build/TarvikDiag.efi [unittest options]
 """
