@@ -10,7 +10,6 @@ screen's code.
 import json
 import os
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -105,14 +104,5 @@ class MemoryRunTest(qemu_session.ImageTestCase):
                          [("Advanced Integrity Test", "passed")])
 
 
-def main():
-    MemoryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    if "--smp" in rest:
-        at = rest.index("--smp")
-        MemoryRunTest.smp = int(rest[at + 1])
-        del rest[at:at + 2]
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(MemoryRunTest, __doc__, "the application to boot (TarvikDiag.efi)", numbers=["smp"])

@@ -453,21 +453,19 @@ class ImageTestCase(unittest.TestCase):
         self.tmp.cleanup()
 
 
-def efi_argument(description, what):
-    """The --efi file a QEMU test script is given, as an absolute path; the
-    other arguments are left for unittest and returned with it."""
+def main(test_class, description, what, numbers=()):
+    """Runs a QEMU test script's tests on the --efi file it is given; each
+    name in numbers is an integer option setting that class attribute."""
     import argparse
     parser = argparse.ArgumentParser(description=description,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--efi", required=True, help=what)
+    for name in numbers:
+        parser.add_argument("--" + name, type=int, default=getattr(test_class, name))
     args, rest = parser.parse_known_args()
-    efi = os.path.abspath(args.efi)
-    if not os.path.isfile(efi):
-        parser.error(f"no such file: {efi}")
-    return efi, rest
-
-
-def main(test_class, description, what):
-    """Runs a QEMU test script's tests on the --efi file it is given."""
-    test_class.efi_file, rest = efi_argument(description, what)
+    test_class.efi_file = os.path.abspath(args.efi)
+    if not os.path.isfile(test_class.efi_file):
+        parser.error(f"no such file: {test_class.efi_file}")
+    for name in numbers:
+        setattr(test_class, name, getattr(args, name))
     unittest.main(argv=[sys.argv[0], "-v", *rest])
