@@ -105,4 +105,4 @@ class MemoryRunTest(qemu_session.ImageTestCase):
 
 
 if __name__ == "__main__":
-    qemu_session.main(MemoryRunTest, __doc__, "the application to boot (TarvikDiag.efi)", numbers=["smp"])
+    qemu_session.main(MemoryRunTest, __doc__, "the application to boot (TarvikDiag.efi)", options=["smp"])

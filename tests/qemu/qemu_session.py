@@ -31,9 +31,6 @@ KEYS = {
     "down": b"\x1b[B",
     "right": b"\x1b[C",
     "left": b"\x1b[D",
-    "home": b"\x1b[H",
-    "end": b"\x1b[F",
-    "pgup": b"\x1b[I",
     "pgdn": b"\x1b[G",
     "f2": b"\x1b[N",
     "f3": b"\x1b[O",
@@ -328,11 +325,6 @@ class QemuSession:
 
     # ---- output ----------------------------------------------------------------
     @property
-    def raw(self):
-        with self._lock:
-            return bytes(self._raw)
-
-    @property
     def screen(self):
         """The terminal's screen as it is now (a copy)."""
         with self._lock:
@@ -453,19 +445,21 @@ class ImageTestCase(unittest.TestCase):
         self.tmp.cleanup()
 
 
-def main(test_class, description, what, numbers=()):
+def main(test_class, description, what, options=()):
     """Runs a QEMU test script's tests on the --efi file it is given; each
-    name in numbers is an integer option setting that class attribute."""
+    name in options sets that class attribute (required when it is None)."""
     import argparse
     parser = argparse.ArgumentParser(description=description,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--efi", required=True, help=what)
-    for name in numbers:
-        parser.add_argument("--" + name, type=int, default=getattr(test_class, name))
+    for name in options:
+        default = getattr(test_class, name)
+        parser.add_argument("--" + name, required=default is None, default=default,
+                            type=str if default is None else type(default))
     args, rest = parser.parse_known_args()
     test_class.efi_file = os.path.abspath(args.efi)
     if not os.path.isfile(test_class.efi_file):
         parser.error(f"no such file: {test_class.efi_file}")
-    for name in numbers:
+    for name in options:
         setattr(test_class, name, getattr(args, name))
     unittest.main(argv=[sys.argv[0], "-v", *rest])
