@@ -20,9 +20,6 @@ SCREEN_TIMEOUT = 60  # seconds for a screen to come up once its key is sent
 
 
 class BootTest(qemu_session.ImageTestCase):
-    def field(self, screen, row, column, width=35):
-        return screen.text_at(row, column, width).rstrip()
-
     def test_main_screen_system_information_and_exit(self):
         smbios = qemu_session.smbios_values()
         with QemuSession(self.image, vga=True, screen_size=(100, 31)) as q:
@@ -75,8 +72,8 @@ class BootTest(qemu_session.ImageTestCase):
             }
             screen = q.screen
             for row, (label, value) in expected.items():
-                self.assertEqual(self.field(screen, row, 15), label, screen.text())
-                self.assertEqual(self.field(screen, row, 50), value, screen.text())
+                self.assertEqual(screen.text_at(row, 15, 35).rstrip(), label, screen.text())
+                self.assertEqual(screen.text_at(row, 50, 35).rstrip(), value, screen.text())
             self.assertIn("System Information", screen.line(1))
             self.assertEqual(screen.line(0).strip(), "Tarvik Diagnostic", screen.text())
 
