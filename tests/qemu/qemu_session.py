@@ -56,8 +56,8 @@ def decode(data):
     return data.decode("cp437")
 
 
-def make_image(out, efi, *extra):
-    subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi, *extra], check=True)
+def make_image(out, efi):
+    subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi], check=True)
 
 
 PARTITION_OFFSET = 2048 * 512  # where tools/make-image.sh puts the volume
@@ -77,8 +77,7 @@ def saved_log_lines(image):
     saved = read_from_volume(image, "/Log/Log.log")
     if saved is None:
         return None
-    text = saved.decode("latin-1")
-    lines = text.split("\n")
+    lines = saved.decode("latin-1").split("\n")
     if lines[-1] != "":
         lines[-1] += " [no line feed at the end of the file]"
         return lines
@@ -120,23 +119,16 @@ LOG_STAMP = r"20240315T1[01]\d{4}UTC"
 LOG_EPOCH_MS = r"1710\d{6}000"
 
 
-def log_line_pattern(expected):
-    """A text with a backslash is a regular expression, any other is exact."""
-    return "^" + (expected if "\\" in expected else re.escape(expected)) + "$"
-
-
 def assert_saved_log(test, image, expected, exact=True):
-    """Checks the saved log's lines against expected (log_line_pattern); with
+    """Checks the saved log's lines against expected, where a text with a
+    backslash is a regular expression and any other is exact; with
     exact=False the file may go on after them. Returns the lines."""
     lines = saved_log_lines(image)
     test.assertIsNotNone(lines, "no \\Log\\Log.log on the boot volume")
     text = "\n".join(lines)
-    if exact:
-        test.assertEqual(len(lines), len(expected), text)
-    else:
-        test.assertGreaterEqual(len(lines), len(expected), text)
+    (test.assertEqual if exact else test.assertGreaterEqual)(len(lines), len(expected), text)
     for line, pattern in zip(lines, expected):
-        test.assertRegex(line, log_line_pattern(pattern), text)
+        test.assertRegex(line, "^" + (pattern if "\\" in pattern else re.escape(pattern)) + "$", text)
     return lines
 
 
