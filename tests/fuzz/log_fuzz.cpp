@@ -165,11 +165,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::vector<UINT8>> states(devices, std::vector<UINT8>(algorithms));
   std::vector<std::vector<std::vector<std::u16string>>> messages(
       devices, std::vector<std::vector<std::u16string>>(algorithms));
+  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
+                                                                  std::vector<std::vector<CHAR16*>>(algorithms));
+  std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   for (size_t d = 0; d < devices; ++d) {
     for (size_t a = 0; a < algorithms; ++a) {
       states[d][a] = in.take<uint8_t>() % 8;
       messages[d][a].resize(in.take<uint8_t>() % 3);
-      for (std::u16string& message : messages[d][a]) message = Text(in);
+      for (std::u16string& message : messages[d][a]) message_pointers[d][a].push_back((message = Text(in)).data());
+      message_counts[d][a] = messages[d][a].size();
     }
   }
   std::vector<UINT8> algorithm_selection(algorithms), device_selection(devices);
@@ -191,18 +195,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (auto& row : states) state_rows.push_back(row.data());
   std::vector<CHAR16*> summary_pointers;
   for (std::u16string& line : summary) summary_pointers.push_back(line.data());
-  std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
-                                                                  std::vector<std::vector<CHAR16*>>(algorithms));
   std::vector<std::vector<CHAR16**>> message_cells(devices, std::vector<CHAR16**>(algorithms));
-  std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   std::vector<CHAR16***> message_devices;
   std::vector<UINT64*> count_devices;
   for (size_t d = 0; d < devices; ++d) {
-    for (size_t a = 0; a < algorithms; ++a) {
-      for (std::u16string& message : messages[d][a]) message_pointers[d][a].push_back(message.data());
-      message_cells[d][a] = message_pointers[d][a].data();
-      message_counts[d][a] = messages[d][a].size();
-    }
+    for (size_t a = 0; a < algorithms; ++a) message_cells[d][a] = message_pointers[d][a].data();
     message_devices.push_back(message_cells[d].data());
     count_devices.push_back(message_counts[d].data());
   }

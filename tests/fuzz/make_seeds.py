@@ -56,14 +56,8 @@ def f_conversion(conv, *, width=None, star_width=None, precision=None, star_prec
     shape = w + 3 * p + 9 * (1 if long_values else 0)
     bits = sum(1 << "-0,+ ".index(f) for f in flags)
     out = u8(1) + u8(shape) + u8(bits) + u8(CONVERSIONS.index(conv))
-    if w == 1:
-        out += u16(width)
-    if w == 2:
-        out += i32(star_width)
-    if p == 1:
-        out += u16(precision)
-    if p == 2:
-        out += i32(star_precision)
+    for kind, digits, star in ((w, width, star_width), (p, precision, star_precision)):
+        out += u16(digits) if kind == 1 else i32(star) if kind == 2 else b""
     if conv == "s":
         out += u8(len(text)) + wide(text)
     elif conv == "a":
@@ -155,7 +149,7 @@ def with_failures(seeds, failing=(1, 2, 5)):
 
 def language_seeds():
     return with_failures({
-        **{name: table for name, table in MACHINE_TABLES.items()},
+        **MACHINE_TABLES,
         "portuguese": table(SYSTEM, language(2)),
         "current-language-past-the-strings": table(language(9)),
         "structure-too-short-for-the-current-language": table(language(1, length=0x15)),
@@ -167,7 +161,7 @@ def language_seeds():
 
 def memory_rows_seeds():
     return with_failures({
-        **{name: table for name, table in MACHINE_TABLES.items()},
+        **MACHINE_TABLES,
         "four-slots-one-empty": table(SYSTEM, *[memory_device(4096, 24, 1600) for _ in range(3)],
                                       memory_device(0, 24, 0)),
         "odd-sizes-and-types": table(memory_device(0xFFFF, 255, 0xFFFF), memory_device(0x7FFF, 26, 1),
@@ -280,13 +274,8 @@ def log_seeds():
                          failing=(1, 6, 3))
 
 
-TARGETS = {
-    "format": format_seeds,
-    "language": language_seeds,
-    "memory_rows": memory_rows_seeds,
-    "smbios": smbios_seeds,
-    "log": log_seeds,
-}
+TARGETS = {"format": format_seeds, "language": language_seeds, "memory_rows": memory_rows_seeds,
+           "smbios": smbios_seeds, "log": log_seeds}
 
 
 def main(names):

@@ -9,7 +9,6 @@ and Log.log, the second appends to it.
 
 import os
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -59,10 +58,5 @@ class LogFileTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG * 2)
 
 
-def main():
-    LogFileTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the log writer test image (TarvikLogWriter.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(LogFileTest, __doc__, "the log writer test image (TarvikLogWriter.efi)")

@@ -1,13 +1,8 @@
 #!/usr/bin/env python3
-"""Runs the memory test end to end on OVMF under QEMU (256 MiB, --smp
-processors): Enter on
-"Quick Memory Test" on the main screen, the run ends PASSED with its result
-code, F3 shows the log, F2 saves it on the FAT boot volume, and the file read
-back with mtools holds exactly the log's lines, with the number of
-processors that tested when there are several; \Log\Results.jsonl beside it
-holds the run as the results schema describes it, with the screen's code. QEMU's clock starts at
-2024-03-15 10:15:00, so the date in the result code is known; the seconds
-of the time stamps and the tested size depend on the run.
+"""The memory test under QEMU (256 MiB, --smp processors): the run passes
+with its result code, the saved log is exact (with the number of processors
+when there are several), and \Log\Results.jsonl holds the run with the
+screen's code.
 
     memory_run_test.py --efi build/TarvikDiag.efi [--smp N] [unittest options]
 """
@@ -15,7 +10,6 @@ of the time stamps and the tested size depend on the run.
 import json
 import os
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -110,14 +104,5 @@ class MemoryRunTest(qemu_session.ImageTestCase):
                          [("Advanced Integrity Test", "passed")])
 
 
-def main():
-    MemoryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    if "--smp" in rest:
-        at = rest.index("--smp")
-        MemoryRunTest.smp = int(rest[at + 1])
-        del rest[at:at + 2]
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(MemoryRunTest, __doc__, "the application to boot (TarvikDiag.efi)", options=["smp"])

@@ -10,7 +10,6 @@ drive's file must still hold no data.
 
 import os
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -70,10 +69,5 @@ class NvmeProbeTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.written_extents(drive), [], "data was written to the NVMe drive")
 
 
-def main():
-    NvmeProbeTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the NVMe probe image (TarvikNvmeProbe.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(NvmeProbeTest, __doc__, "the NVMe probe image (TarvikNvmeProbe.efi)")

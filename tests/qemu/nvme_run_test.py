@@ -12,7 +12,6 @@ import os
 import re
 import sys
 import time
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -22,12 +21,6 @@ SCREEN_TIMEOUT = 60
 RUN_TIMEOUT = 600  # a 64 MiB namespace, verified in 128 KiB commands under TCG
 BAD_SECTOR = 100000
 SERIAL = "TVKNVME1"
-BLKDEBUG = f"""[inject-error]
-event = "read_aio"
-errno = "5"
-sector = "{BAD_SECTOR}"
-once = "off"
-"""
 
 
 def digest(path):
@@ -36,25 +29,14 @@ def digest(path):
 
 
 class NvmeRunTest(qemu_session.ImageTestCase):
-    def make_drive(self):
-        image = os.path.join(self.tmp.name, "nvme.raw")
-        with open(image, "wb") as f:
-            f.truncate(64 << 20)  # sparse
-        with open(image, "r+b") as f:  # some data, so that the hash means something
+    def test_a_run_of_all_algorithms_on_an_nvme_drive_is_logged_and_writes_nothing(self):
+        drive = qemu_session.sparse_drive(os.path.join(self.tmp.name, "nvme.raw"), 64 << 20)
+        with open(drive, "r+b") as f:  # some data, so that the hash means something
             f.seek(4096)
             f.write(os.urandom(65536))
-        conf = os.path.join(self.tmp.name, "blkdebug.conf")
-        with open(conf, "w") as f:
-            f.write(BLKDEBUG)
-        args = ["-drive", f"if=none,id=nv0,format=raw,file=blkdebug:{conf}:{image}",
-                "-device", f"nvme,serial={SERIAL},drive=nv0"]
-        return image, args
-
-    def test_a_run_of_all_algorithms_on_an_nvme_drive_is_logged_and_writes_nothing(self):
-        drive, drive_args = self.make_drive()
         before = digest(drive)
-        with QemuSession(self.image, screen_size=(100, 31),
-                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START, *drive_args]) as q:
+        with QemuSession(self.image, nvmes=[f"{drive},serial={SERIAL},error_sector={BAD_SECTOR}"],
+                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
             q.wait_for("System Information")
             q.wait_for("Quick NVMe Device Test", SCREEN_TIMEOUT)
 
@@ -104,10 +86,5 @@ class NvmeRunTest(qemu_session.ImageTestCase):
         self.assertEqual(digest(drive), before, "the drive's image changed")
 
 
-def main():
-    NvmeRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(NvmeRunTest, __doc__, "the application to boot (TarvikDiag.efi)")

@@ -1,31 +1,16 @@
-"""Drives TarvikDiag.efi booted under QEMU + OVMF through its serial console.
+"""Drives an image booted under QEMU + OVMF (tools/qemu.sh --console stdio)
+through the firmware's PC-ANSI serial terminal.
 
-A QemuSession builds nothing itself: it boots a disk image made by
-tools/make-image.sh with tools/qemu.sh --console stdio, collects everything the
-firmware writes to the serial port, and sends keys the way a serial terminal
-would.
-
-What the firmware's serial terminal (PC-ANSI) does, and what this module
-undoes:
-- Text positions are set with ESC [ row ; col H, colours with ESC [ ... m, the
-  screen is cleared with ESC [ 2 J. `output` holds the text with those
-  sequences removed (a cursor move becomes a line break, so texts drawn at
-  different places never run together); `screen` is a VT terminal (pyte) of
-  the console mode's size fed with them, so it shows what a technician's
-  terminal would: a scrolled screen, a misplaced text, the colours. The
-  PC-ANSI screen-mode sequence ESC [ = n h, which VT terminals lack, is left
-  out.
-- Characters outside ASCII are sent as code page 437 bytes (box drawing,
-  blocks); both views decode them back to Unicode. Arrows and triangles come
-  out as the ASCII stand-ins ^ v < >.
-- Keys: special keys are PC-ANSI escape sequences (KEYS). The terminal takes a
-  lone ESC as the ESC key only after about two seconds with nothing after it,
-  so send_key waits that long before sending anything after an ESC.
+`output` is the serial text without escape sequences (a cursor move becomes a
+line break); `screen` is a VT terminal (pyte) of the console mode's size fed
+with them. Non-ASCII arrives as code page 437. A lone ESC counts as the ESC
+key only after about two seconds of silence, so send_key waits after one.
 """
 
 import os
 import re
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -46,9 +31,6 @@ KEYS = {
     "down": b"\x1b[B",
     "right": b"\x1b[C",
     "left": b"\x1b[D",
-    "home": b"\x1b[H",
-    "end": b"\x1b[F",
-    "pgup": b"\x1b[I",
     "pgdn": b"\x1b[G",
     "f2": b"\x1b[N",
     "f3": b"\x1b[O",
@@ -74,8 +56,8 @@ def decode(data):
     return data.decode("cp437")
 
 
-def make_image(out, efi, *extra):
-    subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi, *extra], check=True)
+def make_image(out, efi):
+    subprocess.run([os.path.join(TOOLS, "make-image.sh"), out, efi], check=True)
 
 
 PARTITION_OFFSET = 2048 * 512  # where tools/make-image.sh puts the volume
@@ -90,15 +72,12 @@ def read_from_volume(image, path):
 
 
 def saved_log_lines(image):
-    """The lines of \\Log\\Log.log on the image's boot volume, or None when
-    the file is absent. The file is 8-bit text with a line feed after every
-    line; a last line without one comes back marked, so that a comparison
-    shows it."""
+    """The lines of \\Log\\Log.log on the boot volume, or None; a last line
+    without a line feed comes back marked."""
     saved = read_from_volume(image, "/Log/Log.log")
     if saved is None:
         return None
-    text = saved.decode("latin-1")
-    lines = text.split("\n")
+    lines = saved.decode("latin-1").split("\n")
     if lines[-1] != "":
         lines[-1] += " [no line feed at the end of the file]"
         return lines
@@ -106,17 +85,14 @@ def saved_log_lines(image):
 
 
 def sparse_drive(path, size):
-    """A raw drive file of size bytes that holds no data: every sector reads
-    as zeros and takes no room on the host."""
+    """A raw drive file of size bytes, all zeros, taking no room."""
     with open(path, "wb") as f:
         f.truncate(size)
     return path
 
 
 def written_extents(path):
-    """The (start, end) byte ranges of a sparse file that hold data, found
-    with SEEK_DATA / SEEK_HOLE without reading the file: a drive nothing was
-    written to has none."""
+    """The (start, end) byte ranges of a sparse file that hold data."""
     extents = []
     fd = os.open(path, os.O_RDONLY)
     try:
@@ -143,25 +119,16 @@ LOG_STAMP = r"20240315T1[01]\d{4}UTC"
 LOG_EPOCH_MS = r"1710\d{6}000"
 
 
-def log_line_pattern(expected):
-    """A line of the log as the tests write it: a text with a backslash is a
-    regular expression (time stamps, durations), any other text is exact."""
-    return "^" + (expected if "\\" in expected else re.escape(expected)) + "$"
-
-
 def assert_saved_log(test, image, expected, exact=True):
-    """Reads \\Log\\Log.log back from the image's boot volume and checks
-    its lines against expected (log_line_pattern); with exact=False the file
-    may go on after them. Returns the file's lines."""
+    """Checks the saved log's lines against expected, where a text with a
+    backslash is a regular expression and any other is exact; with
+    exact=False the file may go on after them. Returns the lines."""
     lines = saved_log_lines(image)
     test.assertIsNotNone(lines, "no \\Log\\Log.log on the boot volume")
     text = "\n".join(lines)
-    if exact:
-        test.assertEqual(len(lines), len(expected), text)
-    else:
-        test.assertGreaterEqual(len(lines), len(expected), text)
+    (test.assertEqual if exact else test.assertGreaterEqual)(len(lines), len(expected), text)
     for line, pattern in zip(lines, expected):
-        test.assertRegex(line, log_line_pattern(pattern), text)
+        test.assertRegex(line, "^" + (pattern if "\\" in pattern else re.escape(pattern)) + "$", text)
     return lines
 
 
@@ -179,9 +146,8 @@ _EFI_COLOUR = {"black": 0, "blue": 1, "green": 2, "cyan": 3, "red": 4, "magenta"
 
 
 class _EraseEveryCell(pyte.Screen):
-    """pyte's screen, but erasing the display gives every cell the current
-    colours, as a VT terminal does (pyte alone erases only the cells it has
-    seen written, leaving the rest in the terminal's default colours)."""
+    """pyte's screen, but erasing the display colours every cell, as a VT
+    terminal does."""
 
     def erase_in_display(self, how=0, *args, **kwargs):
         super().erase_in_display(how, *args, **kwargs)
@@ -193,10 +159,8 @@ class _EraseEveryCell(pyte.Screen):
 
 
 class Screen:
-    """The screen of a terminal of the console mode's size after the serial
-    output, kept by pyte (a VT terminal emulator, Debian's python3-pyte): text
-    past the last column wraps and a line feed on the last row scrolls, as on
-    the technician's terminal. Rows and columns count from 0."""
+    """The terminal's screen after the serial output; rows and columns count
+    from 0."""
 
     def __init__(self, columns=100, rows=31):
         self.columns, self.rows = columns, rows
@@ -238,8 +202,7 @@ class Screen:
         return None
 
     def attribute(self, row, column):
-        """The EFI text attribute of a cell: foreground (8 = bright) and
-        background << 4; the terminal's own colours read as light grey on black."""
+        """The EFI text attribute of a cell (default: light grey on black)."""
         cell = self._cells(row)[column]
         return _EFI_COLOUR.get(cell.fg, 7) | (8 if cell.bold else 0) | _EFI_COLOUR.get(cell.bg, 0) << 4
 
@@ -254,23 +217,13 @@ class QemuError(AssertionError):
 
 
 class QemuSession:
-    """One QEMU run of a disk image; use as a context manager.
-
-    with QemuSession(image) as q:
-        q.wait_for("Press any key to restart the machine.")
-        q.send_key("enter")
-        assert q.wait_exit() == 0
-    """
+    """One QEMU run of a disk image; use as a context manager."""
 
     def __init__(self, image, memory=None, accel=None, disks=(), qemu_args=(),
                  screen_size=(100, 31), vga=False, nvmes=(), smp=None,
                  secure_boot=None):
-        """screen_size: the console mode the application is expected to run
-        in (columns, rows); vga: the machine has a VGA card as well, which the
-        firmware joins to the serial terminal in one console; nvmes: NVMe
-        drives, each as tools/qemu.sh --nvme takes it
-        ("FILE,serial=S,error_sector=N"); secure_boot: the keys of
-        tools/qemu.sh --secure-boot, Secure Boot enforced."""
+        """screen_size: the expected console mode (columns, rows); nvmes and
+        secure_boot: as tools/qemu.sh --nvme and --secure-boot take them."""
         cmd = [os.path.join(TOOLS, "qemu.sh"), "--console", "stdio"]
         if vga:
             cmd.append("--vga")
@@ -364,11 +317,6 @@ class QemuSession:
 
     # ---- output ----------------------------------------------------------------
     @property
-    def raw(self):
-        with self._lock:
-            return bytes(self._raw)
-
-    @property
     def screen(self):
         """The terminal's screen as it is now (a copy)."""
         with self._lock:
@@ -421,8 +369,7 @@ class QemuSession:
                 self._lock.wait(min(left, 0.5))
 
     def settled_screen(self, timeout=60):
-        """The screen once its rows but the last (the clock's) have stopped
-        changing for a second."""
+        """The screen once its rows but the clock's stop changing for a second."""
         last = self.screen
         for _ in range(int(timeout)):
             time.sleep(1)
@@ -433,9 +380,8 @@ class QemuSession:
         raise self._failure(f"the screen kept changing\n{last.text()}")
 
     def wait_for_line(self, row, text, timeout=60):
-        """Waits until the screen's row reads text (blanks around it aside).
-        The clock may be drawn in the middle of a text on the serial line, so
-        the output is not searched."""
+        """Waits until the screen's row reads text (the clock may cut a text
+        on the serial line, so the output is not searched)."""
         deadline = time.monotonic() + timeout
         while self.screen.line(row).strip() != text:
             if time.monotonic() > deadline:
@@ -443,8 +389,7 @@ class QemuSession:
             time.sleep(0.5)
 
     def save_log_to_boot_volume(self, timeout=60):
-        """On a log screen: F2, the dialog's first volume (the boot volume),
-        the confirmation, then ESC back to the main screen."""
+        """On a log screen: F2, the boot volume, then back to the main screen."""
         self.send_key("f2")
         self.wait_for("Cancel", timeout)
         self.send_key("enter")
@@ -480,8 +425,7 @@ class QemuSession:
 
 
 class ImageTestCase(unittest.TestCase):
-    """A test that boots a fresh disk image holding `efi_file`, made in a
-    temporary directory (self.image) for each test."""
+    """A test with a fresh disk image (self.image) holding `efi_file`."""
     efi_file = None
 
     def setUp(self):
@@ -493,15 +437,21 @@ class ImageTestCase(unittest.TestCase):
         self.tmp.cleanup()
 
 
-def efi_argument(description, what):
-    """The --efi file a QEMU test script is given, as an absolute path; the
-    other arguments are left for unittest and returned with it."""
+def main(test_class, description, what, options=()):
+    """Runs a QEMU test script's tests on the --efi file it is given; each
+    name in options sets that class attribute (required when it is None)."""
     import argparse
     parser = argparse.ArgumentParser(description=description,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--efi", required=True, help=what)
+    for name in options:
+        default = getattr(test_class, name)
+        parser.add_argument("--" + name, required=default is None, default=default,
+                            type=str if default is None else type(default))
     args, rest = parser.parse_known_args()
-    efi = os.path.abspath(args.efi)
-    if not os.path.isfile(efi):
-        parser.error(f"no such file: {efi}")
-    return efi, rest
+    test_class.efi_file = os.path.abspath(args.efi)
+    if not os.path.isfile(test_class.efi_file):
+        parser.error(f"no such file: {test_class.efi_file}")
+    for name in options:
+        setattr(test_class, name, getattr(args, name))
+    unittest.main(argv=[sys.argv[0], "-v", *rest])

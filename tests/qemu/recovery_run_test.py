@@ -1,15 +1,7 @@
 #!/usr/bin/env python3
-"""Runs the bad-sector tool end to end on OVMF under QEMU: "Check bad sectors"
-from the Tools panel on a rotating drive added to the AHCI controller next to
-the boot disk. The drive is a sparse file of 160 GiB, more than 2^28
-sectors, so the scan goes out in 48-bit commands of 65536 sectors. QEMU
-completes READ VERIFY without reading and has no bad sectors: the whole drive
-is scanned in seconds and the run ends with "No bad sector found".
-
-The final view is checked whole, F3 shows the recovery log, F2 saves it on
-the boot volume, and the file read back with mtools holds exactly the log's
-lines. The drive's file still holds no data afterwards: a check writes
-nothing. QEMU's clock starts at 2024-03-15 10:15:00.
+"""The bad-sector tool's "Check bad sectors" under QEMU on a sparse 160 GiB
+AHCI drive (48-bit commands of 65536 sectors): no bad sector found, the final
+view and the saved recovery log exact, nothing written to the drive.
 
     recovery_run_test.py --efi build/TarvikDiag.efi [unittest options]
 """
@@ -18,7 +10,6 @@ import datetime
 import os
 import re
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -172,10 +163,5 @@ class RecoveryRunTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.written_extents(drive), [], "data was written to the checked drive")
 
 
-def main():
-    RecoveryRunTest.efi_file, rest = qemu_session.efi_argument(__doc__, "the application to boot (TarvikDiag.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(RecoveryRunTest, __doc__, "the application to boot (TarvikDiag.efi)")

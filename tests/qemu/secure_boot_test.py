@@ -7,7 +7,6 @@ the signed one with one byte of code changed are refused by the firmware.
     secure_boot_test.py --efi build/TarvikDiag.efi --work build/secure-boot
 """
 
-import argparse
 import os
 import shutil
 import struct
@@ -23,7 +22,6 @@ SNAKEOIL_KEY = "/usr/share/ovmf/PkKek-1-snakeoil.key"  # passphrase "snakeoil"
 SNAKEOIL_CERT = "/usr/share/ovmf/PkKek-1-snakeoil.pem"
 MAIN_SCREEN = "Use Arrow keys to change between options"
 REFUSED = "Access Denied"
-EFI = WORK = None
 
 
 def text_section_offset(path):
@@ -40,16 +38,17 @@ def text_section_offset(path):
     raise AssertionError("no .text section")
 
 
-def make_images():
+def make_images(efi_file, work):
     """The signed, unsigned and tampered disk images, by name."""
-    os.makedirs(WORK, exist_ok=True)
-    key = os.path.join(WORK, "snakeoil.key")
+    work = os.path.abspath(work)
+    os.makedirs(work, exist_ok=True)
+    key = os.path.join(work, "snakeoil.key")
     subprocess.run(["openssl", "pkey", "-in", SNAKEOIL_KEY, "-passin", "pass:snakeoil", "-out", key], check=True)
-    signed = os.path.join(WORK, "signed.efi")
+    signed = os.path.join(work, "signed.efi")
     env = dict(os.environ, SIGN_KEY=key, SIGN_CERT=SNAKEOIL_CERT)
-    subprocess.run([os.path.join(qemu_session.TOOLS, "sign-efi.sh"), EFI, signed, os.path.join(WORK, "db.cer")],
+    subprocess.run([os.path.join(qemu_session.TOOLS, "sign-efi.sh"), efi_file, signed, os.path.join(work, "db.cer")],
                    check=True, env=env, stdout=subprocess.DEVNULL)
-    tampered = os.path.join(WORK, "tampered.efi")
+    tampered = os.path.join(work, "tampered.efi")
     shutil.copyfile(signed, tampered)
     with open(tampered, "r+b") as f:
         f.seek(text_section_offset(tampered) + 0x40)
@@ -57,16 +56,18 @@ def make_images():
         f.seek(-1, os.SEEK_CUR)
         f.write(bytes([byte[0] ^ 0x01]))
     images = {}
-    for name, efi in (("signed", signed), ("unsigned", EFI), ("tampered", tampered)):
-        images[name] = os.path.join(WORK, name + ".img")
+    for name, efi in (("signed", signed), ("unsigned", efi_file), ("tampered", tampered)):
+        images[name] = os.path.join(work, name + ".img")
         qemu_session.make_image(images[name], efi)
     return images
 
 
 class SecureBootTest(unittest.TestCase):
+    efi_file = work = None
+
     @classmethod
     def setUpClass(cls):
-        cls.images = make_images()
+        cls.images = make_images(cls.efi_file, cls.work)
 
     def test_the_signed_image_boots_and_the_others_are_refused(self):
         for name, boots in (("unsigned", False), ("tampered", False), ("signed", True)):
@@ -81,9 +82,4 @@ class SecureBootTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--efi", required=True)
-    parser.add_argument("--work", required=True, help="folder for the decrypted key and the images")
-    args, rest = parser.parse_known_args()
-    EFI, WORK = os.path.abspath(args.efi), os.path.abspath(args.work)
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
+    qemu_session.main(SecureBootTest, __doc__, "the application to sign and boot (TarvikDiag.efi)", options=["work"])

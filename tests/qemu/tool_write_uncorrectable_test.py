@@ -1,12 +1,7 @@
 #!/usr/bin/env python3
-"""Boots the tool runner test image (the application's services and modules,
-running the bad-sector tool's write uncorrectable) under QEMU + OVMF with a
-sparse scratch drive on the AHCI controller beside the boot disk.
-
-QEMU refuses WRITE UNCORRECTABLE EXT (0x45): the tool must report the first
-sector it tried, "Error in WriteUncorrectable", and end with 1004, and the
-scratch drive's file must still hold no data at all. The runner works only on
-the drive named SCRATCH7200 and answers the tool's one confirmation with yes.
+"""The tool runner image runs the bad-sector tool's write uncorrectable on a
+sparse scratch drive (SCRATCH7200) under QEMU, which refuses the command: the
+tool reports the first sector, ends with 1004, and writes nothing.
 
     tool_write_uncorrectable_test.py --efi build/TarvikToolRunner.efi [unittest options]
 """
@@ -14,7 +9,6 @@ the drive named SCRATCH7200 and answers the tool's one confirmation with yes.
 import os
 import re
 import sys
-import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
@@ -59,11 +53,5 @@ class ToolWriteUncorrectableTest(qemu_session.ImageTestCase):
         self.assertEqual(qemu_session.written_extents(scratch), [], "data was written to the scratch drive")
 
 
-def main():
-    ToolWriteUncorrectableTest.efi_file, rest = qemu_session.efi_argument(
-        __doc__, "the tool runner test image (TarvikToolRunner.efi)")
-    unittest.main(argv=[sys.argv[0], "-v", *rest])
-
-
 if __name__ == "__main__":
-    main()
+    qemu_session.main(ToolWriteUncorrectableTest, __doc__, "the tool runner test image (TarvikToolRunner.efi)")

@@ -39,8 +39,8 @@ class IncludeCheck(unittest.TestCase):
                 out.write(text)
         return root
 
-    def run_check(self, files):
-        result = subprocess.run([sys.executable, CHECK, "--root", self.tree(files)],
+    def run_check(self, files, *options):
+        result = subprocess.run([sys.executable, CHECK, "--root", self.tree(files), *options],
                                 capture_output=True, text=True)
         return result.returncode, result.stdout
 
@@ -81,12 +81,9 @@ class IncludeCheck(unittest.TestCase):
 
     def test_the_projects_own_notes_are_readable(self):
         notes = os.path.join(os.path.dirname(CHECK), "..", "docs", "architecture.md")
-        root = self.tree({"core/a.cpp": '#include "app/application_plan.h"\n'})
-        result = subprocess.run([sys.executable, CHECK, "--root", root, "--doc", notes],
-                                capture_output=True, text=True)
-        self.assertEqual(result.returncode, 1)
-        self.assertIn('core/a.cpp:1: includes "app/application_plan.h"; core/ may include efi/\n',
-                      result.stdout)
+        code, out = self.run_check({"core/a.cpp": '#include "app/application_plan.h"\n'}, "--doc", notes)
+        self.assertEqual(code, 1)
+        self.assertIn('core/a.cpp:1: includes "app/application_plan.h"; core/ may include efi/\n', out)
 
 
 if __name__ == "__main__":

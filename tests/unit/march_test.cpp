@@ -142,14 +142,9 @@ TEST(MarchPasses, EachPhaseTouchesThePairsInTheDocumentedOrderAloneAndSplit) {
     FaultyWords memory(4);  // pairs (0, 2) and (1, 3); split, one pair per processor
     memory.tracing = true;
     run_passes(memory, 4, 0, processors);
-    const std::string write = "W0 W2 ";
-    const auto pair = [](int k) {
-      const std::string lo = std::to_string(k), hi = std::to_string(k + 2);
-      const std::string verify = "R" + lo + " R" + hi + " ", write = "W" + lo + " W" + hi + " ";
-      return verify + write + verify + write;
-    };
     const auto verify = [](int k) { return "R" + std::to_string(k) + " R" + std::to_string(k + 2) + " "; };
     const auto written = [](int k) { return "W" + std::to_string(k) + " W" + std::to_string(k + 2) + " "; };
+    const auto pair = [&](int k) { return verify(k) + written(k) + verify(k) + written(k); };
     // Pass 1 (set 1): write; three ascending read-write phases... then phase 6 also restores X.
     const std::string pass1 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
                               pair(1) + pair(0) + verify(0) + written(0) + verify(0) + verify(1) + written(1) +
