@@ -255,6 +255,7 @@ TEST(WriteUncorrectable, SectorsToMarkCoverTheWholeDriveAndNeverSector0) {
   ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
   const tarvik::DiagCommonProtocol& common = *tarvik::gDiagCommon;
   // How the draw is made is the random LBA tests'; here, that it never names sector 0.
+  common.RandomInit(7);
   EXPECT_EQ(tarvik::RandomSectorToMark(common, 2), 1u);
 
   const UINT64 total = 1ULL << 40;
