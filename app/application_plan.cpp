@@ -6,7 +6,7 @@
 #include "log/log_protocol.h"
 #include "memtest/memory_test_protocol.h"
 #include "nvme/nvme_test_protocol.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "resultcode/error_code_protocol.h"
 #include "storage/storage_test_protocol.h"
 #include "sysinfo/smbios_protocol.h"

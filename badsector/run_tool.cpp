@@ -4,7 +4,7 @@
 #include "badsector/sector_repair.h"
 #include "badsector/surface_scan.h"
 #include "badsector/write_uncorrectable.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 namespace {

@@ -3,7 +3,7 @@
 #include "badsector/repair_pattern.h"
 #include "badsector/surface_scan.h"
 #include "core/raised_tpl.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
 #include "storage/io_pages.h"

@@ -1,6 +1,6 @@
 #include "badsector/write_uncorrectable.h"
 
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "storage/ata_commands.h"
 #include "drives/random_lba.h"
 

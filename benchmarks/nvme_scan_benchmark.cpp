@@ -19,7 +19,7 @@
 #include "core/startup.h"
 #include "hostfw/nvme_controller.h"
 #include "nvme/nvme_test_protocol.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "tests/support/test_machine.h"
 
 namespace {

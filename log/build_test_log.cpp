@@ -5,7 +5,7 @@
 #include "core/pool.h"
 #include "log/line_store.h"
 #include "log/log_operations.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 
 namespace tarvik {
 namespace {

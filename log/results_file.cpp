@@ -5,7 +5,7 @@
 #include "core/program_version.h"
 #include "log/line_store.h"
 #include "log/results_line.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "sysinfo/smbios_strings.h"
 
 namespace tarvik {

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "log/json_writer.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

@@ -5,7 +5,7 @@
 #include "efi/efi.h"
 #include "memtest/march_passes.h"
 #include "memtest/memory_test_state.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "memtest/memory_modules.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

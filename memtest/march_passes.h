@@ -13,7 +13,7 @@
 
 #include "efi/efi.h"
 #include "memtest/march_sweep.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

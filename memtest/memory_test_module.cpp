@@ -8,7 +8,7 @@
 #include "memtest/memory_test_protocol.h"
 #include "memtest/memory_test_state.h"
 #include "memtest/memory_texts.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace tarvik {
 

@@ -3,7 +3,7 @@
 // a TestModuleProtocol, registered first in the test registry.
 #pragma once
 
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

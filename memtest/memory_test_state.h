@@ -3,7 +3,7 @@
 #pragma once
 
 #include "memtest/memory_modules.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace tarvik {
 

@@ -5,7 +5,7 @@
 
 #include "drives/drive_run.h"
 #include "nvme/nvme_device.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace tarvik {
 

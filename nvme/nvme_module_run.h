@@ -1,7 +1,7 @@
 // The NVMe module's RunTest, StopTest and EvaluateResults slots.
 #pragma once
 
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

@@ -3,7 +3,7 @@
 #include "nvme/nvme_keys.h"
 #include "nvme/nvme_structures.h"
 #include "nvme/nvme_tests.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 namespace {

@@ -7,7 +7,7 @@
 #include "nvme/nvme_module_run.h"
 #include "nvme/nvme_rows.h"
 #include "nvme/nvme_test_protocol.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace tarvik {
 namespace {

@@ -1,7 +1,7 @@
 #include "storage/smart_self_tests.h"
 
 #include "core/periodic_timer.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
 #include "storage/ata_definitions.h"

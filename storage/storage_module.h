@@ -4,7 +4,7 @@
 // slots reach it through StorageModuleOf.
 #pragma once
 
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 #include "storage/storage_device.h"
 #include "storage/storage_run.h"
 #include "storage/storage_test_protocol.h"

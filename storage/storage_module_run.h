@@ -3,7 +3,7 @@
 // whole run.
 #pragma once
 
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 

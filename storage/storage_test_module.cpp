@@ -1,7 +1,7 @@
 // The storage module's record: its slots, its state, its installation
 // through the registry's one path for test modules, and its clean-up.
 #include "core/pool_text.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 #include "storage/drive_discovery.h"
 #include "storage/storage_keys.h"
 #include "storage/storage_module.h"

@@ -3,7 +3,7 @@
 // TestModuleProtocol, registered after the memory module.
 #pragma once
 
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "storage/storage_device.h"
 
 namespace tarvik {

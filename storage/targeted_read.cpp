@@ -2,7 +2,7 @@
 
 #include "core/globals.h"
 #include "drives/range_scan.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
 #include "storage/ata_drive_operations.h"

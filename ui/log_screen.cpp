@@ -10,7 +10,7 @@
 #include "ui/key_input.h"
 #include "ui/log_view.h"
 #include "ui/screen_toolkit.h"
-#include "ui/test_run_record.h"
+#include "ui/run_record.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {

@@ -6,7 +6,7 @@
 #include "core/pool.h"
 #include "log/log_line.h"
 #include "log/log_protocol.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"
 

@@ -2,12 +2,12 @@
 
 #include "core/diag_common.h"
 #include "core/globals.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "ui/key_input.h"
 #include "ui/recovery_flow.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
-#include "ui/test_run_flow.h"
+#include "ui/run_flow.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {

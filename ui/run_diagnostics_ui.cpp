@@ -9,7 +9,7 @@
 #include "core/locate.h"
 #include "core/periodic_timer.h"
 #include "core/pool_text.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "text/language_protocol.h"
 #include "ui/console_mode.h"
 #include "ui/key_input.h"

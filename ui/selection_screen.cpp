@@ -5,7 +5,7 @@
 #include "core/globals.h"
 #include "core/locate.h"
 #include "core/pool.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"

@@ -4,7 +4,7 @@
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/wide_string.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/ui_state.h"

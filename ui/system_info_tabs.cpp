@@ -4,7 +4,7 @@
 #include "core/pool.h"
 #include "core/pool_text.h"
 #include "core/wide_string.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "ui/screen_toolkit.h"
 #include "ui/system_info_screen.h"
 #include "ui/ui_state.h"

@@ -10,7 +10,7 @@
 #include <cstdlib>
 
 #include "memtest/memory_test_protocol.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "tests/fuzz/fuzz_support.h"
 #include "tests/support/fake_test_module.h"
 

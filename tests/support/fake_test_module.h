@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 
 namespace testing_support {
 

@@ -2,7 +2,7 @@
 
 #include "core/globals.h"
 #include "core/pool_text.h"
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace logwriter {
 namespace {

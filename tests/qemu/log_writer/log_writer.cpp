@@ -7,7 +7,7 @@
 #include "core/globals.h"
 #include "core/pool.h"
 #include "log/log_protocol.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "resultcode/error_code_protocol.h"
 #include "sysinfo/smbios_strings.h"
 #include "tests/qemu/log_writer/fixed_run_module.h"

@@ -6,8 +6,8 @@
 #include "log/log_protocol.h"
 #include "tests/support/fake_test_module.h"
 #include "tests/support/test_machine.h"
-#include "ui/test_run_flow.h"
-#include "ui/test_run_record.h"
+#include "ui/run_flow.h"
+#include "ui/run_record.h"
 #include "ui/ui_state.h"
 
 namespace {

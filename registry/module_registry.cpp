@@ -1,6 +1,6 @@
 // The test registry: a table of up to 100 module records, in order of
 // registration. Only the last entry can be removed, so an index is stable.
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 
 #include "core/pool.h"
 

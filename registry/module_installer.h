@@ -12,7 +12,7 @@
 #include "core/protocol_registry.h"
 #include "core/service_record.h"
 #include "core/startup_texts.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "text/language_protocol.h"
 
 namespace tarvik {

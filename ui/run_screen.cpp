@@ -1,4 +1,4 @@
-#include "ui/test_run_screen.h"
+#include "ui/run_screen.h"
 
 #include "core/diag_common.h"
 #include "core/globals.h"

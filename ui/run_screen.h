@@ -3,8 +3,8 @@
 #pragma once
 
 #include "efi/efi.h"
-#include "registry/test_module_protocol.h"
-#include "ui/test_run_record.h"
+#include "registry/module_protocol.h"
+#include "ui/run_record.h"
 
 namespace tarvik {
 

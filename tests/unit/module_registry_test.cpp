@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core/diag_common.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "tests/support/fake_test_module.h"
 #include "tests/support/test_machine.h"
 

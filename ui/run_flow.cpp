@@ -1,17 +1,17 @@
-#include "ui/test_run_flow.h"
+#include "ui/run_flow.h"
 
 #include "core/diag_common.h"
 #include "core/globals.h"
 #include "core/periodic_timer.h"
 #include "core/pool.h"
 #include "core/wide_string.h"
-#include "registry/test_collection_protocol.h"
+#include "registry/module_registry_protocol.h"
 #include "ui/flow_binding.h"
 #include "ui/key_input.h"
 #include "ui/log_screen.h"
 #include "ui/screen_toolkit.h"
 #include "ui/selection_screen.h"
-#include "ui/test_run_screen.h"
+#include "ui/run_screen.h"
 #include "ui/ui_state.h"
 
 namespace tarvik {

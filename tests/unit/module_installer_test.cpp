@@ -3,7 +3,7 @@
 // service stands or falls with its module. The stand-in module is described
 // the way the storage module and its bad-sector tool are; the stand-in tool
 // prints nothing, so each transcript is the installer's own.
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "registry/test_module_installer.h"
+#include "registry/module_installer.h"
 
 namespace tarvik {
 

@@ -1,9 +1,9 @@
-#include "ui/test_run_record.h"
+#include "ui/run_record.h"
 
 #include "core/globals.h"
 #include "core/pool.h"
 #include "core/pool_text.h"
-#include "registry/test_module_protocol.h"
+#include "registry/module_protocol.h"
 
 namespace tarvik {
 namespace {
