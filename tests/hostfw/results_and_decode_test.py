@@ -25,6 +25,10 @@ RUNS = {
     "storage": (None, 'wait "Main Screen"; key Down; key Enter; wait "Select Devices"; key Enter;'
                       'wait "Select Algorithms"; key Down 6; key Space; key Up; key Space; key Up 5; key Space;'
                       'key Enter; wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down 2; key Enter'),
+    # Health Status and Error Log Read Test on both NVMe drives, the worn one failing.
+    "nvme": (None, 'wait "Main Screen"; key Down 2; key Enter; wait "Select Devices"; key Enter; wait "Select Algorithms";'
+                   'key Down; key Space; key Down; key Space; key Down; key Space; key Down 2; key Space; key Enter;'
+                   'wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down; key Enter'),
     "recovery": (None, 'wait "Main Screen"; key Right; key Down; key Enter; wait "Select Devices"; key Enter;'
                        'wait "Select Algorithms"; key Enter; wait "Do you want to proceed"; type "y";', 'key Esc; wait "Main Screen"; key Left; key Down 2; key Enter'),
 }
@@ -85,20 +89,26 @@ class SavedRuns(unittest.TestCase):
         memory = self.lines("memory")[0]
         self.assertEqual(memory["devices"][0]["algorithms"][0]["outcome"], "passed")
         self.assertEqual(memory["machine"]["serial_number"], self.runs["memory"][1])
+        worn = self.lines("nvme")[0]["devices"][1]
+        health = worn["algorithms"][0]
+        self.assertEqual((health["name"], health["outcome"]), ("Health Status", "failed"))
+        self.assertEqual(health["findings"][0]["fields"]["percentage_used"], 112)
+        self.assertEqual(worn["unreadable_lbas"], [123456789])
         recovery = self.lines("recovery")[0]
         self.assertEqual(recovery["kind"], "tool")
         self.assertEqual(recovery["devices"][0]["algorithms"][0]["outcome"], "failed")
         self.assertIn(3906000000, recovery["devices"][0]["unreadable_lbas"])
 
     def test_decode_reads_the_codes_of_real_runs(self):
-        for name in ("memory", "storage"):
+        for name in ("memory", "storage", "nvme"):
             record = self.lines(name)[0]
             serial = self.runs[name][1]
             for device in record["devices"]:
                 decoded = json.loads(run(["--decode", device["result_code"], "--serial", serial, "--json"]).stdout)
                 self.assertEqual(decoded["module"]["name"], record["test"])
                 self.assertTrue(decoded["serial"]["fits"])
-                ran = [a["name"] for a in device["algorithms"] if a["outcome"] != "not_run"]
+                # The code marks an algorithm as run when it passed or failed.
+                ran = [a["name"] for a in device["algorithms"] if a["outcome"] in ("passed", "failed")]
                 self.assertEqual([a["name"] for a in decoded["algorithms"]], ran)
                 failed = [a["name"] for a in device["algorithms"] if a["outcome"] == "failed"]
                 self.assertEqual([a["name"] for a in decoded["algorithms"] if a["failed"]], failed)
