@@ -65,8 +65,12 @@ test-main:
 	$(CTEST) --test-dir $(BUILD) $(JOBS) -LE qemu
 	$(CTEST) --test-dir $(BUILD) -j$(QEMU_JOBS) -L qemu
 
+# Unoptimised with line tables only: the sanitizer build compiles in well
+# under half the time of an optimised one with full debug information, and
+# its reports still name file and line.
 test-asan:
-	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF -DTARVIK_QEMU_TESTS=OFF
+	cmake -S . -B $(ASAN_BUILD) -DTARVIK_SANITIZE=ON -DTARVIK_EFI=OFF -DTARVIK_QEMU_TESTS=OFF \
+	  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g1"
 	cmake --build $(ASAN_BUILD) $(JOBS) --target host_tests
 	$(CTEST) --test-dir $(ASAN_BUILD) $(JOBS)
 
