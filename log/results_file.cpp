@@ -1,12 +1,14 @@
 #include "log/results_file.h"
 
 #include "badsector/bad_sectors_tool_protocol.h"
+#include "badsector/tool_state.h"
 #include "core/locate.h"
 #include "core/program_version.h"
 #include "log/line_store.h"
 #include "log/results_line.h"
 #include "registry/module_registry_protocol.h"
 #include "sysinfo/smbios_strings.h"
+#include "text/language_protocol.h"
 
 namespace tarvik {
 namespace {
@@ -37,6 +39,29 @@ struct MachineStrings {
   ResultsMachine View() const {
     return {OrNull(Manufacturer), OrNull(Product), OrNull(SerialNumber), OrNull(BiosVendor), OrNull(BiosVersion)};
   }
+};
+
+// The line the bad-sector tool writes when a run is cancelled, from the
+// table the tool writes its lines with; owned for the save.
+class ToolCanceledText {
+ public:
+  ToolCanceledText() {
+    LanguageProtocol* Language = LocateService<LanguageProtocol>(LanguageProtocolGuid);
+    if (Language == nullptr || EFI_ERROR(Language->GetStringTable(u"Storage", &Count_, &Table_))) Table_ = nullptr;
+  }
+  ~ToolCanceledText() {
+    if (Table_ == nullptr) return;
+    for (UINT64 I = 0; I < Count_; ++I) gBS->FreePool(Table_[I]);
+    gBS->FreePool(Table_);
+  }
+  ToolCanceledText(const ToolCanceledText&) = delete;
+  ToolCanceledText& operator=(const ToolCanceledText&) = delete;
+
+  const CHAR16* get() const { return Table_ != nullptr && tool_text::CanceledByUser < Count_ ? Table_[tool_text::CanceledByUser] : nullptr; }
+
+ private:
+  UINT64 Count_ = 0;
+  CHAR16** Table_ = nullptr;
 };
 
 // The name of the test or tool that made the log, owned for the save.
@@ -71,6 +96,8 @@ EFI_STATUS ResultsLineBytes(PoolPtr<UINT8>& Bytes, UINTN& Size) {
 
   ResultsRun Run;
   Run.Tool = Facts.Kind == LogRunKind::Tool;
+  const ToolCanceledText Canceled;
+  if (Run.Tool) Run.ToolCanceledLine = Canceled.get();
   Run.Version = ProgramVersion;
   Run.Started = &Facts.Start;
   Run.Saved = &Saved;

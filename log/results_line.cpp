@@ -197,6 +197,26 @@ BOOLEAN UnreadableLba(const ParsedLogLine& Line, UINT64& Lba) {
   return Seen;
 }
 
+// Writes each unreadable LBA once, in the order first found, however many
+// algorithms or tool lines name it. The writer takes no memory of its own:
+// past the first MostRemembered distinct LBAs, repeats are written again.
+class DistinctLbas {
+ public:
+  explicit DistinctLbas(JsonWriter& Json) : Json_(Json) {}
+  VOID Add(UINT64 Lba) {
+    for (UINTN I = 0; I < Count_; ++I)
+      if (Seen_[I] == Lba) return;
+    if (Count_ < MostRemembered) Seen_[Count_++] = Lba;
+    Json_.Number(Lba);
+  }
+
+ private:
+  static constexpr UINTN MostRemembered = 512;
+  JsonWriter& Json_;
+  UINT64 Seen_[MostRemembered];
+  UINTN Count_ = 0;
+};
+
 VOID WriteTime(JsonWriter& Json, const EFI_TIME* Time) {
   if (Time == nullptr || Time->Year == 0) {
     Json.Null();
@@ -268,9 +288,10 @@ class DeviceSection {
     });
     Json.EndArray();
     Json.Key("unreadable_lbas").BeginArray();
+    DistinctLbas Lbas(Json);
     ForEachTestLine([&](const ParsedLogLine& Line, BOOLEAN) {
       UINT64 Lba = 0;
-      if (IsFindingLine(Line) && UnreadableLba(Line, Lba)) Json.Number(Lba);
+      if (IsFindingLine(Line) && UnreadableLba(Line, Lba)) Lbas.Add(Lba);
     });
     Json.EndArray();
     WriteAlgorithms(Json);
@@ -470,7 +491,11 @@ VOID WriteToolDevice(JsonWriter& Json, const ResultsRun& Run) {
   const LogWord Name = AfterColon(Line(DeviceLine)), Size = AfterColon(Line(SizeLine));
   const LogWord Operation = AfterColon(Line(OperationLine));
   UINT64 Lba = 0, Found = 0;
-  for (UINT64 I = FirstToolLine; I < Footer; ++I) Found += ToolUnreadableLba(Line(I), Lba) ? 1 : 0;
+  BOOLEAN Canceled = FALSE;
+  for (UINT64 I = FirstToolLine; I < Footer; ++I) {
+    Found += ToolUnreadableLba(Line(I), Lba) ? 1 : 0;
+    if (Run.ToolCanceledLine != nullptr && Trimmed(Line(I)).Is(Run.ToolCanceledLine)) Canceled = TRUE;
+  }
 
   Json.BeginObject().Key("name").String(Name.Start, Name.Length).Key("serial_number").Null();
   Json.Key("size");
@@ -487,8 +512,9 @@ VOID WriteToolDevice(JsonWriter& Json, const ResultsRun& Run) {
   }
   Json.EndObject().Key("groups").BeginArray().EndArray().Key("findings").BeginArray().EndArray();
   Json.Key("unreadable_lbas").BeginArray();
+  DistinctLbas Lbas(Json);
   for (UINT64 I = FirstToolLine; I < Footer; ++I)
-    if (ToolUnreadableLba(Line(I), Lba)) Json.Number(Lba);
+    if (ToolUnreadableLba(Line(I), Lba)) Lbas.Add(Lba);
   Json.EndArray();
 
   Json.Key("algorithms").BeginArray().BeginObject();
@@ -504,7 +530,9 @@ VOID WriteToolDevice(JsonWriter& Json, const ResultsRun& Run) {
     if (ParseNumber(LastWord, Number)) Json.Key("values").BeginArray().Number(Number).EndArray();
     Json.Key("text").String(Text.Start, Text.Length).EndObject();
   }
-  Json.EndArray().Key("outcome").AsciiString(Found > 0 ? "failed" : "passed").Key("seconds");
+  // A cancelled run is cancelled, whatever it found before.
+  const char* Outcome = Canceled ? "canceled" : Found > 0 ? "failed" : "passed";
+  Json.EndArray().Key("outcome").AsciiString(Outcome).Key("seconds");
   if (Run.Started != nullptr && Run.Ended != nullptr &&
       MillisecondsSince1970(*Run.Ended) >= MillisecondsSince1970(*Run.Started)) {
     Json.Number((MillisecondsSince1970(*Run.Ended) - MillisecondsSince1970(*Run.Started)) / 1000);

@@ -23,6 +23,8 @@ struct ResultsRun {
   const EFI_TIME* Started = nullptr;
   const EFI_TIME* Saved = nullptr;
   const EFI_TIME* Ended = nullptr;  // a tool log: the end of its operation
+  // A tool log: the line the tool writes when its run is cancelled.
+  const CHAR16* ToolCanceledLine = nullptr;
   ResultsMachine Machine;
   const CHAR16* TestName = nullptr;
   // Names the test log's keys as the screens do; null leaves them as written.

@@ -33,12 +33,14 @@ TEST(JsonWriter, EscapesQuotesControlBytesAndWritesUtf8) {
 
 // The results line of LogLines as a test log without a module.
 std::string results(const std::vector<std::u16string>& log_lines, bool tool = false) {
+  const std::u16string canceled = u"Test canceled by User.";
   std::vector<CHAR16> block(log_lines.size() * tarvik::LogLineChars, 0);
   for (size_t l = 0; l < log_lines.size(); ++l)
     std::copy(log_lines[l].begin(), log_lines[l].end(), block.begin() + l * tarvik::LogLineChars);
   const EFI_TIME start = {2026, 1, 15, 8, 0, 0, 0, 0, 0, 0, 0}, end = {2026, 1, 15, 8, 1, 40, 0, 0, 0, 0, 0};
   tarvik::ResultsRun run;
   run.Tool = tool;
+  run.ToolCanceledLine = canceled.c_str();
   run.Started = &start;
   run.Ended = &end;
   run.Lines = block.data();
@@ -64,6 +66,9 @@ TEST(ResultsLine, FindingsComeFromTheShapeOfAModulesLines) {
       u"20260115T080000UTC MESSAGE SMART_HEALTH TEMPERATURE 35 MEDIA_ERRORS 0 RATED 1,024 MB",
       u"20260115T080000UTC ERROR READ_SECTOR_ERROR 0x10",
       u"20260115T080001UTC STOP HEALTH FAILURE 12 S",
+      u"20260115T080001UTC START SCAN",
+      u"20260115T080001UTC ERROR READ_SECTOR_ERROR 16",
+      u"20260115T080001UTC STOP SCAN FAILURE 0 S",
       u"20260115T080001UTC START SKIPPED_ONE",
       u"20260115T080001UTC STOP SKIPPED_ONE SKIPPED",
       u"STOP TESTS UNV001001-ABCDEF",
@@ -92,6 +97,10 @@ TEST(ResultsLine, AToolLogFailsOnTheSectorsItsNumberedLinesName) {
   clean[4] = u"Bad sectors found = 0";
   EXPECT_NE(results(clean, true).find("\"unreadable_lbas\":[],"), std::string::npos);
   EXPECT_NE(results(clean, true).find("\"outcome\":\"passed\""), std::string::npos);
+  // A run cancelled after it found a sector is cancelled, not failed.
+  std::vector<std::u16string> canceled = log;
+  canceled[5] = u"Test canceled by User.";
+  EXPECT_NE(results(canceled, true).find("\"outcome\":\"canceled\""), std::string::npos);
 }
 
 }  // namespace
