@@ -22,4 +22,10 @@ EFI_STATUS ReleaseTestModule(TestModuleInstallation& Installation) {
   return Status;
 }
 
+const CHAR16* InstalledText(const TestModuleInstallation& Installation, UINT64 Id) {
+  if (Installation.Strings == nullptr || Id >= Installation.StringCount || Installation.Strings[Id] == nullptr)
+    return u"";
+  return Installation.Strings[Id];
+}
+
 }  // namespace tarvik

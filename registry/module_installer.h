@@ -25,6 +25,9 @@ struct TestModuleInstallation {
   UINT64 StringCount;
 };
 
+// Text Id of the module's string table; empty when there is none.
+const CHAR16* InstalledText(const TestModuleInstallation& Installation, UINT64 Id);
+
 // A test module as its installation sees it. The messages take the status.
 struct TestModuleDescriptor {
   EFI_GUID Guid;

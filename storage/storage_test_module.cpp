@@ -1,6 +1,6 @@
 // The storage module's record: its slots, its state, its installation
 // through the registry's one path for test modules, and its clean-up.
-#include "core/pool_text.h"
+#include "drives/drive_module_record.h"
 #include "registry/module_installer.h"
 #include "storage/drive_discovery.h"
 #include "storage/storage_keys.h"
@@ -17,128 +17,33 @@ namespace {
 // than in a pool buffer that could be reallocated.
 constinit StorageModule Storage{};
 
-EFI_STATUS CopyStorageText(const StorageModule& Module, UINT64 Id, CHAR16** Text) {
-  if (Text == nullptr) return EFI_ABORTED;
-  return CopyTextToPool(StorageText(Module, Id), Text);
-}
-
-EFI_STATUS CopyFixedText(const CHAR16* Source, CHAR16** Text) {
-  if (Text == nullptr) return EFI_ABORTED;
-  return CopyTextToPool(Source, Text);
-}
-
-EFIAPI EFI_STATUS GetAlgorithmName(TestModuleProtocol* This, UINT64 Index, CHAR16** Name) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr || Index >= ListedStorageAlgorithms) return EFI_ABORTED;
-  return CopyStorageText(*Module, StorageAlgorithmNameText(Index), Name);
-}
-
-EFIAPI EFI_STATUS GetAlgorithmKey(TestModuleProtocol*, UINT64 Index, CHAR16** Key) {
-  if (Index >= ListedStorageAlgorithms) return EFI_ABORTED;
-  return CopyFixedText(StorageAlgorithmKey(Index), Key);
-}
-
-EFIAPI UINT64 GetAlgorithmCount(TestModuleProtocol*) { return ListedStorageAlgorithms; }
-
-EFIAPI EFI_STATUS GetRunInfoRow(TestModuleProtocol* This, UINT64 Row, UINT64 Device, CHAR16** Label,
-                                CHAR16** Value) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return StorageRunInfoRow(*Module, Row, Device, Label, Value);
-}
-
-EFIAPI UINT64 GetRunInfoRowCount(TestModuleProtocol*) { return StorageRunInfoRows; }
-
-EFIAPI EFI_STATUS GetModuleCode(TestModuleProtocol*, CHAR16** Code) { return CopyFixedText(u"HD", Code); }
-
-EFIAPI EFI_STATUS GetTestName(TestModuleProtocol* This, CHAR16** Name) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return CopyStorageText(*Module, storage_text::TestName, Name);
-}
-
-EFIAPI EFI_STATUS GetSystemInfoRow(TestModuleProtocol* This, UINT64 Row, CHAR16** Label, CHAR16** Value) {
-  StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return StorageSystemInfoRow(*Module, Row, Label, Value);
-}
-
-EFIAPI UINT64 GetSystemInfoRowCount(TestModuleProtocol* This) {
-  const StorageModule* Module = StorageModuleOf(This);
-  return Module == nullptr ? 0 : Module->Drives.DeviceCount * SystemInfoRowsPerDrive;
-}
-
-EFIAPI EFI_STATUS GetModuleName(TestModuleProtocol* This, CHAR16** Name) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return CopyStorageText(*Module, storage_text::ModuleName, Name);
-}
-
-EFIAPI EFI_STATUS GetModuleKey(TestModuleProtocol*, CHAR16** Key) { return CopyFixedText(u"STORAGE", Key); }
-
-// One text for every code: the module has no codes of its own.
-EFIAPI EFI_STATUS GetResultText(TestModuleProtocol* This, UINT64, CHAR16** Text) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return CopyStorageText(*Module, storage_text::FailedToRun, Text);
-}
-
-EFIAPI UINT64 GetDeviceCount(TestModuleProtocol* This) {
-  const StorageModule* Module = StorageModuleOf(This);
-  return Module == nullptr ? 0 : Module->Drives.DeviceCount;
-}
-
-EFIAPI EFI_STATUS GetDeviceName(TestModuleProtocol* This, UINT64 Device, CHAR16** Name) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return StorageDeviceName(*Module, Device, Name);
-}
-
-EFIAPI UINT64 GetLogRowCount(TestModuleProtocol* This) {
-  const StorageModule* Module = StorageModuleOf(This);
-  return Module == nullptr ? 0 : Module->Drives.DeviceCount * LogRowsPerDrive;
-}
-
-EFIAPI EFI_STATUS GetLogRow(TestModuleProtocol* This, UINT64 Row, CHAR16** Key, CHAR16** Value) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr) return EFI_ABORTED;
-  return StorageLogRow(*Module, Row, Key, Value);
-}
-
-EFIAPI EFI_STATUS TranslateKey(TestModuleProtocol* This, const CHAR16* Key, CHAR16** Text) {
-  const StorageModule* Module = StorageModuleOf(This);
-  if (Module == nullptr || Text == nullptr) return EFI_ABORTED;
-  const CHAR16* Known = StorageKeyText(*Module, Key);
-  return CopyTextToPool(Known != nullptr ? Known : Key, Text);
-}
-
-EFIAPI UINT64 GetSummaryLineCount() { return 0; }
-EFIAPI EFI_STATUS GetSummaryLine(UINT64, CHAR16**) { return EFI_ABORTED; }
+struct StorageRecordTraits {
+  using Module = StorageModule;
+  static constexpr auto Of = StorageModuleOf;
+  static constexpr auto Text = StorageText;
+  static constexpr UINT64 AlgorithmCount = ListedStorageAlgorithms;
+  static constexpr auto AlgorithmNameText = StorageAlgorithmNameText;
+  static constexpr auto AlgorithmKey = StorageAlgorithmKey;
+  static constexpr UINT64 RunInfoRows = StorageRunInfoRows;
+  static constexpr auto RunInfoRow = StorageRunInfoRow;
+  static constexpr auto DeviceName = StorageDeviceName;
+  static constexpr UINT64 LogRowsPerDrive = tarvik::LogRowsPerDrive;
+  static constexpr auto LogRow = StorageLogRow;
+  static constexpr UINT64 SystemInfoRowsPerDrive = tarvik::SystemInfoRowsPerDrive;
+  static constexpr auto SystemInfoRow = StorageSystemInfoRow;
+  static constexpr auto KeyText = StorageKeyText;
+  static constexpr UINT64 TestNameText = storage_text::TestName;
+  static constexpr UINT64 ModuleNameText = storage_text::ModuleName;
+  static constexpr UINT64 FailedToRunText = storage_text::FailedToRun;
+  static constexpr const CHAR16* Code = u"HD";
+  static constexpr const CHAR16* Key = u"STORAGE";
+  static constexpr auto RunTest = StorageRunTest;
+  static constexpr auto StopTest = StorageStopTest;
+  static constexpr auto EvaluateResults = StorageEvaluateResults;
+};
 
 VOID FillOperations(TestModuleProtocol& Record) {
-  Record.RunTest = StorageRunTest;
-  Record.GetAlgorithmName = GetAlgorithmName;
-  Record.GetAlgorithmKey = GetAlgorithmKey;
-  Record.GetAlgorithmCount = GetAlgorithmCount;
-  Record.GetRunInfoRow = GetRunInfoRow;
-  Record.GetRunInfoRowCount = GetRunInfoRowCount;
-  Record.GetModuleCode = GetModuleCode;
-  Record.GetTestName = GetTestName;
-  Record.StopTest = StorageStopTest;
-  Record.GetSystemInfoRow = GetSystemInfoRow;
-  Record.GetSystemInfoRowCount = GetSystemInfoRowCount;
-  Record.GetModuleName = GetModuleName;
-  Record.GetModuleKey = GetModuleKey;
-  Record.GetResultText = GetResultText;
-  Record.DeviceTable = Storage.Drives.Devices;
-  Record.GetDeviceCount = GetDeviceCount;
-  Record.GetDeviceName = GetDeviceName;
-  Record.GetLogRowCount = GetLogRowCount;
-  Record.GetLogRow = GetLogRow;
-  Record.TranslateKey = TranslateKey;
-  Record.GetSummaryLineCount = GetSummaryLineCount;
-  Record.GetSummaryLine = GetSummaryLine;
-  Record.EvaluateResults = StorageEvaluateResults;
+  DriveModuleRecord<StorageRecordTraits>::Fill(Record, Storage.Drives.Devices);
 }
 
 // Before the record exists: every drive of every pass-through, identified.
@@ -201,12 +106,7 @@ StorageModule* StorageModuleOf(const TestModuleProtocol* This) {
   return &Storage;
 }
 
-const CHAR16* StorageText(const StorageModule& Module, UINT64 Id) {
-  const TestModuleInstallation& Installation = Module.Installation;
-  if (Installation.Strings == nullptr || Id >= Installation.StringCount || Installation.Strings[Id] == nullptr)
-    return u"";
-  return Installation.Strings[Id];
-}
+const CHAR16* StorageText(const StorageModule& Module, UINT64 Id) { return InstalledText(Module.Installation, Id); }
 
 EFI_STATUS InstallStorageTest(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*, RotatingDriveToolPublisher PublishTool) {
   Storage.PublishTool = PublishTool;
