@@ -16,15 +16,6 @@ constexpr UINT32 FirstNamespace = 0xFFFFFFFF;  // asks GetNextNamespace for the 
 // that never ends cannot keep discovery going.
 constexpr UINT32 MaxNamespacesAsked = 1024;
 
-VOID LocateNvmeHandles(PoolPtr<EFI_HANDLE>& Handles, UINTN& Count) {
-  EFI_GUID Guid = EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID;
-  EFI_HANDLE* Found = nullptr;
-  Count = 0;
-  const EFI_STATUS Status = gBS->LocateHandleBuffer(ByProtocol, &Guid, nullptr, &Count, &Found);
-  Handles.reset(Found);
-  if (EFI_ERROR(Status)) Count = 0;
-}
-
 BOOLEAN IdentifyController(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* PassThru, UINT8* Page, NvmeControllerFacts* Facts) {
   return NvmeIdentify(PassThru, 0, CnsController, Page) == NvmeAnswer::Done &&
          ParseIdentifyController(Page, NvmePageBytes, Facts);
@@ -85,11 +76,7 @@ EFI_STATUS DiscoverNvmeDevices(NvmeDrives* Drives) {
   *Drives = NvmeDrives{};
   PoolPtr<EFI_HANDLE> Handles;
   UINTN HandleCount = 0;
-  LocateNvmeHandles(Handles, HandleCount);
-  if (HandleCount == 0) {
-    ConnectAllControllers();
-    LocateNvmeHandles(Handles, HandleCount);
-  }
+  LocateHandlesConnectingOnce(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID, Handles, HandleCount);
   // Most machines of a few years ago have no NVMe drive: nothing to say.
   if (HandleCount == 0) return EFI_NOT_FOUND;
 

@@ -19,16 +19,6 @@ constexpr UINT64 IdentifyTimeoutSeconds = 20;
 constexpr UINT16 FirstPort = 0xFFFF;  // asks GetNextPort / GetNextDevice for the first
 constexpr UINT16 NoPortMultiplier = 0xFFFF;
 
-// The handles carrying an ATA pass-through; Count 0 when there are none.
-VOID LocatePassThruHandles(PoolPtr<EFI_HANDLE>& Handles, UINTN& Count) {
-  EFI_GUID Guid = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
-  EFI_HANDLE* Found = nullptr;
-  Count = 0;
-  const EFI_STATUS Status = gBS->LocateHandleBuffer(ByProtocol, &Guid, nullptr, &Count, &Found);
-  Handles.reset(Found);
-  if (EFI_ERROR(Status)) Count = 0;
-}
-
 // Probes every device of one pass-through instance into the next free
 // records, until the table is full.
 VOID EnumerateInstance(StorageDrives* Drives, EFI_ATA_PASS_THRU_PROTOCOL* PassThru) {
@@ -74,11 +64,7 @@ VOID ReleaseInfoTable(StorageDrives* Drives) {
 EFI_STATUS DiscoverStorageDevices(StorageDrives* Drives) {
   PoolPtr<EFI_HANDLE> Handles;
   UINTN HandleCount = 0;
-  LocatePassThruHandles(Handles, HandleCount);
-  if (HandleCount == 0) {
-    ConnectAllControllers();
-    LocatePassThruHandles(Handles, HandleCount);
-  }
+  LocateHandlesConnectingOnce(EFI_ATA_PASS_THRU_PROTOCOL_GUID, Handles, HandleCount);
   if (HandleCount == 0) {
     Print(u"Protocol AtaPassThrough not found!\n");
     return EFI_ABORTED;
