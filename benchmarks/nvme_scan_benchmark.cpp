@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "benchmarks/progress_timing.h"
 #include "app/application_plan.h"
 #include "core/locate.h"
 #include "core/startup.h"
@@ -25,50 +26,23 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using bench::seconds_since;
+using bench::timing;
 
 constexpr uint32_t kMediaMbPerSecond = 3000;
 
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-struct Scan {
-  hostfw::Machine* machine = nullptr;
-  tarvik::TEST_RUN_TEST module_run = nullptr;
-  tarvik::TEST_PROGRESS_CALLBACK screen_progress = nullptr;
-  uint64_t reports = 0;
-  double report_seconds = 0;
-  uint64_t drawing_reports = 0;
-  double drawing_seconds = 0;
-  uint64_t first_report_ns = 0, last_report_ns = 0;
-};
-Scan scan;
-
-EFIAPI EFI_STATUS TimedProgress(VOID* context, UINT64 percent, UINT64 reserved) {
-  scan.last_report_ns = scan.machine->clock().now_ns();
-  if (scan.reports == 0) scan.first_report_ns = scan.last_report_ns;
-  const size_t written_before = scan.machine->console().transcript().size();
-  const Clock::time_point start = Clock::now();
-  const EFI_STATUS status = scan.screen_progress(context, percent, reserved);
-  const double spent = seconds_since(start);
-  scan.report_seconds += spent;
-  ++scan.reports;
-  if (scan.machine->console().transcript().size() != written_before) {
-    scan.drawing_seconds += spent;
-    ++scan.drawing_reports;
-  }
-  return status;
-}
+tarvik::TEST_RUN_TEST module_run = nullptr;
 
 EFIAPI UINT64 TimedRunTest(tarvik::TestModuleProtocol* self, UINT64 algorithm, UINT8 device,
                            tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK message) {
-  scan.screen_progress = progress;
-  return scan.module_run(self, algorithm, device, TimedProgress, message);
+  return module_run(self, algorithm, device, bench::TimeProgress(progress), message);
 }
 
 // Installed after the NVMe module: puts the timing in front of its RunTest.
 EFI_STATUS WrapNvmeModule(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
   auto* record = tarvik::LocateService<tarvik::TestModuleProtocol>(tarvik::NvmeTestProtocolGuid);
   if (record == nullptr) return EFI_NOT_FOUND;
-  scan.module_run = record->RunTest;
+  module_run = record->RunTest;
   record->RunTest = TimedRunTest;
   return EFI_SUCCESS;
 }
@@ -101,24 +75,24 @@ void Measure(uint64_t gib, uint8_t mdts) {
         profile.drives.clear();
         profile.nvme_drives = {drive};
       });
-  scan = Scan{};
-  scan.machine = &*machine;
+  timing = bench::ProgressTiming{};
+  timing.machine = &*machine;
   const Clock::time_point start = Clock::now();
   const hostfw::RunResult result = machine->run(Entry);
   const double whole = seconds_since(start);
   const double media = static_cast<double>(drive.blocks) * drive.lba_bytes / (kMediaMbPerSecond * 1e6);
-  const double machine_seconds = static_cast<double>(scan.last_report_ns - scan.first_report_ns) / 1e9;
+  const double machine_seconds = timing.machine_seconds();
   const uint64_t command_bytes = std::min<uint64_t>(uint64_t{4096} << mdts, 2u << 20);
   std::printf("%llu GiB namespace, %llu KiB commands (MDTS %u)%s\n", static_cast<unsigned long long>(gib),
               static_cast<unsigned long long>(command_bytes >> 10), mdts,
               result.end == hostfw::RunResult::End::Reset ? "" : "  (run did not end in a reset)");
   std::printf("  Verify commands      %llu\n", static_cast<unsigned long long>(machine->nvme(0).counts().io_command(0x0C)));
-  std::printf("  progress reports     %llu\n", static_cast<unsigned long long>(scan.reports));
+  std::printf("  progress reports     %llu\n", static_cast<unsigned long long>(timing.reports));
   std::printf("  time in reports      %.3f s on the host, drawing included (%llu reports drew, %.3f s)\n",
-              scan.report_seconds, static_cast<unsigned long long>(scan.drawing_reports), scan.drawing_seconds);
+              timing.report_seconds, static_cast<unsigned long long>(timing.drawing_reports), timing.drawing_seconds);
   std::printf("  media time           %.1f s at %u MB/s (machine clock from first to last report: %.1f s)\n", media,
               kMediaMbPerSecond, machine_seconds);
-  std::printf("  share                %.4f%% of the media time\n", 100 * scan.report_seconds / media);
+  std::printf("  share                %.4f%% of the media time\n", 100 * timing.report_seconds / media);
   std::printf("  whole run            %.1f s on the host\n", whole);
   std::fflush(stdout);
 }

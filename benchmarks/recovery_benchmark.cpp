@@ -16,57 +16,26 @@
 #include <string>
 
 #include "badsector/bad_sectors_tool_protocol.h"
+#include "benchmarks/progress_timing.h"
 #include "tests/support/application_with_modules.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using bench::seconds_since;
+using bench::timing;
 
 constexpr uint32_t kMediaMbPerSecond = 150;
 
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-// What one scan measured; the wrappers below fill it.
-struct Scan {
-  hostfw::Machine* machine = nullptr;
-  tarvik::TOOL_RUN_TOOL published_run = nullptr;
-  tarvik::TEST_PROGRESS_CALLBACK screen_progress = nullptr;
-  uint64_t reports = 0;
-  double report_seconds = 0;   // host time inside the screen's progress callback
-  uint64_t drawing_reports = 0;  // reports that wrote to the console
-  double drawing_seconds = 0;
-  uint64_t drawn_bytes = 0;     // console output of those reports
-  uint64_t first_report_ns = 0;  // machine clock at the first and the last report
-  uint64_t last_report_ns = 0;
-};
-Scan scan;
-
-EFIAPI EFI_STATUS TimedProgress(VOID* context, UINT64 percent, UINT64 reserved) {
-  scan.last_report_ns = scan.machine->clock().now_ns();
-  if (scan.reports == 0) scan.first_report_ns = scan.last_report_ns;
-  const size_t written_before = scan.machine->console().transcript().size();
-  const Clock::time_point start = Clock::now();
-  const EFI_STATUS status = scan.screen_progress(context, percent, reserved);
-  const double spent = seconds_since(start);
-  const size_t written = scan.machine->console().transcript().size() - written_before;
-  scan.report_seconds += spent;
-  ++scan.reports;
-  if (written != 0) {
-    scan.drawing_seconds += spent;
-    ++scan.drawing_reports;
-    scan.drawn_bytes += written;
-  }
-  return status;
-}
+tarvik::TOOL_RUN_TOOL published_run = nullptr;
 
 EFIAPI UINT64 TimedRun(tarvik::BadSectorsToolProtocol* self, UINT64 operation, UINT64 device,
                        tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK message) {
-  scan.screen_progress = progress;
-  return scan.published_run(self, operation, device, TimedProgress, message);
+  return published_run(self, operation, device, bench::TimeProgress(progress), message);
 }
 
 void WrapRunTool(tarvik::BadSectorsToolProtocol* tool) {
-  scan.published_run = tool->RunTool;
+  published_run = tool->RunTool;
   tool->RunTool = TimedRun;
 }
 
@@ -90,8 +59,8 @@ void Measure(const char* name, uint64_t sectors) {
       "wait \"about one hour\"; type \"y\"; wait 86400 \"F3 = view log\"; key Esc; wait \"Main Screen\"; key Left;"
       "key Up; key Enter",
       [&](hostfw::Profile& profile) { profile.drives = {drive}; });
-  scan = Scan{};
-  scan.machine = &*machine;
+  timing = bench::ProgressTiming{};
+  timing.machine = &*machine;
   testing_support::ApplicationSetup setup;
   setup.real_bad_sectors_tool = true;
   setup.tool_published = WrapRunTool;
@@ -102,7 +71,7 @@ void Measure(const char* name, uint64_t sectors) {
   const double media = static_cast<double>(sectors) * drive.logical_sector_bytes / (kMediaMbPerSecond * 1e6);
   // The scan's machine time: from the first report (the confirmation
   // answered) to the last.
-  const double machine_seconds = static_cast<double>(scan.last_report_ns - scan.first_report_ns) / 1e9;
+  const double machine_seconds = timing.machine_seconds();
   // Each drawing of the left panel writes the sector range's row, each
   // drawing of the bar one '%'.
   const std::string& drawn = machine.transcript();
@@ -112,15 +81,15 @@ void Measure(const char* name, uint64_t sectors) {
 
   std::printf("%s: %llu sectors%s\n", name, static_cast<unsigned long long>(sectors),
               result.end == hostfw::RunResult::End::Reset ? "" : "  (run did not end in a reset)");
-  std::printf("  progress reports     %llu\n", static_cast<unsigned long long>(scan.reports));
-  std::printf("  time in reports      %.3f s on the host, drawing included\n", scan.report_seconds);
+  std::printf("  progress reports     %llu\n", static_cast<unsigned long long>(timing.reports));
+  std::printf("  time in reports      %.3f s on the host, drawing included\n", timing.report_seconds);
   std::printf("  media time           %.1f s at %u MB/s (machine clock from first to last report: %.1f s, console calls included)\n", media,
               kMediaMbPerSecond, machine_seconds);
-  std::printf("  share                %.3f%% of the media time\n", 100 * scan.report_seconds / media);
+  std::printf("  share                %.3f%% of the media time\n", 100 * timing.report_seconds / media);
   std::printf("  reports that drew    %llu, %.3f s (%.1f us and %.0f console bytes each)\n",
-              static_cast<unsigned long long>(scan.drawing_reports), scan.drawing_seconds,
-              scan.drawing_reports ? 1e6 * scan.drawing_seconds / static_cast<double>(scan.drawing_reports) : 0.0,
-              scan.drawing_reports ? static_cast<double>(scan.drawn_bytes) / static_cast<double>(scan.drawing_reports)
+              static_cast<unsigned long long>(timing.drawing_reports), timing.drawing_seconds,
+              timing.drawing_reports ? 1e6 * timing.drawing_seconds / static_cast<double>(timing.drawing_reports) : 0.0,
+              timing.drawing_reports ? static_cast<double>(timing.drawn_bytes) / static_cast<double>(timing.drawing_reports)
                                    : 0.0);
   std::printf("  left panel drawn     %zu times (%.2f per media second), bar %zu times\n", panels,
               static_cast<double>(panels) / media, bars);
