@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "log/log_line.h"
@@ -49,20 +51,12 @@ void ParseInside(const CHAR16* line, size_t length) {
     Fail("a parsed word outside its line");
 }
 
-size_t Length(const CHAR16* text) {
-  size_t n = 0;
-  while (text[n] != 0) ++n;
-  return n;
-}
-
 // Asks a query and frees the text it handed out.
 template <typename Query>
 void Ask(Query query) {
   CHAR16* text = nullptr;
   if (!EFI_ERROR(query(&text)) && text != nullptr) tarvik::gBS->FreePool(text);
 }
-
-EFI_TIME Time(FuzzInput& in) { return in.take<EFI_TIME>(); }
 
 // Reads every line back: each within a log line, each parsed inside itself.
 void ReadBack(tarvik::LogProtocol& log, const fuzz_support::FailingPool& pool) {
@@ -72,7 +66,7 @@ void ReadBack(tarvik::LogProtocol& log, const fuzz_support::FailingPool& pool) {
       if (pool.fired() && line == nullptr) continue;
       Fail("a line not handed out");
     }
-    const size_t length = Length(line);
+    const size_t length = std::u16string_view(line).size();
     if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
     ParseInside(line, length);
     CHAR16* stripped = nullptr;
@@ -103,7 +97,7 @@ void RecoveryLog(tarvik::LogProtocol& log, testing_support::FakeBadSectorsTool& 
   for (std::u16string& line : lines) pointers.push_back((line = Text(in)).data());
   pointers.push_back(nullptr);  // never null, even without lines
   const UINT64 operation = in.take<uint8_t>() % 3;
-  const EFI_TIME start = Time(in), end = Time(in);
+  const EFI_TIME start = in.take<EFI_TIME>(), end = in.take<EFI_TIME>();
   if (EFI_ERROR(log.BuildRecoverLog(lines.size(), pointers.data(), operation, &start, &end))) {
     if (pool.fired()) return;
     Fail("a recovery log was not built");
@@ -143,17 +137,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::u16string> summary(in.take<uint8_t>() % 3);
   for (std::u16string& line : summary) line = Text(in);
   std::vector<std::vector<UINT8>> states(devices, std::vector<UINT8>(algorithms));
-  std::vector<std::vector<std::vector<std::u16string>>> messages(
-      devices, std::vector<std::vector<std::u16string>>(algorithms));
+  std::deque<std::u16string> message_texts;  // what the pointers point into
   std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
                                                                   std::vector<std::vector<CHAR16*>>(algorithms));
   std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   for (size_t d = 0; d < devices; ++d) {
     for (size_t a = 0; a < algorithms; ++a) {
       states[d][a] = in.take<uint8_t>() % 8;
-      messages[d][a].resize(in.take<uint8_t>() % 3);
-      for (std::u16string& message : messages[d][a]) message_pointers[d][a].push_back((message = Text(in)).data());
-      message_counts[d][a] = messages[d][a].size();
+      message_counts[d][a] = in.take<uint8_t>() % 3;
+      for (UINT64 m = 0; m < message_counts[d][a]; ++m)
+        message_pointers[d][a].push_back(message_texts.emplace_back(Text(in)).data());
     }
   }
   std::vector<UINT8> algorithm_selection(algorithms), device_selection(devices);
@@ -167,8 +160,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   // A start time, then one per algorithm that ran on each device.
   std::vector<EFI_TIME> times(2 + devices * algorithms), durations(devices * algorithms);
-  for (EFI_TIME& time : times) time = Time(in);
-  for (EFI_TIME& duration : durations) duration = Time(in);
+  for (EFI_TIME& time : times) time = in.take<EFI_TIME>();
+  for (EFI_TIME& duration : durations) duration = in.take<EFI_TIME>();
   const std::u16string stray_line = Text(in);
 
   std::vector<UINT8*> state_rows;

@@ -34,7 +34,6 @@
 
 namespace {
 
-
 [[noreturn]] void Fail(const char* what) {
   std::fprintf(stderr, "smbios: %s\n", what);
   std::abort();
