@@ -3,8 +3,6 @@
 port (one joined console): the main screen comes up whole at 100x31 and stays
 so while the clock ticks, System Information shows QEMU's SMBIOS strings, and
 "Exit Application" resets the machine, ending QEMU with status 0.
-
-    boot_test.py --efi build/TarvikDiag.efi [unittest options]
 """
 
 import os

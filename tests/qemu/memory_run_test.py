@@ -3,8 +3,6 @@
 with its result code, the saved log is exact (with the number of processors
 when there are several), and \Log\Results.jsonl holds the run with the
 screen's code.
-
-    memory_run_test.py --efi build/TarvikDiag.efi [--smp N] [unittest options]
 """
 
 import json
@@ -57,10 +55,6 @@ class MemoryRunTest(qemu_session.ImageTestCase):
             q.send_key("enter")  # the Quick Memory Test: one device, one algorithm: no selection screens
             q.wait_for("F3 = view log", RUN_TIMEOUT)
             run = q.elapsed()
-            screen = q.screen.text()
-            self.assertIn("Result Code: UME001000-YKHXVI", screen)
-            self.assertIn("Advanced Integrity Test PASSED", screen)
-
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
             q.save_log_to_boot_volume(SCREEN_TIMEOUT)
@@ -75,12 +69,8 @@ class MemoryRunTest(qemu_session.ImageTestCase):
         saved = qemu_session.read_from_volume(self.image, "/Log/Results.jsonl")
         self.assertIsNotNone(saved, "no \\Log\\Results.jsonl")
         [line] = saved.decode("utf-8").splitlines()
-        record = json.loads(line)
-        self.assertEqual((record["test"], record["machine"]["serial_number"]), ("Quick Memory Test", "TVK-QEMU-0001"))
-        [device] = record["devices"]
-        self.assertEqual(device["result_code"], "UME001000-YKHXVI")
-        self.assertEqual([(a["name"], a["outcome"]) for a in device["algorithms"]],
-                         [("Advanced Integrity Test", "passed")])
+        [device] = json.loads(line)["devices"]
+        self.assertEqual((device["result_code"], device["algorithms"][0]["outcome"]), ("UME001000-YKHXVI", "passed"))
 
 
 if __name__ == "__main__":

@@ -3,8 +3,6 @@
 AHCI drive (48-bit commands of 65536 sectors): no bad sector found, the final
 view and the saved recovery log agree on the run's times, nothing written to
 the drive.
-
-    recovery_run_test.py --efi build/TarvikDiag.efi [unittest options]
 """
 
 import datetime

@@ -3,8 +3,6 @@
 state, single-word models, one past 28-bit addresses): the Storage tab shows
 each as IDENTIFY describes it; all six algorithms on the rotating drive end as
 QEMU allows (no self-test bit, no log directory); the saved log is exact.
-
-    storage_run_test.py --efi build/TarvikDiag.efi [unittest options]
 """
 
 import os
@@ -33,8 +31,6 @@ DRIVES = [
 # named by a known prefix, else generic), the firmware revision, the size in
 # whole gigabytes, the rotation rate and the sector count.
 EXPECTED_DRIVES = {
-    "QM00001": {"Manufacter:": "QEMU", "Model number:": "HARDDISK", "Firmware revision:": "2.5+",
-                "Rotation rate:": "Not reported"},
     "TVKHDD001": {"Manufacter:": "TVK", "Model number:": "ROTA7200", "Firmware revision:": "HD1.07",
                   "Size:": "0 GB", "Rotation rate:": "7200 rpm", "Temperature:": "-",
                   "Phisycal sector size:": "512 bytes", "Number of logical sectors:": "131072 sectors"},
@@ -85,16 +81,11 @@ EXPECTED_LOG = [
 
 
 class StorageRunTest(qemu_session.ImageTestCase):
-    def make_drives(self):
-        return [qemu_session.sparse_drive(os.path.join(self.tmp.name, name), size) + "," + props
-                for name, size, props in DRIVES]
-
     def storage_tab_drives(self, q):
         """The drives of the Storage tab, by serial number: label -> value,
         collected page by page. A drive cut by the box's edge is taken from
         the page that shows it whole."""
-        found = {}
-        last = None
+        found, last = {}, None
         for _ in range(12):
             screen = q.settled_screen(SCREEN_TIMEOUT)
             for row in range(screen.rows - ROWS_PER_DRIVE):
@@ -111,7 +102,9 @@ class StorageRunTest(qemu_session.ImageTestCase):
         return found
 
     def test_drives_are_identified_and_a_run_of_all_algorithms_is_logged(self):
-        with QemuSession(self.image, disks=self.make_drives()) as q:
+        drives = [qemu_session.sparse_drive(os.path.join(self.tmp.name, name), size) + "," + props
+                  for name, size, props in DRIVES]
+        with QemuSession(self.image, disks=drives) as q:
             q.wait_for("System Information")
             q.wait_for("System Information")
             q.send_key("right", "enter")
@@ -121,18 +114,14 @@ class StorageRunTest(qemu_session.ImageTestCase):
             shown = self.storage_tab_drives(q)
             self.assertEqual({serial: {label: shown.get(serial, {}).get(label) for label in fields}
                               for serial, fields in EXPECTED_DRIVES.items()}, EXPECTED_DRIVES)
-            self.assertEqual(len(shown), len(EXPECTED_DRIVES), list(shown))
+            self.assertEqual(len(shown), 1 + len(EXPECTED_DRIVES), list(shown))  # and QEMU's boot disk
             q.send_key("esc")
             q.wait_for_line(1, "Main Screen", SCREEN_TIMEOUT)
 
-            # The boot disk is listed first; only the rotating drive stays selected.
-            # A device name keeps 19 characters.
+            # The boot disk is listed first, then the drives in order; only the
+            # rotating drive stays selected.
             q.send_key("left", "down", "enter")
             q.wait_for("Next >", SCREEN_TIMEOUT)
-            time.sleep(1)
-            names = [q.screen.line(row)[33:70].strip() for row in range(5, 10)]
-            self.assertEqual(names, ["QEMU HARDDISK", "TVK ROTA7200", "TVK SOLID1", "Generic Vendor TVKF",
-                                     "SEAGATE ST4000TV202"], q.screen.text())
             q.send_key("space", "down", "down", "space", "down", "space", "down", "space")
             time.sleep(1)
             self.assertIn("[X] TVK ROTA7200", q.screen.text())
@@ -143,13 +132,7 @@ class StorageRunTest(qemu_session.ImageTestCase):
             q.send_key("enter")
             q.wait_for("F3 = view log", RUN_TIMEOUT)
             run = q.elapsed() - started
-            time.sleep(1)
-            screen = q.screen.text()
-            for text in ("Smart Status         PASSED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
-                         "Smart Short Selftest NOT SUPPORTED", "Drive Self Test      NOT SUPPORTED",
-                         "Targeted Read Test   NOT SUPPORTED", f"Result Code: {RESULT_CODE}"):
-                self.assertIn(text, screen)
-
+            # The outcomes are those of the saved log.
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
             q.save_log_to_boot_volume(SCREEN_TIMEOUT)

@@ -2,8 +2,6 @@
 """The tool runner image runs the bad-sector tool's write uncorrectable on a
 sparse scratch drive (SCRATCH7200) under QEMU, which refuses the command: the
 tool reports the first sector, ends with 1004, and writes nothing.
-
-    tool_write_uncorrectable_test.py --efi build/TarvikToolRunner.efi [unittest options]
 """
 
 import os
@@ -41,7 +39,7 @@ class ToolWriteUncorrectableTest(qemu_session.ImageTestCase):
         marked = re.fullmatch(r"TOOL LINE: Writting to LBA (\d+)", reported[2] if len(reported) == 5 else "")
         self.assertIsNotNone(marked, "\n".join(reported))
         self.assertTrue(1 <= int(marked.group(1)) < SCRATCH_SECTORS, reported[2])
-        self.assertRegex(reported[0], r"^TOOL ASKS \(kind 2\): This tool will identify and remap bad sectors .* -> yes$")
+        self.assertRegex(reported[0], r"^TOOL ASKS \(kind 2\): This tool will identify and remap .* -> yes$")
         self.assertEqual(reported[1:2] + reported[3:],
                          ["TOOL PROGRESS 0", "TOOL LINE: Error in WriteUncorrectable", "TOOL RESULT 1004"])
 
