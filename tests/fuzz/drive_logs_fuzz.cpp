@@ -26,8 +26,7 @@ constexpr tarvik::DriveLog kLogs[] = {tarvik::DriveLog::SummaryError, tarvik::Dr
                                       tarvik::DriveLog::ExtSelfTest};
 
 bool Is28Bit(tarvik::DriveLog Log) {
-  return Log == tarvik::DriveLog::SummaryError || Log == tarvik::DriveLog::ComprehensiveError ||
-         Log == tarvik::DriveLog::SelfTest;
+  return Log != tarvik::DriveLog::ExtComprehensiveError && Log != tarvik::DriveLog::ExtSelfTest;
 }
 
 void ReadEveryEntry(const uint8_t* Data, size_t Size) {

@@ -1,7 +1,6 @@
 // What the fuzz targets share: the one simulated machine of the process,
-// the check that an input leaves no pool or page behind, firmware whose
-// SMBIOS table is the input's, the application's core services, and a
-// reader that takes typed values off the input bytes.
+// the check that an input leaves no pool or page behind, the application's
+// core services, and a reader that takes typed values off the input bytes.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +13,6 @@
 #include "hostfw/machine.h"
 
 namespace fuzz_support {
-
-class FuzzInput;
 
 // The process's simulated machine (the default profile with 64 MiB of
 // memory, virtual clock, no terminal), built on first use. The
@@ -53,68 +50,6 @@ class FailingPool {
 
  private:
   uint64_t call_ = 0;
-};
-
-// Bytes of firmware data at an address below 4 GiB (an SMBIOS entry point
-// holds a 32-bit table address), placed so that the byte after the last one
-// is on a page that cannot be read: a read past the end crashes.
-class GuardedBytes {
- public:
-  static constexpr size_t kMaxSize = 64 * 1024;
-  GuardedBytes();
-  ~GuardedBytes();
-  GuardedBytes(const GuardedBytes&) = delete;
-  GuardedBytes& operator=(const GuardedBytes&) = delete;
-
-  // Places `length` bytes (at most kMaxSize) to end right before the guard
-  // page: the first `size` of `bytes`, then zeros when fewer are given.
-  // Returns the first byte.
-  const uint8_t* place(const uint8_t* bytes, size_t size, size_t length);
-
- private:
-  uint8_t* base_ = nullptr;
-  size_t mapped_ = 0;
-  size_t data_ = 0;  // bytes before the guard page
-};
-
-// An SMBIOS structure table as firmware publishes it: the 32-bit entry
-// point with the table's declared length and structure count, and the
-// table's bytes.
-struct SmbiosInput {
-  uint16_t declared_length = 0;
-  uint16_t declared_structures = 0;
-  std::vector<uint8_t> table;
-};
-
-// The declared length, the structure count, then the table's bytes.
-SmbiosInput TakeSmbiosInput(FuzzInput& in);
-
-// Which entry points an SmbiosFirmware publishes for its table: the 2.x one
-// (declared length and count), the 3.0 one (declared length as maximum
-// size), or both.
-enum class SmbiosEntryPoints : uint8_t { k2, k3, kBoth };
-
-// A copy of the machine's system table whose configuration table holds only
-// SMBIOS entry points for `smbios`. The table's bytes end right before an
-// unreadable page (GuardedBytes), at the declared length: the bytes given
-// are cut there, or zero-filled up to it. One at a time.
-class SmbiosFirmware {
- public:
-  explicit SmbiosFirmware(const SmbiosInput& smbios, SmbiosEntryPoints kind = SmbiosEntryPoints::k2);
-  SmbiosFirmware(const SmbiosFirmware&) = delete;
-  SmbiosFirmware& operator=(const SmbiosFirmware&) = delete;
-
-  EFI_SYSTEM_TABLE* system_table() { return &system_table_; }
-  const uint8_t* table() const { return table_; }
-  size_t length() const { return length_; }
-
- private:
-  uint8_t entry_point_[32] = {};
-  uint8_t entry_point3_[24] = {};
-  EFI_CONFIGURATION_TABLE configuration_[2] = {};
-  EFI_SYSTEM_TABLE system_table_ = {};
-  const uint8_t* table_ = nullptr;
-  size_t length_ = 0;
 };
 
 // The application's core services installed on `system_table` (the

@@ -5,15 +5,15 @@
 // parsed, and every query the log screens make is asked. Then a recovery
 // log: a stand-in bad-sector tool whose operation names and rows, and the
 // result lines and times, come from the input. Lines must stay within their
-// 200 characters, parsed words must lie inside their line, a module key and
-// result codes that are plain words must read back as they were given, and
-// a recovery log is framed by its RECOVER lines whatever it holds. The
-// input may make one pool allocation of the builders or the queries fail:
-// an operation may then fail, and nothing may leak.
+// 200 characters and parsed words must lie inside their line. The input may
+// make one pool allocation of the builders or the queries fail: an
+// operation may then fail, and nothing may leak.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "log/log_line.h"
@@ -34,11 +34,6 @@ using fuzz_support::FuzzInput;
 // Up to 510 characters: long enough to overrun a line.
 std::u16string Text(FuzzInput& in) { return in.take_text(in.take<uint8_t>() * 2u); }
 
-// A module key or result code the log keeps whole: one word that fits.
-bool PlainWord(const std::u16string& text) {
-  return !text.empty() && text.size() <= 100 && text.find_first_of(u" :") == std::u16string::npos;
-}
-
 bool Within(const CHAR16* line, size_t length, const tarvik::LogWord& word) {
   return word.Start >= line && word.End() <= line + length;
 }
@@ -56,23 +51,12 @@ void ParseInside(const CHAR16* line, size_t length) {
     Fail("a parsed word outside its line");
 }
 
-size_t Length(const CHAR16* text) {
-  size_t n = 0;
-  while (text[n] != 0) ++n;
-  return n;
-}
-
-// A query's text, freed; "(none)" when it handed none out.
+// Asks a query and frees the text it handed out.
 template <typename Query>
-std::u16string Answer(Query query) {
+void Ask(Query query) {
   CHAR16* text = nullptr;
-  if (EFI_ERROR(query(&text)) || text == nullptr) return u"(none)";
-  std::u16string copy(text);
-  tarvik::gBS->FreePool(text);
-  return copy;
+  if (!EFI_ERROR(query(&text)) && text != nullptr) tarvik::gBS->FreePool(text);
 }
-
-EFI_TIME Time(FuzzInput& in) { return in.take<EFI_TIME>(); }
 
 // Reads every line back: each within a log line, each parsed inside itself.
 void ReadBack(tarvik::LogProtocol& log, const fuzz_support::FailingPool& pool) {
@@ -82,7 +66,7 @@ void ReadBack(tarvik::LogProtocol& log, const fuzz_support::FailingPool& pool) {
       if (pool.fired() && line == nullptr) continue;
       Fail("a line not handed out");
     }
-    const size_t length = Length(line);
+    const size_t length = std::u16string_view(line).size();
     if (length >= tarvik::LogLineChars) Fail("a line longer than a log line");
     ParseInside(line, length);
     CHAR16* stripped = nullptr;
@@ -113,22 +97,12 @@ void RecoveryLog(tarvik::LogProtocol& log, testing_support::FakeBadSectorsTool& 
   for (std::u16string& line : lines) pointers.push_back((line = Text(in)).data());
   pointers.push_back(nullptr);  // never null, even without lines
   const UINT64 operation = in.take<uint8_t>() % 3;
-  const EFI_TIME start = Time(in), end = Time(in);
+  const EFI_TIME start = in.take<EFI_TIME>(), end = in.take<EFI_TIME>();
   if (EFI_ERROR(log.BuildRecoverLog(lines.size(), pointers.data(), operation, &start, &end))) {
     if (pool.fired()) return;
     Fail("a recovery log was not built");
   }
   ReadBack(log, pool);
-  CHAR16* first = nullptr;
-  CHAR16* last = nullptr;
-  log.GetLine(0, &first);
-  log.GetLine(log.GetLineCount() - 1, &last);
-  const bool framed = first != nullptr && last != nullptr &&
-                      tarvik::ParseLogLine(first).ModuleKey.Is(tarvik::log_word::Recover) &&
-                      tarvik::ParseLogLine(last).ModuleKey.Is(tarvik::log_word::Recover);
-  if (first != nullptr) tarvik::gBS->FreePool(first);
-  if (last != nullptr) tarvik::gBS->FreePool(last);
-  if (!framed && !pool.fired()) Fail("a recovery log without its RECOVER lines");
   log.FreeLog();
 }
 
@@ -163,17 +137,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::u16string> summary(in.take<uint8_t>() % 3);
   for (std::u16string& line : summary) line = Text(in);
   std::vector<std::vector<UINT8>> states(devices, std::vector<UINT8>(algorithms));
-  std::vector<std::vector<std::vector<std::u16string>>> messages(
-      devices, std::vector<std::vector<std::u16string>>(algorithms));
+  std::deque<std::u16string> message_texts;  // what the pointers point into
   std::vector<std::vector<std::vector<CHAR16*>>> message_pointers(devices,
                                                                   std::vector<std::vector<CHAR16*>>(algorithms));
   std::vector<std::vector<UINT64>> message_counts(devices, std::vector<UINT64>(algorithms));
   for (size_t d = 0; d < devices; ++d) {
     for (size_t a = 0; a < algorithms; ++a) {
       states[d][a] = in.take<uint8_t>() % 8;
-      messages[d][a].resize(in.take<uint8_t>() % 3);
-      for (std::u16string& message : messages[d][a]) message_pointers[d][a].push_back((message = Text(in)).data());
-      message_counts[d][a] = messages[d][a].size();
+      message_counts[d][a] = in.take<uint8_t>() % 3;
+      for (UINT64 m = 0; m < message_counts[d][a]; ++m)
+        message_pointers[d][a].push_back(message_texts.emplace_back(Text(in)).data());
     }
   }
   std::vector<UINT8> algorithm_selection(algorithms), device_selection(devices);
@@ -187,8 +160,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   // A start time, then one per algorithm that ran on each device.
   std::vector<EFI_TIME> times(2 + devices * algorithms), durations(devices * algorithms);
-  for (EFI_TIME& time : times) time = Time(in);
-  for (EFI_TIME& duration : durations) duration = Time(in);
+  for (EFI_TIME& time : times) time = in.take<EFI_TIME>();
+  for (EFI_TIME& duration : durations) duration = in.take<EFI_TIME>();
   const std::u16string stray_line = Text(in);
 
   std::vector<UINT8*> state_rows;
@@ -221,23 +194,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
 
-  bool some_row_begins_with_stop = false;
-  for (const auto& device : module.devices)
-    for (const auto& row : device.log_rows) some_row_begins_with_stop |= row.first.rfind(u"STOP", 0) == 0;
-
   ReadBack(*log, pool);
-  const std::u16string key = Answer([&](CHAR16** text) { return log->GetLogModuleKey(text); });
-  if (!pool.fired() && PlainWord(module.module_key) && key != module.module_key)
-    Fail("the module key did not read back");
-  size_t selected = 0;
-  for (size_t d = 0; d < devices; ++d) {
-    if (device_selection[d] != 1) continue;
-    const std::u16string read = Answer([&](CHAR16** text) { return log->GetLogResultCode(text, selected); });
-    const bool readable = !pool.fired() && !some_row_begins_with_stop && code_pointers[d] != nullptr;
-    if (readable && PlainWord(codes[d]) && read != codes[d]) Fail("a result code did not read back");
-    ++selected;
+  Ask([&](CHAR16** text) { return log->GetLogModuleKey(text); });
+  for (UINT64 n = 0; n <= devices; ++n) {
+    Ask([&](CHAR16** text) { return log->GetLogResultCode(text, n); });
+    Ask([&](CHAR16** text) { return log->GetLogDisplayName(text, n); });
   }
-  for (UINT64 n = 0; n <= devices; ++n) Answer([&](CHAR16** text) { return log->GetLogDisplayName(text, n); });
   log->GetLogDeviceCount();
   log->GetLogFirstDeviceLineCount();
   ParseInside(stray_line.c_str(), stray_line.size());

@@ -3,13 +3,11 @@
 holds Debian's test certificate): TarvikDiag.efi signed by tools/sign-efi.sh
 with that certificate's key boots to the main screen; the unsigned image and
 the signed one with one byte of code changed are refused by the firmware.
-
-    secure_boot_test.py --efi build/TarvikDiag.efi --work build/secure-boot
 """
 
 import os
+import re
 import shutil
-import struct
 import subprocess
 import sys
 import unittest
@@ -25,17 +23,9 @@ REFUSED = "Access Denied"
 
 
 def text_section_offset(path):
-    """File offset of the .text section's raw data (PE section table)."""
-    with open(path, "rb") as f:
-        data = f.read(4096)
-    pe = struct.unpack_from("<I", data, 0x3C)[0]
-    count, optional_size = struct.unpack_from("<H", data, pe + 6)[0], struct.unpack_from("<H", data, pe + 20)[0]
-    table = pe + 24 + optional_size
-    for i in range(count):
-        entry = table + 40 * i
-        if data[entry:entry + 8].rstrip(b"\0") == b".text":
-            return struct.unpack_from("<I", data, entry + 20)[0]
-    raise AssertionError("no .text section")
+    """File offset of the .text section's raw data."""
+    sections = subprocess.run(["llvm-readobj", "--sections", path], check=True, capture_output=True, text=True).stdout
+    return int(re.search(r"Name: \.text\b.*?PointerToRawData: (0x[0-9A-Fa-f]+)", sections, re.S).group(1), 16)
 
 
 def make_images(efi_file, work):
@@ -55,11 +45,8 @@ def make_images(efi_file, work):
         byte = f.read(1)
         f.seek(-1, os.SEEK_CUR)
         f.write(bytes([byte[0] ^ 0x01]))
-    images = {}
-    for name, efi in (("signed", signed), ("unsigned", efi_file), ("tampered", tampered)):
-        images[name] = os.path.join(work, name + ".img")
-        qemu_session.make_image(images[name], efi)
-    return images
+    return {name: qemu_session.make_image(os.path.join(work, name + ".img"), efi)
+            for name, efi in (("signed", signed), ("unsigned", efi_file), ("tampered", tampered))}
 
 
 class SecureBootTest(unittest.TestCase):

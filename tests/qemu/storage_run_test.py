@@ -3,8 +3,6 @@
 state, single-word models, one past 28-bit addresses): the Storage tab shows
 each as IDENTIFY describes it; all six algorithms on the rotating drive end as
 QEMU allows (no self-test bit, no log directory); the saved log is exact.
-
-    storage_run_test.py --efi build/TarvikDiag.efi [unittest options]
 """
 
 import os
@@ -13,7 +11,6 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import qemu_session  # noqa: E402
-import screen_checks  # noqa: E402
 from qemu_session import QemuSession  # noqa: E402
 
 SCREEN_TIMEOUT = 60
@@ -34,8 +31,6 @@ DRIVES = [
 # named by a known prefix, else generic), the firmware revision, the size in
 # whole gigabytes, the rotation rate and the sector count.
 EXPECTED_DRIVES = {
-    "QM00001": {"Manufacter:": "QEMU", "Model number:": "HARDDISK", "Firmware revision:": "2.5+",
-                "Rotation rate:": "Not reported"},
     "TVKHDD001": {"Manufacter:": "TVK", "Model number:": "ROTA7200", "Firmware revision:": "HD1.07",
                   "Size:": "0 GB", "Rotation rate:": "7200 rpm", "Temperature:": "-",
                   "Phisycal sector size:": "512 bytes", "Number of logical sectors:": "131072 sectors"},
@@ -74,37 +69,23 @@ EXPECTED_LOG = [
     "SUPPORTED_STANDARDS:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS. ",
     "SPEC_VERSION: ATA/ATAPI-5 published, ANSI INCITS 340-2000",
     "START TESTS",
-    rf"{STAMP} START SMARTSTATUS",
-    rf"{STAMP} STOP SMARTSTATUS SUCCESS \d+ S",
-    rf"{STAMP} START SMARTSHORTSELFTEST",
-    rf"{STAMP} STOP SMARTSHORTSELFTEST UNSUPPORTED",
-    rf"{STAMP} START SMARTDRIVESELFTEST",
-    rf"{STAMP} STOP SMARTDRIVESELFTEST UNSUPPORTED",
-    rf"{STAMP} START RANDOMSEEK",
-    rf"{STAMP} STOP RANDOMSEEK SUCCESS \d+ S",
-    rf"{STAMP} START FUNNELSEEK",
-    rf"{STAMP} STOP FUNNELSEEK SUCCESS \d+ S",
-    rf"{STAMP} START TARGETEDREAD",
-    rf"{STAMP} WARNING CANT_PERFORM_TEST",
-    rf"{STAMP} STOP TARGETEDREAD UNSUPPORTED",
+    # Each algorithm's start and stop; the targeted read finds no log directory.
+    *(line for key, stop in (("SMARTSTATUS", r"SUCCESS \d+ S"), ("SMARTSHORTSELFTEST", "UNSUPPORTED"),
+                             ("SMARTDRIVESELFTEST", "UNSUPPORTED"), ("RANDOMSEEK", r"SUCCESS \d+ S"),
+                             ("FUNNELSEEK", r"SUCCESS \d+ S"), ("TARGETEDREAD", "UNSUPPORTED"))
+      for line in (rf"{STAMP} START {key}", *[rf"{STAMP} WARNING CANT_PERFORM_TEST"] * (key == "TARGETEDREAD"),
+                   rf"{STAMP} STOP {key} {stop}")),
     f"STOP TESTS {RESULT_CODE}",
     "--- STORAGE",
 ]
 
 
 class StorageRunTest(qemu_session.ImageTestCase):
-    saved_lines = None  # of \Log\Log.log, once the run has saved it
-
-    def make_drives(self):
-        return [qemu_session.sparse_drive(os.path.join(self.tmp.name, name), size) + "," + props
-                for name, size, props in DRIVES]
-
     def storage_tab_drives(self, q):
         """The drives of the Storage tab, by serial number: label -> value,
         collected page by page. A drive cut by the box's edge is taken from
         the page that shows it whole."""
-        found = {}
-        last = None
+        found, last = {}, None
         for _ in range(12):
             screen = q.settled_screen(SCREEN_TIMEOUT)
             for row in range(screen.rows - ROWS_PER_DRIVE):
@@ -121,35 +102,26 @@ class StorageRunTest(qemu_session.ImageTestCase):
         return found
 
     def test_drives_are_identified_and_a_run_of_all_algorithms_is_logged(self):
-        self.assertEqual(qemu_session.smbios_values()["SYSTEM_SERIAL"], "TVK-QEMU-0001",
-                         "the expected result code was worked out for this serial number")
-        with QemuSession(self.image, disks=self.make_drives(), screen_size=(100, 31),
-                         qemu_args=["-rtc", "base=" + qemu_session.QEMU_CLOCK_START]) as q:
+        drives = [qemu_session.sparse_drive(os.path.join(self.tmp.name, name), size) + "," + props
+                  for name, size, props in DRIVES]
+        with QemuSession(self.image, disks=drives) as q:
             q.wait_for("System Information")
             q.wait_for("System Information")
-            screen_checks.assert_main_screen_whole(self, q.screen)
-
             q.send_key("right", "enter")
             q.wait_for("Machine Information", SCREEN_TIMEOUT)
             q.send_key("tab", "tab")
             q.wait_for("Quick Storage Device Test", SCREEN_TIMEOUT)
             shown = self.storage_tab_drives(q)
-            for serial, fields in EXPECTED_DRIVES.items():
-                self.assertIn(serial, shown, f"drive {serial} on the Storage tab: {list(shown)}")
-                for label, value in fields.items():
-                    self.assertEqual(shown[serial].get(label), value, f"{serial} {label}")
-            self.assertEqual(len(shown), len(EXPECTED_DRIVES), list(shown))
+            self.assertEqual({serial: {label: shown.get(serial, {}).get(label) for label in fields}
+                              for serial, fields in EXPECTED_DRIVES.items()}, EXPECTED_DRIVES)
+            self.assertEqual(len(shown), 1 + len(EXPECTED_DRIVES), list(shown))  # and QEMU's boot disk
             q.send_key("esc")
             q.wait_for_line(1, "Main Screen", SCREEN_TIMEOUT)
 
-            # The boot disk is listed first; only the rotating drive stays selected.
-            # A device name keeps 19 characters.
+            # The boot disk is listed first, then the drives in order; only the
+            # rotating drive stays selected.
             q.send_key("left", "down", "enter")
             q.wait_for("Next >", SCREEN_TIMEOUT)
-            time.sleep(1)
-            names = [q.screen.line(row)[33:70].strip() for row in range(5, 10)]
-            self.assertEqual(names, ["QEMU HARDDISK", "TVK ROTA7200", "TVK SOLID1", "Generic Vendor TVKF",
-                                     "SEAGATE ST4000TV202"], q.screen.text())
             q.send_key("space", "down", "down", "space", "down", "space", "down", "space")
             time.sleep(1)
             self.assertIn("[X] TVK ROTA7200", q.screen.text())
@@ -160,21 +132,7 @@ class StorageRunTest(qemu_session.ImageTestCase):
             q.send_key("enter")
             q.wait_for("F3 = view log", RUN_TIMEOUT)
             run = q.elapsed() - started
-            time.sleep(1)
-            screen = q.screen
-            for text in ("Smart Status         PASSED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
-                         "Smart Short Selftest NOT SUPPORTED", "Drive Self Test      NOT SUPPORTED",
-                         "Targeted Read Test   NOT SUPPORTED"):
-                passed = text.endswith("PASSED")
-                verdict = len("PASSED") if passed else len("NOT SUPPORTED")
-                colour = screen_checks.GREEN_ON_BLACK if passed else screen_checks.BLUE_ON_CYAN
-                self.assertIn(text, screen.text())
-                row, column = screen.find(text)
-                self.assertEqual([screen.attribute(row, c) for c in range(column + len(text) - verdict,
-                                                                          column + len(text))],
-                                 [colour] * verdict, f"the colour of {text!r}\n{screen.text()}")
-            self.assertIn(f"Result Code: {RESULT_CODE}", screen.text())
-
+            # The outcomes are those of the saved log.
             q.send_key("f3")
             q.wait_for("F2 = save log", SCREEN_TIMEOUT)
             q.save_log_to_boot_volume(SCREEN_TIMEOUT)
@@ -182,17 +140,8 @@ class StorageRunTest(qemu_session.ImageTestCase):
             self.assertEqual(q.wait_exit(), 0, f"QEMU exit status\n{q.tail()}\n{q.stderr}")
             print(f"six algorithms on a 64 MiB drive took {run:.1f} s", file=sys.stderr)
 
-        # The rows of the drives not tested follow; the next test reads them.
-        type(self).saved_lines = qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG, exact=False)
-
-    # Runs after the test above (tests run in name order) and reads the file it saved.
-    def test_the_saved_file_keeps_the_rows_of_the_drives_not_tested_as_empty_lines(self):
-        """The rows reserved for the 4 drives left out (16 each) are saved as
-        empty lines."""
-        lines = type(self).saved_lines
-        if lines is None:
-            self.skipTest("the run did not save a log")
-        self.assertEqual(lines[len(EXPECTED_LOG):], [""] * (4 * 16), repr("\n".join(lines[-5:])))
+        # The rows reserved for the 4 drives left out (16 each) are saved as empty lines.
+        qemu_session.assert_saved_log(self, self.image, EXPECTED_LOG + [""] * (4 * 16))
 
 
 if __name__ == "__main__":

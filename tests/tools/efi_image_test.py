@@ -2,8 +2,6 @@
 """What firmware and shim check in the linked TarvikDiag.efi, read with
 llvm-readobj and objdump: NX compatibility with no section both writable and
 executable, and the .sbat section.
-
-    efi_image_test.py --efi build/TarvikDiag.efi
 """
 
 import re

@@ -5,6 +5,7 @@
 #include "app/application_plan.h"
 #include "core/diag_common.h"
 #include "core/globals.h"
+#include "core/locate.h"
 #include "core/pool.h"
 #include "log/log_protocol.h"
 #include "registry/module_registry_protocol.h"
@@ -17,36 +18,21 @@ namespace {
 
 using tarvik::PoolPtr;
 
-template <typename Protocol>
-Protocol* Locate(EFI_GUID Guid) {
-  VOID* Found = nullptr;
-  return EFI_ERROR(tarvik::gBS->LocateProtocol(&Guid, nullptr, &Found)) ? nullptr : static_cast<Protocol*>(Found);
-}
-
 constexpr EFI_TIME Moment(UINT8 Hour, UINT8 Minute, UINT8 Second) {
-  EFI_TIME Time{};
-  Time.Year = 2024;
-  Time.Month = 3;
-  Time.Day = 15;
-  Time.Hour = Hour;
-  Time.Minute = Minute;
-  Time.Second = Second;
-  return Time;
+  return {.Year = 2024, .Month = 3, .Day = 15, .Hour = Hour, .Minute = Minute, .Second = Second};
 }
 
 EFI_STATUS WriteFixedRunLog(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE*) {
-  auto* Log = Locate<tarvik::LogProtocol>(tarvik::LogProtocolGuid);
-  auto* Codes = Locate<tarvik::ErrorCodeProtocol>(tarvik::ErrorCodeProtocolGuid);
-  auto* Smbios = Locate<tarvik::SmBiosProtocol>(tarvik::SmBiosProtocolGuid);
+  auto* Log = tarvik::LocateService<tarvik::LogProtocol>(tarvik::LogProtocolGuid);
+  auto* Codes = tarvik::LocateService<tarvik::ErrorCodeProtocol>(tarvik::ErrorCodeProtocolGuid);
+  auto* Smbios = tarvik::LocateService<tarvik::SmBiosProtocol>(tarvik::SmBiosProtocolGuid);
   if (Log == nullptr || Codes == nullptr || Smbios == nullptr) {
     tarvik::Print(u"LOG WRITER: a core service is missing\n");
     return EFI_NOT_FOUND;
   }
 
   const EFI_TIME Times[] = {Moment(10, 15, 0), Moment(10, 15, 1), Moment(10, 16, 16)};
-  EFI_TIME Durations[1] = {};
-  Durations[0].Minute = 1;
-  Durations[0].Second = 15;
+  EFI_TIME Durations[1] = {{.Minute = 1, .Second = 15}};
 
   // The machine's serial number, as the run screen reads it.
   const PoolPtr<CHAR16> Serial = tarvik::SystemSerialNumber(*Smbios);

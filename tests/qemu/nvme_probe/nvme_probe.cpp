@@ -44,7 +44,8 @@ void Fact(const char* Key, UINT64 Value) {
 
 void Text(const char* Key, const UINT8* Bytes, UINTN Size) {
   char Line[64] = {};
-  for (UINTN I = 0; I < Size && I + 1 < sizeof Line; ++I) Line[I] = Bytes[I] >= 0x20 && Bytes[I] < 0x7F ? Bytes[I] : '.';
+  for (UINTN I = 0; I < Size && I + 1 < sizeof Line; ++I)
+    Line[I] = Bytes[I] >= 0x20 && Bytes[I] < 0x7F ? Bytes[I] : '.';
   Out("NVME ");
   Out(Key);
   Out(" \"");
@@ -58,6 +59,21 @@ UINT64 Le(const UINT8* At, int Bytes) {
   return V;
 }
 
+// A little-endian field of a page: its key, offset and size in bytes.
+struct Field {
+  const char* Key;
+  UINTN Offset;
+  int Bytes;
+};
+
+constexpr Field ControllerFields[] = {{"vid", 0, 2},     {"mdts", 77, 1}, {"ver", 80, 4},
+                                      {"oacs", 256, 2},  {"lpa", 261, 1}, {"elpe", 262, 1},
+                                      {"edstt", 316, 2}, {"nn", 516, 4},  {"oncs", 520, 2}};
+constexpr Field HealthFields[] = {
+    {"critical_warning", 0, 1}, {"temperature_k", 1, 2},      {"available_spare", 3, 1}, {"spare_threshold", 4, 1},
+    {"percentage_used", 5, 1},  {"data_units_read", 32, 8},   {"host_reads", 64, 8},     {"power_cycles", 112, 8},
+    {"power_on_hours", 128, 8}, {"unsafe_shutdowns", 144, 8}, {"media_errors", 160, 8},  {"error_log_entries", 176, 8}};
+
 struct Answer {
   EFI_STATUS Status;
   EFI_NVM_EXPRESS_COMPLETION Cqe;
@@ -67,7 +83,8 @@ struct Answer {
 constexpr UINT32 SameAsCommand = 0xFFFFFFFE;
 
 Answer Send(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme, UINT8 Queue, UINT8 Opcode, UINT32 Nsid, UINT32 Cdw10,
-            UINT32 Cdw11, UINT32 Cdw12, UINT32 Bytes, UINT8 Flags = 0xFC, UINT32 NamespaceId = SameAsCommand, UINTN Offset = 0) {
+            UINT32 Cdw11, UINT32 Cdw12, UINT32 Bytes, UINT8 Flags = 0xFC, UINT32 NamespaceId = SameAsCommand,
+            UINTN Offset = 0) {
   EFI_NVM_EXPRESS_COMMAND Cmd{};
   Cmd.Cdw0.Opcode = Opcode;
   Cmd.Flags = Flags;
@@ -91,18 +108,15 @@ Answer Send(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme, UINT8 Queue, UINT8 Opcode,
 
 // The EFI status, then status type and code, More and Do Not Retry.
 void Outcome(const char* Key, const Answer& A) {
+  const char* Names[] = {" efi=", " sct=", " sc=", " more=", " dnr="};
+  const UINT64 Values[] = {A.Status & 0xFF, (A.Cqe.DW3 >> 25) & 7, (A.Cqe.DW3 >> 17) & 0xFF, (A.Cqe.DW3 >> 30) & 1,
+                           A.Cqe.DW3 >> 31};
   Out("NVME ");
   Out(Key);
-  Out(" efi=");
-  Hex(A.Status & 0xFF);
-  Out(" sct=");
-  Hex((A.Cqe.DW3 >> 25) & 7);
-  Out(" sc=");
-  Hex((A.Cqe.DW3 >> 17) & 0xFF);
-  Out(" more=");
-  Hex((A.Cqe.DW3 >> 30) & 1);
-  Out(" dnr=");
-  Hex(A.Cqe.DW3 >> 31);
+  for (int I = 0; I < 5; ++I) {
+    Out(Names[I]);
+    Hex(Values[I]);
+  }
   Out("\r\n");
 }
 
@@ -115,18 +129,7 @@ void Health(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme, const char* When) {
   Out(When);
   Out("\r\n");
   Outcome("health_log", Log(Nvme, 0x02, 512));
-  Fact("critical_warning", Buffer[0]);
-  Fact("temperature_k", Le(Buffer + 1, 2));
-  Fact("available_spare", Buffer[3]);
-  Fact("spare_threshold", Buffer[4]);
-  Fact("percentage_used", Buffer[5]);
-  Fact("data_units_read", Le(Buffer + 32, 8));
-  Fact("host_reads", Le(Buffer + 64, 8));
-  Fact("power_cycles", Le(Buffer + 112, 8));
-  Fact("power_on_hours", Le(Buffer + 128, 8));
-  Fact("unsafe_shutdowns", Le(Buffer + 144, 8));
-  Fact("media_errors", Le(Buffer + 160, 8));
-  Fact("error_log_entries", Le(Buffer + 176, 8));
+  for (const Field& F : HealthFields) Fact(F.Key, Le(Buffer + F.Offset, F.Bytes));
   Outcome("error_log", Log(Nvme, 0x01, 256));
   for (int E = 0; E < 4; ++E) {
     const UINT8* Entry = Buffer + 64 * E;
@@ -151,15 +154,7 @@ void Probe(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme) {
   Text("serial", Buffer + 4, 20);
   Text("model", Buffer + 24, 40);
   Text("firmware", Buffer + 64, 8);
-  Fact("vid", Le(Buffer, 2));
-  Fact("mdts", Buffer[77]);
-  Fact("ver", Le(Buffer + 80, 4));
-  Fact("oacs", Le(Buffer + 256, 2));
-  Fact("lpa", Buffer[261]);
-  Fact("elpe", Buffer[262]);
-  Fact("edstt", Le(Buffer + 316, 2));
-  Fact("nn", Le(Buffer + 516, 4));
-  Fact("oncs", Le(Buffer + 520, 2));
+  for (const Field& F : ControllerFields) Fact(F.Key, Le(Buffer + F.Offset, F.Bytes));
   const UINT8 Mdts = Buffer[77];
 
   Outcome("identify_namespace", Send(Nvme, NVME_ADMIN_QUEUE, 0x06, 1, 0, 0, 0, 4096));
@@ -187,7 +182,8 @@ void Probe(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme) {
   Outcome("read_beyond_end", Send(Nvme, NVME_IO_QUEUE, 0x02, 1, static_cast<UINT32>(Blocks), Blocks >> 32, 0, 512));
   Outcome("read_namespace_id_0", Send(Nvme, NVME_IO_QUEUE, 0x02, 1, 0, 0, 0, 512, 0xFC, 0));
   Outcome("identify_namespace_id_0", Send(Nvme, NVME_ADMIN_QUEUE, 0x06, 1, 0, 0, 0, 4096, 0xFC, 0));
-  Outcome("health_log_namespace_id_0", Send(Nvme, NVME_ADMIN_QUEUE, 0x02, 0xFFFFFFFF, 0x02 | 127u << 16, 0, 0, 512, 0xFC, 0));
+  Outcome("health_log_namespace_id_0",
+          Send(Nvme, NVME_ADMIN_QUEUE, 0x02, 0xFFFFFFFF, 0x02 | 127u << 16, 0, 0, 512, 0xFC, 0));
   Outcome("read_misaligned_by_4", Send(Nvme, NVME_IO_QUEUE, 0x02, 1, 0, 0, 0, 512, 0xFC, SameAsCommand, 4));
   Outcome("read_misaligned_by_8", Send(Nvme, NVME_IO_QUEUE, 0x02, 1, 0, 0, 0, 512, 0xFC, SameAsCommand, 8));
   const UINT32 Limit = 4096u << Mdts;
@@ -196,7 +192,8 @@ void Probe(EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* Nvme) {
     const Answer Above = Send(Nvme, NVME_IO_QUEUE, 0x02, 1, 0, 0, Limit / 256 - 1, Limit * 2);
     Outcome("read_twice_mdts", Above);
     Fact("read_twice_mdts_length_after", Above.TransferLength);
-    Outcome("log_twice_mdts", Send(Nvme, NVME_ADMIN_QUEUE, 0x02, 0xFFFFFFFF, 0x01 | (Limit / 2 - 1) << 16, 0, 0, Limit * 2));
+    Outcome("log_twice_mdts",
+            Send(Nvme, NVME_ADMIN_QUEUE, 0x02, 0xFFFFFFFF, 0x01 | (Limit / 2 - 1) << 16, 0, 0, Limit * 2));
   }
   Outcome("read_short_buffer", Send(Nvme, NVME_IO_QUEUE, 0x02, 1, 0, 0, 1, 512));
   Health(Nvme, "after");
@@ -207,7 +204,8 @@ EFI_STATUS Run(EFI_HANDLE, EFI_SYSTEM_TABLE* SystemTable) {
   EFI_BOOT_SERVICES* BS = SystemTable->BootServices;
   BS->SetWatchdogTimer(0, 0, 0, nullptr);
   EFI_PHYSICAL_ADDRESS Address = 0;
-  if (BS->AllocatePages(AllocateAnyPages, EfiLoaderData, BufferPages, &Address) != EFI_SUCCESS) return EFI_OUT_OF_RESOURCES;
+  if (BS->AllocatePages(AllocateAnyPages, EfiLoaderData, BufferPages, &Address) != EFI_SUCCESS)
+    return EFI_OUT_OF_RESOURCES;
   Buffer = reinterpret_cast<UINT8*>(Address);
   EFI_GUID Guid = EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID;
   UINTN Count = 0;
