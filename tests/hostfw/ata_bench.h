@@ -42,17 +42,10 @@ struct Reply {
   }
   uint8_t byte(size_t i) const { return data.at(i); }
   uint16_t word(int i) const { return static_cast<uint16_t>(data.at(2 * i) | data.at(2 * i + 1) << 8); }
-  uint32_t dword(int i) const { return word(i) | uint32_t{word(i + 1)} << 16; }
   uint64_t le(size_t at, int bytes) const {
     uint64_t v = 0;
     for (int i = bytes - 1; i >= 0; --i) v = v << 8 | data.at(at + i);
     return v;
-  }
-  // An ATA string of IDENTIFY data: the first character of a word in its high byte.
-  std::string text(int first_word, int words) const {
-    std::string out;
-    for (int i = 0; i < words; ++i) out += {char(word(first_word + i) >> 8), char(word(first_word + i) & 0xFF)};
-    return out;
   }
 };
 
@@ -136,32 +129,13 @@ class Bench {
     return send(port, c, EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512u * count);
   }
 
-  // The SMART attribute entry of that id (value, worst, raw), or none.
-  struct Attribute {
-    bool present = false;
-    int value = 0, worst = 0;
-    int64_t raw = 0;
-  };
-  Attribute attribute(UINT16 port, uint8_t id) {
+  // The raw value of the SMART attribute of that id, or -1.
+  int64_t attribute_raw(UINT16 port, uint8_t id) {
     const Reply r = smart(port, 0xD0);
-    EXPECT_EQ(r.status, EFI_SUCCESS);
-    for (int e = 0; e < 30; ++e) {
-      const size_t at = 2 + 12 * e;
-      if (r.byte(at) == id) return {true, r.byte(at + 3), r.byte(at + 4), int64_t(r.le(at + 5, 6))};
-    }
-    return {};
-  }
-  int threshold(UINT16 port, uint8_t id) {
-    const Reply r = smart(port, 0xD1);
-    for (int e = 0; e < 30; ++e)
-      if (r.byte(2 + 12 * e) == id) return r.byte(2 + 12 * e + 1);
+    for (size_t at = 2; at < 362; at += 12)
+      if (r.byte(at) == id) return int64_t(r.le(at + 5, 6));
     return -1;
   }
-  uint8_t self_test_status(UINT16 port) { return smart(port, 0xD0).data.at(363); }
-  uint64_t self_test_seconds(UINT16 port, UINT8 test) {
-    return machine_->ata()->self_test_duration_ns(port, test) / 1000000000;
-  }
-  void stall_seconds(uint64_t s) { machine_->boot_services()->Stall(s * 1000000); }
   uint64_t now_seconds() { return machine_->clock().now_ns() / 1000000000; }
   const hostfw::AtaCommandCounts& counts(UINT16 port, UINT16 device = kDirect) {
     return machine_->ata()->counts(port, device);
