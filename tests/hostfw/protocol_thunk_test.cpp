@@ -46,6 +46,12 @@ TEST(ProtocolThunk, FindsTheOwnerHoldsNotifyAndTurnsExceptionsIntoStatuses) {
   EXPECT_EQ(throwing(std::runtime_error("host I/O")), EFI_DEVICE_ERROR);
   EXPECT_EQ(machine->events().tpl(), TPL_APPLICATION) << "restored after an exception too";
 
+  // A caller above TPL_NOTIFY keeps its priority.
+  const EFI_TPL old = machine->boot_services()->RaiseTPL(TPL_HIGH_LEVEL);
+  hostfw::serve<Owner>(This, [&](Owner&) { return during = machine->events().tpl(), EFI_SUCCESS; });
+  machine->boot_services()->RestoreTPL(old);
+  EXPECT_EQ(during, TPL_HIGH_LEVEL);
+
   FakeProtocol* none = nullptr;
   EXPECT_EQ(hostfw::serve<Owner>(none, [](Owner&) { return EFI_SUCCESS; }), EFI_INVALID_PARAMETER);
 }
