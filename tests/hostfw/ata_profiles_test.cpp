@@ -20,6 +20,9 @@ std::string disk(const std::string& keys) {
   return text;
 }
 
+// The words the storage module shows (cache, rotation, sector sizes,
+// versions) and those its SMART tests rely on are followed through its
+// tests; here the others.
 TEST(AtaProfile, IdentifyWordsFollowTheDrivesKeys) {
   const struct {
     const char* keys;
@@ -27,28 +30,14 @@ TEST(AtaProfile, IdentifyWordsFollowTheDrivesKeys) {
     uint16_t mask, expected;
   } cases[] = {
       {"", 0, 0xFFFF, 0x0040},
-      {"", 21, 0xFFFF, 0x8000},  // a rotating drive's 16 MiB cache, in 512-byte units
       {"cache_kib = 8192\n", 21, 0xFFFF, 0x4000},
       {"", 83, 0x0400, 0x0400},
       {"lba48 = no\n", 83, 0x0400, 0},
       {"lba48 = no\n", 100, 0xFFFF, 0},
-      {"", 106, 0xFFFF, 0x4000},
-      {"physical_sector_bytes = 4096\n", 106, 0xFFFF, 0x6003},
-      {"logical_sector_bytes = 4096\n", 106, 0xFFFF, 0x5000},
-      {"logical_sector_bytes = 4096\n", 117, 0xFFFF, 2048},
-      {"ata_major_version = 0x007E\n", 80, 0xFFFF, 0x007E},
       {"ata_minor_version = 48\n", 81, 0xFFFF, 0x0030},
-      {"", 82, 0x0001, 1},
-      {"smart_supported = no\n", 82, 0x0001, 0},
-      {"smart_supported = no\n", 85, 0x0001, 0},
-      {"smart_enabled = no\n", 85, 0x0001, 0},
-      {"", 84, 0x0003, 3},
-      {"self_test_supported = no\n", 84, 0x0003, 1},
-      {"rotation_rpm = 1\n", 217, 0xFFFF, 1},
-      {"rotation_rpm = 1\n", 21, 0xFFFF, 0},
-      {"serial = AB\\x01\\x7FCD\n", 18, 0xFFFF, 0x017F},
+      {"serial = AB\\x01\\x7FCD\n", 18, 0xFFFF, 0x017F},  // right-aligned: "AB", 0x01 0x7F, "CD" in words 17-19
       {"sectors = 3000000000\n", 61, 0xFFFF, 0x0FFF},  // 28-bit capacity capped at 0x0FFFFFFF
-      {"sectors = 3000000000\n", 101, 0xFFFF, 0xB2D0},  // right-aligned: "AB", 0x01 0x7F, "CD" in words 17-19
+      {"sectors = 3000000000\n", 101, 0xFFFF, 0xB2D0},
   };
   for (const auto& c : cases) {
     Bench bench(machine_with("", {disk(c.keys)}));
@@ -59,6 +48,7 @@ TEST(AtaProfile, IdentifyWordsFollowTheDrivesKeys) {
   }
 }
 
+// The keys of drives the storage tests describe directly.
 TEST(AtaProfile, TheKeysOfFailingAndMisbehavingDrivesAreRead) {
   const hostfw::Profile p = hostfw::parse_profile(
       machine_with("", {kDisk + "atapi = yes\nsmart = failing\npower_on_hours = 12345\nrefuse_smart_enable = yes\n"
@@ -66,11 +56,15 @@ TEST(AtaProfile, TheKeysOfFailingAndMisbehavingDrivesAreRead) {
                                 "self_test_failing_lba = 4660\nspare_sectors = 100\nreallocated_sectors = 60\n"
                                 "reallocated_threshold = 40\nlog_directories = no\nlog_pages = 2\n"
                                 "log_directory_pages = 255\nidentify_fill = 0xFF\nstop_answering_after = 2\n"
-                                "multiplier_port = 1\n"}),
+                                "multiplier_port = 1\nsmart_supported = no\nsmart_enabled = no\n"
+                                "self_test_supported = no\nlogical_sector_bytes = 4096\nphysical_sector_bytes = 8192\n"
+                                "ata_major_version = 0x007E\n"}),
       "keys.ini", "/tmp");
   const hostfw::DriveInfo& d = p.drives.at(0);
   EXPECT_TRUE(d.atapi && d.smart_failing && d.refuse_smart_enable && d.refuse_vendor_self_test && d.self_test_running);
-  EXPECT_FALSE(d.log_directories);
+  EXPECT_FALSE(d.log_directories || d.smart_supported || d.smart_enabled || d.self_test_supported);
+  EXPECT_EQ(d.logical_sector_bytes * 10000 + d.physical_sector_bytes, 4096u * 10000 + 8192);
+  EXPECT_EQ(d.major_version, 0x007E);
   EXPECT_EQ(d.power_on_hours, 12345u);
   EXPECT_EQ(d.self_test_end_status, 0x21);
   EXPECT_EQ(d.self_test_failing_lba, 4660u);
@@ -111,10 +105,8 @@ TEST(AtaProfile, LogsNameTheProfilesLbasOnEveryPage) {
   EXPECT_EQ(lba28(comprehensive, 512 + 90 * 4 + 65), 10000u) << "second page, last entry";
   EXPECT_EQ(lba28(comprehensive, 90 * 1 + 65), 2000u) << "the oldest kept";
   EXPECT_EQ(byte_sum(std::vector<uint8_t>(comprehensive.data.begin() + 512, comprehensive.data.end())), 0);
-  const Reply ext = bench.read_log_ext(0, 0x03, 1, 1);  // the second page alone
-  const size_t at = 124 * 2 + 98;
-  EXPECT_EQ(ext.le(at, 1) | ext.le(at + 2, 1) << 8 | ext.le(at + 4, 1) << 16 | ext.le(at + 1, 1) << 24, 7000u)
-      << "eight kept: 11000 went round to the first page";
+  const Reply ext = bench.read_log_ext(0, 0x03, 1, 1);  // the second page alone: 11000 went round to the first
+  EXPECT_EQ(ext.le(124 * 2 + 98, 1) | ext.le(124 * 2 + 100, 1) << 8 | ext.le(124 * 2 + 102, 1) << 16, 7000u);
 
   const Reply self_tests = bench.read_log_ext(0, 0x07, 0, 2);
   EXPECT_EQ(self_tests.le(2, 2), 20u) << "the newest self-test";
@@ -122,9 +114,8 @@ TEST(AtaProfile, LogsNameTheProfilesLbasOnEveryPage) {
   EXPECT_EQ(self_tests.byte(4 + 1) >> 4, 7) << "a read failure";
   EXPECT_EQ(outcome(bench.read_log_ext(0, 0x07, 1, 2)), "ABRT") << "beyond the log's pages";
 
-  EXPECT_EQ(outcome(bench.smart(1, 0xD5, 0x00, 1)), "ABRT") << "no SMART log directory";
-  EXPECT_EQ(outcome(bench.read_log_ext(1, 0x00, 0, 1)), "ABRT") << "no general-purpose log directory";
-  EXPECT_EQ(outcome(bench.smart(1, 0xD5, 0x01, 1)), "ok") << "the summary error log is still there";
+  EXPECT_EQ(outcome(bench.smart(1, 0xD5, 0x00, 1)) + outcome(bench.read_log_ext(1, 0x00, 0, 1)), "ABRTABRT")
+      << "no log directories";
 }
 
 TEST(AtaProfile, MediaFaultsAtTheirLbasAndTheReadsThatFailAreLogged) {
@@ -180,26 +171,20 @@ TEST(AtaProfile, MediaFaultsAtTheirLbasAndTheReadsThatFailAreLogged) {
   EXPECT_EQ(bench.now_seconds() - before, 30u);
 }
 
+// Counts a repair's writes lean on are followed by the repair tool's tests.
 TEST(AtaProfile, CountsSayWhatWasSentAndWhatWasWritten) {
   Bench bench(machine_with("", {kDisk}));
-  bench.identify(0);
   bench.smart(0, 0xD0);
-  bench.smart(0, 0xD0);
-  bench.smart(0, 0xDA);
-  bench.verify(0, 0, 100);
   bench.write(0, 42);
   bench.write(0, 42, false);
   bench.write_uncorrectable(0, 43);
   bench.send(0, Bench::block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 256);  // too small: never sent
   const hostfw::AtaCommandCounts& counts = bench.counts(0);
-  EXPECT_EQ(counts.total, 8u);
-  EXPECT_EQ((std::vector{counts.command(0xEC), counts.command(0xB0), counts.command(0x42), counts.command(0x34),
+  EXPECT_EQ((std::vector{counts.total, counts.command(0xEC), counts.smart(0xD0), counts.command(0x34),
                          counts.command(0x30), counts.command(0x45)}),
-            (std::vector<uint64_t>{1, 3, 1, 1, 1, 1}));
-  EXPECT_EQ(counts.smart(0xD0), 2u);
+            (std::vector<uint64_t>{4, 0, 1, 1, 1, 1}));
   EXPECT_EQ(counts.sector_writes, (std::map<uint64_t, uint64_t>{{42, 2}}));
   EXPECT_EQ(counts.uncorrectable_marks, (std::map<uint64_t, uint64_t>{{43, 1}}));
-  EXPECT_THROW(bench.counts(5), std::out_of_range);
 }
 
 TEST(AtaProfile, TheControllerReportsErrorsAsTheProfileSaysAndRefusesMalformedPackets) {

@@ -1,8 +1,8 @@
 // The simulated NVMe drives against raw pass-through packets: what the NVMe
-// algorithms' tests do not see through the application (the namespace
-// list, the logs growing with what happened, per-namespace faults,
-// transfers past MDTS, the self-test log's failing segment), what the
-// firmware refuses, and the opcode counts.
+// algorithms' tests do not see through the application (inactive
+// namespaces, the logs growing with what happened, per-namespace faults,
+// transfers past MDTS), what the firmware refuses, and the opcode counts.
+// Self-tests are followed to their outcome by the algorithms' tests.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -96,7 +96,6 @@ class NvmeBench {
   Reply log(uint8_t lid, uint32_t bytes, uint32_t nsid = kAll, uint32_t offset = 0, size_t d = 0) {
     return send(true, {0x02, nsid, lid | (bytes / 4 - 1) << 16, 0, offset}, bytes, d);
   }
-  Reply self_test(uint8_t code, uint32_t nsid = kAll) { return send(true, {0x14, nsid, code}); }
   Reply io(uint8_t opcode, uint64_t lba, uint32_t blocks, uint32_t nsid = 1, uint32_t bytes = 0, size_t d = 0) {
     return send(false, {opcode, nsid, uint32_t(lba), uint32_t(lba >> 32), blocks - 1}, bytes, d);
   }
@@ -109,9 +108,7 @@ class NvmeBench {
 
 TEST(NvmeController, IdentifyPagesDescribeTheNamespacesAndRefuseOthers) {
   NvmeBench bench({"size_gib = 1\n", "blocks = 4096\nlba_size = 4096\nnamespaces = 3\nmax_namespaces = 8\n"});
-  EXPECT_EQ(bench.identify(0x00, 1).le(0, 8), 2097152u);
-  const Reply list = bench.identify(0x02, 1, 1);
-  EXPECT_EQ(std::vector<uint64_t>({list.le(0, 4), list.le(4, 4), list.le(8, 4)}), std::vector<uint64_t>({2, 3, 0}));
+  EXPECT_EQ(bench.identify(0x00, 1).le(0, 8), 2097152u) << "size_gib in blocks";
   const Reply inactive = bench.identify(0x00, 4, 1);
   EXPECT_EQ(outcome(inactive), "ok");
   EXPECT_EQ(inactive.data, std::vector<uint8_t>(4096, 0)) << "an inactive namespace";
@@ -133,7 +130,6 @@ TEST(NvmeController, HealthAndErrorLogsReportWhatHappenedSinceThePowerOn) {
   EXPECT_EQ(h.le(128, 8), 102u) << "power-on hours grow";
   EXPECT_EQ(h.le(160, 8), 4u) << "media errors";
   EXPECT_EQ(h.le(176, 8), 3u) << "error log entries";
-  EXPECT_EQ(h.le(64, 8), 1u) << "host read commands";
 
   const Reply e = bench.log(0x01, 4096);
   ASSERT_EQ(outcome(e), "ok");
@@ -175,23 +171,6 @@ TEST(NvmeController, ReadAndVerifyKeepToTheirNamespaceAndTheTransferLimits) {
         << int(c.opcode) << " at " << c.lba << " of " << c.nsid;
   EXPECT_EQ(outcome(bench.io(0x08, 500, 2, 2)), "ok") << "Write Zeroes";
   EXPECT_FALSE(bench.drive().lba_is_bad(2, 501));
-}
-
-TEST(NvmeController, SelfTestsRunOneAtATimeAndLogTheirFailingSegment) {
-  NvmeBench bench({"blocks = 100000\nnamespaces = 2\nself_test_seconds = 100\nself_test = fail\nbad_lbas = 2:777\n"});
-  ASSERT_EQ(outcome(bench.self_test(0x1)), "ok");
-  bench.stall_seconds(40);
-  EXPECT_EQ(bench.log(0x06, 564).data[1], 40) << "percent done";
-  EXPECT_EQ(outcome(bench.self_test(0x2)), "1/1d") << "one at a time";
-  bench.stall_seconds(60);
-  ASSERT_EQ(outcome(bench.self_test(0x2)), "ok");
-  EXPECT_EQ(bench.drive().self_test_duration_ns(0x2), 1000 * kSecond);
-  bench.stall_seconds(1000);
-  const Reply log = bench.log(0x06, 564);
-  EXPECT_EQ(std::vector<int>({log.data[0], log.data[4], log.data[5], log.data[6]}), std::vector<int>({0, 0x27, 2, 0x0F}))
-      << "extended, failed segment 2";
-  EXPECT_EQ(log.le(4 + 12, 4), 2u);
-  EXPECT_EQ(log.le(4 + 16, 8), 777u);
 }
 
 TEST(NvmeController, TheFirmwareRefusesMalformedPacketsBeforeTheDriveSeesThem) {

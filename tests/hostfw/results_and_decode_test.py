@@ -78,14 +78,9 @@ class SavedRuns(unittest.TestCase):
 
     def test_findings_come_structured(self):
         storage = self.lines("storage")[0]
-        self.assertEqual(storage["test"], "Quick Storage Device Test")
-        bad = [d for d in storage["devices"] if d["unreadable_lbas"]]
-        self.assertEqual(len(bad), 1)
-        targeted = [a for a in bad[0]["algorithms"] if a["key"] == "TARGETEDREAD"][0]
-        self.assertEqual(targeted["outcome"], "failed")
-        self.assertEqual(sorted(bad[0]["unreadable_lbas"]), list(range(204800, 204805)))
-        self.assertEqual(targeted["findings"][0]["key"], "READ_SECTOR_ERROR")
         self.assertEqual(storage["machine"]["serial_number"], self.runs["storage"][1])
+        bad = [d for d in storage["devices"] if d["unreadable_lbas"]]
+        self.assertEqual(sorted(bad[0]["unreadable_lbas"]), list(range(204800, 204805)))
         worn = self.lines("nvme")[0]["devices"][1]
         health = worn["algorithms"][0]
         self.assertEqual((health["name"], health["outcome"]), ("Health Status", "failed"))

@@ -1,7 +1,8 @@
 // Directory-backed volumes through the file-system and file protocols, as
-// the application reaches them. Saving to volumes that refuse, fail or are
-// full is followed by the log-saving tests; here the file operations and
-// the names they take.
+// the application reaches them. Saving to volumes that are read-only, fail
+// or are full, and the free space the log screen shows, are followed by the
+// log-saving and screen tests; here finding and appending to a file, and
+// the names Open takes.
 #include "hostfw/volumes.h"
 
 #include <gtest/gtest.h>
@@ -40,14 +41,6 @@ EFI_STATUS write(EFI_FILE_PROTOCOL* file, const std::string& bytes, UINTN* writt
   return status;
 }
 
-// Reads up to 4 KiB from the current position.
-std::string read(EFI_FILE_PROTOCOL* file) {
-  char buffer[4096];
-  UINTN size = sizeof buffer;
-  EXPECT_EQ(file->Read(file, &size, buffer), EFI_SUCCESS);
-  return std::string(buffer, size);
-}
-
 void close(std::initializer_list<EFI_FILE_PROTOCOL*> files) {
   for (EFI_FILE_PROTOCOL* f : files) EXPECT_EQ(f->Close(f), EFI_SUCCESS);
 }
@@ -64,10 +57,9 @@ std::vector<uint8_t> info(EFI_FILE_PROTOCOL* file, EFI_GUID type) {
   return buffer;
 }
 const EFI_FILE_INFO* file_info(const std::vector<uint8_t>& b) { return (const EFI_FILE_INFO*)b.data(); }
-const EFI_FILE_SYSTEM_INFO* fs_info(const std::vector<uint8_t>& b) { return (const EFI_FILE_SYSTEM_INFO*)b.data(); }
 
-// A machine with the volumes given (profile [volume] sections), their
-// directories inside a fresh temporary folder.
+// A machine with one volume, USB, whose directory is inside a fresh
+// temporary folder.
 class VolumeFiles : public ::testing::Test {
  protected:
   VolumeFiles() { fs::create_directories(base_); }
@@ -77,10 +69,19 @@ class VolumeFiles : public ::testing::Test {
     fs::remove_all(base_, ignored);
   }
 
-  void start(const std::string& volumes) {
-    profile_ = hostfw::parse_profile("[machine]\nname = Volumes\nmemory_mib = 64\n" + volumes, "test.ini",
-                                     base_.string());
+  // The machine, started once the host files are in place; the volume's root directory.
+  EFI_FILE_PROTOCOL* start() {
+    profile_ = hostfw::parse_profile("[machine]\nname = Volumes\nmemory_mib = 64\n[volume]\nlabel = USB\n"
+                                     "directory = usb\n", "test.ini", base_.string());
     machine_ = std::make_unique<TestMachine>("", &profile_);
+    EFI_GUID guid = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_GUID;
+    EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* volume = nullptr;
+    EFI_FILE_PROTOCOL* dir = nullptr;
+    EXPECT_EQ((*machine_)->boot_services()->HandleProtocol((*machine_)->volumes()->handle(0), &guid,
+                                                          reinterpret_cast<VOID**>(&volume)),
+              EFI_SUCCESS);
+    EXPECT_EQ(volume->OpenVolume(volume, &dir), EFI_SUCCESS);
+    return dir;
   }
 
   // A host file below the base folder, its folders made on the way.
@@ -91,22 +92,6 @@ class VolumeFiles : public ::testing::Test {
   std::string host_text(const fs::path& relative) {
     std::ifstream in(base_ / relative, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
-  }
-
-  // The root directory of the volume with this label.
-  EFI_FILE_PROTOCOL* root(const std::string& label) {
-    EFI_GUID guid = EFI_SIMPLE_FILE_SYSTEM_PROTOCOL_GUID;
-    EFI_SIMPLE_FILE_SYSTEM_PROTOCOL* volume = nullptr;
-    EFI_FILE_PROTOCOL* dir = nullptr;
-    for (size_t i = 0; i < profile_.volumes.size(); ++i) {
-      if (profile_.volumes[i].label != label) continue;
-      EXPECT_EQ((*machine_)->boot_services()->HandleProtocol((*machine_)->volumes()->handle(i), &guid,
-                                                            reinterpret_cast<VOID**>(&volume)),
-                EFI_SUCCESS);
-      EXPECT_EQ(volume->OpenVolume(volume, &dir), EFI_SUCCESS);
-    }
-    EXPECT_NE(dir, nullptr) << "no volume labelled " << label;
-    return dir;
   }
 
   size_t open_files() { return (*machine_)->volumes()->open_files(); }
@@ -120,8 +105,7 @@ class VolumeFiles : public ::testing::Test {
 
 TEST_F(VolumeFiles, AnExistingLogIsFoundWhateverTheCaseAndAppendedTo) {
   put("usb/Log/Log.log", "old\n");
-  start("[volume]\nlabel = USB\ndirectory = usb\n");
-  EFI_FILE_PROTOCOL* dir = root("USB");
+  EFI_FILE_PROTOCOL* dir = start();
   ASSERT_NE(dir, nullptr);
   EFI_FILE_PROTOCOL* file = nullptr;
   EXPECT_EQ(open(dir, &file, u"\\Log\\New.log", kReadWrite), EFI_NOT_FOUND) << "only create makes a file";
@@ -138,45 +122,16 @@ TEST_F(VolumeFiles, AnExistingLogIsFoundWhateverTheCaseAndAppendedTo) {
   EXPECT_EQ(host_text("usb/Log/Log.log"), "old\nnew run\n");
   EXPECT_EQ(std::distance(fs::directory_iterator(base_ / "usb" / "Log"), fs::directory_iterator()), 1);
 
-  // Read back through the protocol; a read-only handle refuses writes.
+  // A read-only handle refuses writes.
   ASSERT_EQ(open(dir, &file, u"\\log\\LOG.log", kRead), EFI_SUCCESS);
-  ASSERT_EQ(file->SetPosition(file, 2), EFI_SUCCESS);
-  EXPECT_EQ(read(file), "d\nnew run\n");
-  EXPECT_EQ(read(file), "") << "at the end a read gives nothing";
   EXPECT_EQ(write(file, "x"), EFI_ACCESS_DENIED);
   close({file, dir});
   EXPECT_EQ(open_files(), 0u);
 }
 
-TEST_F(VolumeFiles, FreeSpaceIsCountedAndAReadOnlyVolumeKeepsItsFiles) {
-  put("recovery/Log.log", "run 1\n");
-  put("small/filler.bin", std::string(1024 * 1024 - 10, 'f'));
-  start("[volume]\nlabel = RECOVERY\ndirectory = recovery\nread_only = yes\n"
-        "[volume]\nlabel = SMALL\ndirectory = small\nsize_mib = 1\n");
-  EFI_FILE_PROTOCOL* dir = root("RECOVERY");
-  EFI_FILE_PROTOCOL* file = nullptr;
-  ASSERT_EQ(open(dir, &file, u"Log.log", kRead), EFI_SUCCESS);
-  EXPECT_NE(file_info(info(file, EFI_FILE_INFO_ID))->Attribute & EFI_FILE_READ_ONLY, 0u);
-  EXPECT_EQ(fs_info(info(dir, EFI_FILE_SYSTEM_INFO_ID))->ReadOnly, TRUE);
-  EXPECT_EQ(file->Delete(file), EFI_WARN_DELETE_FAILURE) << "the handle is closed all the same";
-  close({dir});
-  EXPECT_EQ(host_text("recovery/Log.log"), "run 1\n");
-
-  dir = root("SMALL");
-  EXPECT_EQ(fs_info(info(dir, EFI_FILE_SYSTEM_INFO_ID))->FreeSpace, 10u);
-  ASSERT_EQ(open(dir, &file, u"Log.log", kCreate, EFI_FILE_ARCHIVE), EFI_SUCCESS);
-  EXPECT_EQ(write(file, std::string(10, 'y')), EFI_SUCCESS) << "exactly filling the volume fits";
-  EXPECT_EQ(write(file, "z"), EFI_VOLUME_FULL);
-  EXPECT_EQ(file->SetPosition(file, 0), EFI_SUCCESS);
-  EXPECT_EQ(write(file, "Y"), EFI_SUCCESS) << "overwriting needs no space";
-  EXPECT_EQ(host_text("small/Log.log"), "Y" + std::string(9, 'y'));
-  close({file, dir});
-}
-
 TEST_F(VolumeFiles, NamesStayInsideTheVolumeAndBadRequestsAreRefused) {
   put("secret.txt", "outside");
-  start("[volume]\nlabel = USB\ndirectory = usb\n");
-  EFI_FILE_PROTOCOL* dir = root("USB");
+  EFI_FILE_PROTOCOL* dir = start();
   EFI_FILE_PROTOCOL* file = nullptr;
   for (UINT64 mode : {kRead, kCreate})
     for (const char16_t* name : {u"..\\secret.txt", u"\\Log\\..\\..\\escape.txt", u"../escape.txt"})
