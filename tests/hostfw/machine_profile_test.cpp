@@ -143,9 +143,9 @@ TEST(MachineProfile, AFileIsReadForgivinglyWithDirectoriesRelativeToItsFolder) {
       << "console_column_limit = 100x31:80 applies to 100x31 alone";
   ASSERT_EQ(p.drives.size(), 1u);
   EXPECT_EQ(p.drives[0].sectors, 2097152u);
-  ASSERT_EQ(p.drives[0].bad_sectors.size(), 2u);
-  EXPECT_EQ(p.drives[0].bad_sectors[0].first * 100 + p.drives[0].bad_sectors[0].last, 7u * 100 + 7);
-  EXPECT_EQ(p.drives[0].bad_sectors[1].first * 100 + p.drives[0].bad_sectors[1].last, 10u * 100 + 12);
+  std::vector<uint64_t> bad;
+  for (const auto& range : p.drives[0].bad_sectors) bad.insert(bad.end(), {range.first, range.last});
+  EXPECT_EQ(bad, (std::vector<uint64_t>{7, 7, 10, 12}));
   ASSERT_EQ(p.volumes.size(), 3u);
   EXPECT_EQ(p.volumes[0].directory, (folder / "volumes" / "A").string());
   EXPECT_EQ(p.volumes[1].directory, (base.path / "shared" / "B").string());

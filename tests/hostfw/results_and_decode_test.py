@@ -125,10 +125,9 @@ class CommandLine(unittest.TestCase):
                 self.assertIn(reason, done.stderr)
 
     def test_profiles_that_cannot_be_read_say_why(self):
-        done = run(["--machine", "/nonexistent/machine.ini"])
-        self.assertEqual(done.returncode, 2)
-        self.assertIn("cannot be read: No such file or directory", done.stderr)
+        # The reasons of files that cannot be read are the profile tests'; here that they reach the user.
         done = run(["--machine", "/tmp"])
+        self.assertEqual(done.returncode, 2)
         self.assertIn("/tmp: is a folder", done.stderr)
 
     def test_a_terminal_input_with_piped_output_is_refused_at_once(self):
