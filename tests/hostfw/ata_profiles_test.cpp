@@ -1,13 +1,162 @@
-// What the profile asks of a drive, seen through raw EFI_ATA_PASS_THRU
-// packets: IDENTIFY words, logs, media faults, the command counts and how
-// the controller reports errors and refuses malformed packets. SMART,
-// self-tests, silence and garbage answers are followed through the storage
-// algorithms' tests on drives they describe directly; here their keys.
-#include "tests/hostfw/ata_bench.h"
+// The simulated SATA drives against raw EFI_ATA_PASS_THRU packets built the
+// way the application's storage code builds them: what the profile asks of
+// a drive (IDENTIFY words, logs, media faults), the command counts, how the
+// controller reports errors and refuses malformed packets, and the machine
+// time media commands take. SMART, self-tests, silence and garbage answers
+// are followed through the storage algorithms' tests on drives they
+// describe directly; here their keys.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "hostfw/ata_controller.h"
+#include "tests/support/test_machine.h"
 
 namespace {
 
-using namespace ata_bench;
+constexpr UINT16 kDirect = 0xFFFF;
+
+uint8_t byte_sum(const std::vector<uint8_t>& page) {
+  return std::accumulate(page.begin(), page.end(), uint8_t{0}, [](uint8_t a, uint8_t b) { return uint8_t(a + b); });
+}
+
+// The LBA registers of a command or status block, lowest byte first; the
+// 28-bit form uses the first three.
+template <typename Block>
+auto lba_registers(Block& b) {
+  return std::array{&b.AtaSectorNumber,    &b.AtaCylinderLow,    &b.AtaCylinderHigh,
+                    &b.AtaSectorNumberExp, &b.AtaCylinderLowExp, &b.AtaCylinderHighExp};
+}
+
+struct Reply {
+  EFI_STATUS status = EFI_SUCCESS;
+  EFI_ATA_STATUS_BLOCK asb{};
+  std::vector<uint8_t> data;
+
+  uint64_t lba48() const {
+    uint64_t lba = 0;
+    for (int i = 5; i >= 0; --i) lba = lba << 8 | *lba_registers(asb)[i];
+    return lba;
+  }
+  uint8_t byte(size_t i) const { return data.at(i); }
+  uint16_t word(int i) const { return static_cast<uint16_t>(data.at(2 * i) | data.at(2 * i + 1) << 8); }
+  uint64_t le(size_t at, int bytes) const {
+    uint64_t v = 0;
+    for (int i = bytes - 1; i >= 0; --i) v = v << 8 | data.at(at + i);
+    return v;
+  }
+};
+
+// How a command ended: "ok", or the error the status block reports; an
+// unreadable sector with the LBA registers in hexadecimal. A status other
+// than the usual one for the outcome is named first.
+std::string outcome(const Reply& r) {
+  std::ostringstream out;
+  if (r.status == EFI_SUCCESS && r.asb.AtaStatus == 0x50) return "ok";
+  if (r.status == EFI_TIMEOUT) return "timeout";
+  if (r.status != EFI_DEVICE_ERROR || r.asb.AtaStatus != 0x51) out << "status " << r.status << ", ";
+  if (r.asb.AtaError == 0x40) out << "UNC at " << std::hex << r.lba48();
+  else if (r.asb.AtaError == 0x10) out << "IDNF";
+  else if (r.asb.AtaError == 0x04) out << "ABRT";
+  else out << "error " << int(r.asb.AtaError);
+  return out.str();
+}
+
+// A machine built from profile text, with commands built as the storage
+// module builds them.
+class Bench {
+ public:
+  explicit Bench(const std::string& profile_text)
+      : profile_(hostfw::parse_profile(profile_text, "bench.ini", "/tmp")), machine_("", &profile_) {
+    void* found = nullptr;
+    EFI_GUID guid = EFI_ATA_PASS_THRU_PROTOCOL_GUID;
+    EXPECT_EQ(machine_->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
+    ata = static_cast<EFI_ATA_PASS_THRU_PROTOCOL*>(found);
+  }
+
+  Reply send(UINT16 port, EFI_ATA_COMMAND_BLOCK acb, UINT8 protocol, UINT32 in_bytes = 0, UINT32 out_bytes = 0,
+             UINT16 device = kDirect, UINT64 timeout = 100000000) {
+    Reply r;
+    std::vector<uint8_t> out(out_bytes, 0x5A);
+    r.data.assign(in_bytes, 0);
+    EFI_ATA_PASS_THRU_COMMAND_PACKET p{&r.asb, &acb, timeout, in_bytes ? r.data.data() : nullptr,
+                                       out_bytes ? out.data() : nullptr, in_bytes, out_bytes, protocol,
+                                       static_cast<UINT8>(in_bytes || out_bytes ? EFI_ATA_PASS_THRU_LENGTH_BYTES
+                                                                                : EFI_ATA_PASS_THRU_LENGTH_SECTOR_COUNT)};
+    r.status = ata->PassThru(ata, port, device, &p, nullptr);
+    return r;
+  }
+
+  // A command whose LBA registers hold `lba`; in the 28-bit form LBA bits
+  // 24-27 go to the device register.
+  static EFI_ATA_COMMAND_BLOCK block(UINT8 command, UINT8 features = 0, uint64_t lba = 0, uint32_t count = 0,
+                                     bool ext = false) {
+    EFI_ATA_COMMAND_BLOCK c{};
+    c.AtaCommand = command;
+    c.AtaFeatures = features;
+    c.AtaDeviceHead = static_cast<UINT8>(0xF0 | (ext ? 0 : (lba >> 24) & 0x0F));
+    c.AtaSectorCount = static_cast<UINT8>(count);
+    c.AtaSectorCountExp = static_cast<UINT8>(ext ? count >> 8 : 0);
+    for (int i = 0; i < (ext ? 6 : 3); ++i) *lba_registers(c)[i] = static_cast<UINT8>(lba >> 8 * i);
+    return c;
+  }
+  Reply identify(UINT16 port, UINT16 device = kDirect) {
+    return send(port, block(0xEC), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512, 0, device);
+  }
+  Reply verify(UINT16 port, uint64_t lba, uint32_t count, bool ext = true) {
+    return send(port, block(ext ? 0x42 : 0x40, 0, lba, count, ext), EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA);
+  }
+  Reply write(UINT16 port, uint64_t lba, bool ext = true, UINT32 bytes = 512) {
+    return send(port, block(ext ? 0x34 : 0x30, 0, lba, 1, ext), EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_OUT, 0, bytes);
+  }
+  Reply write_uncorrectable(UINT16 port, uint64_t lba, UINT8 mode = 0x55) {
+    return send(port, block(0x45, mode, lba, 1, true), EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA);
+  }
+  Reply smart(UINT16 port, UINT8 feature, UINT8 sector_number = 0, UINT8 count = 0) {
+    // The signature 0xC24F rides in the cylinder registers.
+    const EFI_ATA_COMMAND_BLOCK c = block(0xB0, feature, sector_number | 0xC24F00u, count);
+    const bool data_in = feature == 0xD0 || feature == 0xD1 || feature == 0xD5;
+    return send(port, c, data_in ? EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN : EFI_ATA_PASS_THRU_PROTOCOL_ATA_NON_DATA,
+                data_in ? 512 * (feature == 0xD5 ? count : 1) : 0);
+  }
+  // READ LOG EXT of pages [page, page + count) of a log.
+  Reply read_log_ext(UINT16 port, UINT8 address, uint16_t page, uint16_t count) {
+    EFI_ATA_COMMAND_BLOCK c = block(0x2F, 0, address, count, true);
+    c.AtaCylinderLow = static_cast<UINT8>(page);
+    c.AtaCylinderLowExp = static_cast<UINT8>(page >> 8);
+    return send(port, c, EFI_ATA_PASS_THRU_PROTOCOL_PIO_DATA_IN, 512u * count);
+  }
+
+  // The raw value of the SMART attribute of that id, or -1.
+  int64_t attribute_raw(UINT16 port, uint8_t id) {
+    const Reply r = smart(port, 0xD0);
+    for (size_t at = 2; at < 362; at += 12)
+      if (r.byte(at) == id) return int64_t(r.le(at + 5, 6));
+    return -1;
+  }
+  uint64_t now_seconds() { return machine_->clock().now_ns() / 1000000000; }
+  const hostfw::AtaCommandCounts& counts(UINT16 port, UINT16 device = kDirect) {
+    return machine_->ata()->counts(port, device);
+  }
+
+  hostfw::Profile profile_;
+  testing_support::TestMachine machine_;
+  EFI_ATA_PASS_THRU_PROTOCOL* ata = nullptr;
+};
+
+// A [machine] section and one drive section per argument.
+std::string machine_with(const std::string& machine_keys, const std::vector<std::string>& drives) {
+  std::string text = "[machine]\nname = Bench\nmemory_mib = 64\n" + machine_keys +
+                     "[system]\nmanufacturer = Korvan\nproduct = Bench\nserial = B1234567\n";
+  for (const std::string& d : drives) text += "[drive]\n" + d;
+  return text;
+}
 
 const std::string kDisk = "port = 0\nmodel = Korvan D1\nserial = D1\nsectors = 1000000\nrotation_rpm = 7200\n";
 
@@ -76,7 +225,8 @@ TEST(AtaProfile, TheKeysOfFailingAndMisbehavingDrivesAreRead) {
   EXPECT_EQ(d.identify_fill, 0xFF);
   EXPECT_EQ(d.stop_answering_after, 2u);
   EXPECT_EQ(d.multiplier_port, 1);
-  for (const char* keys : {"identify_fill = 256\n", "log_directory_pages = 0\n", "log_directory_pages = 65536\n"})
+  for (const char* keys : {"identify_fill = 256\n", "log_directory_pages = 0\n", "log_directory_pages = 65536\n",
+                           "media_mb_per_s = 1.5\n", "media_mb_per_s = fast\n", "media_mb_per_s = 100001\n"})
     EXPECT_THROW(hostfw::parse_profile(machine_with("", {kDisk + keys}), "bench.ini", "/tmp"), hostfw::ProfileError)
         << keys;
 }
@@ -212,6 +362,80 @@ TEST(AtaProfile, TheControllerReportsErrorsAsTheProfileSaysAndRefusesMalformedPa
   EXPECT_EQ(send(as_is), EFI_SUCCESS);
   EXPECT_EQ(blocks[0].AtaError, 0x04) << "aborted";
   EXPECT_EQ(p.InTransferLength, 0u);
+}
+
+// ---- Machine time --------------------------------------------------------------
+
+constexpr uint64_t kMs = 1000 * 1000;
+
+// Drives with a media rate: READ VERIFY and WRITE SECTORS keep PassThru
+// waiting on the machine clock, and the machine's timers fall due during
+// the wait as they would while a real drive works.
+class MediaTime : public ::testing::Test, public Bench {
+ protected:
+  MediaTime()
+      : Bench(machine_with("", {disk("media_mb_per_s = 150\nbad_sectors = 500000\nhang_sectors = 700000\n"),
+                                "port = 1\nmodel = Korvan D4\nserial = D4\nsectors = 100000\n"
+                                "logical_sector_bytes = 4096\nmedia_mb_per_s = 200\n",
+                                "port = 2\nmodel = Korvan D2\nserial = D2\nsectors = 100000\n"})) {}
+
+  uint64_t now_ns() { return machine_->clock().now_ns(); }
+};
+
+TEST_F(MediaTime, MediaCommandsTakeTheirSectorsAtTheDrivesRate) {
+  const struct {
+    const char* what;
+    std::function<Reply()> command;
+    const char* outcome;
+    uint64_t ns;
+  } cases[] = {
+      // 512-byte sectors at 150 MB/s: 512000 / 150 ns each.
+      {"verify of 65536 sectors", [&] { return verify(0, 0, 65536); }, "ok", 65536ull * 512000 / 150},
+      {"28-bit verify of 16", [&] { return verify(0, 16, 16, false); }, "ok", 16ull * 512000 / 150},
+      {"write of one", [&] { return write(0, 5); }, "ok", 512000 / 150},
+      {"verify stopped by UNC", [&] { return verify(0, 499990, 20); }, "UNC at 7a120", 11ull * 512000 / 150},
+      {"4096-byte sectors at 200 MB/s", [&] { return verify(1, 0, 16); }, "ok", 16ull * 4096000 / 200},
+      {"a drive without a rate", [&] { return verify(2, 0, 65536); }, "ok", 0},
+      {"SMART READ DATA: no media access", [&] { return smart(0, 0xD0); }, "ok", 0},
+      {"beyond the end", [&] { return verify(0, 999990, 20); }, "IDNF", 0},
+      {"a hanging sector: the timeout only", [&] { return verify(0, 699990, 20); }, "timeout", 10000 * kMs},
+  };
+  for (const auto& c : cases) {
+    const uint64_t before = now_ns();
+    EXPECT_EQ(outcome(c.command()), c.outcome) << c.what;
+    EXPECT_EQ(now_ns() - before, c.ns) << c.what;
+  }
+}
+
+// When the periodic timer's notification ran, each time at TPL_NOTIFY as the screens' timers do.
+std::vector<uint64_t> g_ticks;
+EFIAPI VOID RecordTick(EFI_EVENT, VOID* machine) {
+  auto& m = *static_cast<hostfw::Machine*>(machine);
+  EXPECT_EQ(m.events().tpl(), TPL_NOTIFY);
+  g_ticks.push_back(m.clock().now_ns());
+}
+
+TEST_F(MediaTime, ALongCommandSignalsTimersAtTheirTimesAndNotifiesWhenItEnds) {
+  g_ticks.clear();
+  EFI_BOOT_SERVICES* bs = machine_->boot_services();
+  EFI_EVENT tick = nullptr, once = nullptr;
+  ASSERT_EQ(bs->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, RecordTick, &*machine_, &tick), EFI_SUCCESS);
+  ASSERT_EQ(bs->SetTimer(tick, TimerPeriodic, 100 * 10000), EFI_SUCCESS);
+  ASSERT_EQ(bs->CreateEvent(EVT_TIMER, 0, nullptr, nullptr, &once), EFI_SUCCESS);
+  ASSERT_EQ(bs->SetTimer(once, TimerRelative, 100 * 10000), EFI_SUCCESS);
+
+  // 65536 sectors at 150 MB/s: 223.7 ms, two ticks' worth. PassThru holds
+  // TPL_NOTIFY, so the tick signalled twice runs once, as the command ends.
+  ASSERT_EQ(outcome(verify(0, 0, 65536)), "ok");
+  const uint64_t end = 65536ull * 512000 / 150;
+  ASSERT_EQ(g_ticks, std::vector<uint64_t>{end});
+  EXPECT_EQ(bs->CheckEvent(once), EFI_SUCCESS) << "the relative timer fell due mid-command";
+
+  // The periodic timer keeps its phase: next due at 300 ms.
+  bs->Stall(100 * 1000);
+  EXPECT_EQ(g_ticks, (std::vector<uint64_t>{end, 300 * kMs}));
+  bs->CloseEvent(once);
+  bs->CloseEvent(tick);
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "hostfw/nvme_controller.h"
-#include "tests/hostfw/ata_bench.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -63,7 +62,7 @@ class NvmeBench {
       : profile_(hostfw::parse_profile(text(drives), "nvme.ini", "/tmp")), machine_("", &profile_) {}
 
   static std::string text(const std::vector<std::string>& drives) {
-    std::string t = ata_bench::machine_with("", {});
+    std::string t = "[machine]\nname = Bench\nmemory_mib = 64\n";
     for (const std::string& d : drives) t += "[nvme]\nmodel = Korvan N1\nserial = KN1-0042\nfirmware = 1.2\n" + d;
     return t;
   }
