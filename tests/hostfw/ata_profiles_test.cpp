@@ -243,11 +243,7 @@ TEST(AtaProfile, LogsNameTheProfilesLbasOnEveryPage) {
   for (int i = 1; i <= 20; ++i) tests += std::to_string(0x10000000ull + i) + (i < 20 ? ", " : "\n");
   Bench bench(machine_with("", {disk("sectors = 600000000\nlog_pages = 2\n" + errors + tests),
                                 "port = 1\nmodel = M\nserial = S\nsectors = 4096\nlog_directories = no\n"}));
-  const Reply smart_dir = bench.smart(0, 0xD5, 0x00, 1), gp_dir = bench.read_log_ext(0, 0x00, 0, 1);
-  EXPECT_EQ((std::vector{smart_dir.le(0, 2), smart_dir.le(2, 2), smart_dir.le(4, 2), smart_dir.le(12, 2)}),
-            (std::vector<uint64_t>{1, 1, 2, 1}));
-  EXPECT_EQ((std::vector{gp_dir.le(4, 2), gp_dir.le(6, 2), gp_dir.le(14, 2)}), (std::vector<uint64_t>{0, 2, 2}));
-
+  // The directories' page counts are read by the targeted read's tests.
   const Reply summary = bench.smart(0, 0xD5, 0x01, 1);
   EXPECT_EQ(summary.byte(1), 1) << "the newest entry is the first of the page";
   EXPECT_EQ(lba28(summary, 65), 11000u);
