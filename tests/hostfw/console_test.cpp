@@ -89,10 +89,6 @@ TEST_F(ConsoleTest, TextKeepsItsColoursAndUnknownCharactersShowAsQuestionMarks) 
   EXPECT_EQ(console().attribute_at(2, 0), 0x07);
   EXPECT_EQ(out_->SetAttribute(out_, 0x80), EFI_UNSUPPORTED);
 
-  EXPECT_EQ(out_->TestString(out_, const_cast<CHAR16*>(u"\x2554\x2550 \x2191\x25B2 \x2588\x2591 caf\x00E9\r\n\b")),
-            EFI_SUCCESS);
-  EXPECT_EQ(out_->TestString(out_, const_cast<CHAR16*>(u"tab\there")), EFI_UNSUPPORTED);
-  EXPECT_EQ(out_->TestString(out_, const_cast<CHAR16*>(u"\x0085")), EFI_UNSUPPORTED);  // a C1 control
   EXPECT_EQ(print(u"a\x4E2D" u"b\x2550"), EFI_WARN_UNKNOWN_GLYPH);
   EXPECT_EQ(console().row_text(0).substr(2, 6), "a?b\u2550");
   // The transcript keeps what the application wrote, not what was shown.
