@@ -79,7 +79,8 @@ class SavedRuns(unittest.TestCase):
     def test_findings_come_structured(self):
         storage = self.lines("storage")[0]
         self.assertEqual(storage["machine"]["serial_number"], self.runs["storage"][1])
-        self.assertEqual(sorted(sum((d["unreadable_lbas"] for d in storage["devices"]), [])), list(range(204800, 204805)))
+        unreadable = sorted(sum((d["unreadable_lbas"] for d in storage["devices"]), []))
+        self.assertEqual(unreadable, list(range(204800, 204805)))
         worn = self.lines("nvme")[0]["devices"][1]
         health = worn["algorithms"][0]
         self.assertEqual((health["name"], health["outcome"]), ("Health Status", "failed"))
