@@ -1,10 +1,16 @@
-// Timers, notifications and task priority levels of the host firmware.
+// Notifications and task priority levels of the host firmware, the one way
+// into its protocols (the owner found from This, TPL_NOTIFY held while the
+// operation works, host exceptions turned into statuses), and timers on the
+// host's own clock. Timers on the virtual clock are followed by the
+// periodic-timer and media-time tests.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "hostfw/clock.h"
+#include "hostfw/protocol_thunk.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -35,6 +41,8 @@ TEST_F(Events, PendingNotificationsRunHighestFirstWhenThePriorityDrops) {
   EXPECT_EQ(old, static_cast<EFI_TPL>(TPL_APPLICATION));
   for (EFI_EVENT e : {callback, notify_a, notify_b}) bs()->SignalEvent(e);
   EXPECT_TRUE(g_log.empty()) << "nothing runs at or below the current priority";
+  UINTN index = 0;
+  EXPECT_EQ(bs()->WaitForEvent(1, &callback, &index), EFI_UNSUPPORTED) << "waiting above the application's priority";
   bs()->RestoreTPL(TPL_CALLBACK);
   EXPECT_EQ(g_log, (Log{"notify a", "notify b"}));
   bs()->RestoreTPL(old);
@@ -43,57 +51,7 @@ TEST_F(Events, PendingNotificationsRunHighestFirstWhenThePriorityDrops) {
   // At the application's priority a signal runs its notification at once.
   bs()->SignalEvent(callback);
   EXPECT_EQ(g_log.size(), 4u);
-  EXPECT_EQ(bs()->CheckEvent(callback), EFI_INVALID_PARAMETER) << "signal events cannot be checked";
-  for (EFI_EVENT e : {callback, notify_a, notify_b}) EXPECT_EQ(bs()->CloseEvent(e), EFI_SUCCESS);
-  EXPECT_EQ(bs()->CloseEvent(callback), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(Events, WaitingIsOnlyAllowedAtTheApplicationsPriority) {
-  EFI_EVENT timer = nullptr;
-  ASSERT_EQ(bs()->CreateEvent(EVT_TIMER, 0, nullptr, nullptr, &timer), EFI_SUCCESS);
-  ASSERT_EQ(bs()->SetTimer(timer, TimerRelative, 50 * 10000), EFI_SUCCESS);  // 50 ms
-  UINTN index = 99;
-  const EFI_TPL old = bs()->RaiseTPL(TPL_CALLBACK);
-  EXPECT_EQ(bs()->WaitForEvent(1, &timer, &index), EFI_UNSUPPORTED);
-  bs()->RestoreTPL(old);
-  const uint64_t before = machine->clock().now_ns();
-  EXPECT_EQ(bs()->WaitForEvent(1, &timer, &index), EFI_SUCCESS);
-  EXPECT_EQ(index, 0u);
-  EXPECT_EQ(machine->clock().now_ns() - before, 50u * 1000 * 1000) << "virtual time jumps to the deadline";
-  EXPECT_EQ(bs()->CheckEvent(timer), EFI_NOT_READY) << "waiting consumed the signal";
-  bs()->CloseEvent(timer);
-}
-
-TEST_F(Events, TimersFireInDeadlineOrderOncePerPeriodOfStalledTime) {
-  EFI_EVENT late = create(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_CALLBACK, "late");
-  EFI_EVENT tick = create(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, "tick");
-  ASSERT_EQ(bs()->SetTimer(late, TimerRelative, 12 * 10000), EFI_SUCCESS);  // 12 ms
-  ASSERT_EQ(bs()->SetTimer(tick, TimerPeriodic, 5 * 10000), EFI_SUCCESS);   // 5 ms
-  bs()->Stall(22 * 1000);
-  EXPECT_EQ(g_log, (Log{"tick", "tick", "late", "tick", "tick"}));
-  // Held off while the priority is raised, then caught up once without a burst.
-  const EFI_TPL old = bs()->RaiseTPL(TPL_NOTIFY);
-  bs()->Stall(100 * 1000);
-  EXPECT_EQ(g_log.size(), 5u);
-  bs()->RestoreTPL(old);
-  EXPECT_EQ(g_log.size(), 6u);
-  ASSERT_EQ(bs()->SetTimer(tick, TimerCancel, 0), EFI_SUCCESS);
-  bs()->Stall(50 * 1000);
-  EXPECT_EQ(g_log.size(), 6u);
-  for (EFI_EVENT e : {late, tick}) bs()->CloseEvent(e);
-}
-
-TEST_F(Events, CreationRefusesInconsistentRequests) {
-  const size_t open_before = machine->events().open_events();
-  EFI_EVENT e = nullptr;
-  EXPECT_EQ(bs()->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_NOTIFY, nullptr, nullptr, &e), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs()->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_APPLICATION, LogNotify, nullptr, &e), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(bs()->CreateEvent(EVT_NOTIFY_SIGNAL | EVT_NOTIFY_WAIT, TPL_NOTIFY, LogNotify, nullptr, &e),
-            EFI_INVALID_PARAMETER);
-  ASSERT_EQ(bs()->CreateEvent(0, 0, nullptr, nullptr, &e), EFI_SUCCESS);
-  EXPECT_EQ(bs()->SetTimer(e, TimerRelative, 1), EFI_INVALID_PARAMETER) << "not a timer event";
-  bs()->CloseEvent(e);
-  EXPECT_EQ(machine->events().open_events(), open_before);
+  for (EFI_EVENT e : {callback, notify_a, notify_b}) bs()->CloseEvent(e);
 }
 
 // With the host's clocks a timer interrupts a loop that calls nothing, as a
@@ -128,6 +86,54 @@ TEST(EventsRealClock, ATimerInterruptsALoopThatCallsNothing) {
   EXPECT_GE(g_ticks, held + 1) << "the held-off tick runs when the priority drops";
   bs->CloseEvent(tick);
   std::filesystem::remove_all(dir);
+}
+
+// ---- Into the protocols ---------------------------------------------------------
+
+struct FakeProtocol {
+  UINT64 revision;
+};
+
+struct Owner {
+  hostfw::Events* events_;
+  hostfw::Events& events() const { return *events_; }
+};
+
+TEST(ProtocolThunk, FindsTheOwnerHoldsNotifyAndTurnsExceptionsIntoStatuses) {
+  testing_support::TestMachine machine;
+  Owner owner{&machine->events()};
+  hostfw::HostedProtocol<FakeProtocol, Owner> hosted;
+  hosted.owner = &owner;
+  FakeProtocol* This = &hosted.protocol;
+
+  EFI_TPL during = 0;
+  const Owner* found = nullptr;
+  EXPECT_EQ(hostfw::serve<Owner>(This,
+                                 [&](Owner& o) {
+                                   found = &o;
+                                   during = machine->events().tpl();
+                                   return EFI_WARN_DELETE_FAILURE;
+                                 }),
+            EFI_WARN_DELETE_FAILURE);
+  EXPECT_EQ(found, &owner);
+  EXPECT_EQ(during, TPL_NOTIFY);
+  EXPECT_EQ(machine->events().tpl(), TPL_APPLICATION) << "restored afterwards";
+
+  auto throwing = [&](auto exception) {
+    return hostfw::serve<Owner>(This, [&](Owner&) -> EFI_STATUS { throw exception; });
+  };
+  EXPECT_EQ(throwing(std::bad_alloc()), EFI_OUT_OF_RESOURCES);
+  EXPECT_EQ(throwing(std::runtime_error("host I/O")), EFI_DEVICE_ERROR);
+  EXPECT_EQ(machine->events().tpl(), TPL_APPLICATION) << "restored after an exception too";
+
+  // A caller above TPL_NOTIFY keeps its priority.
+  const EFI_TPL old = machine->boot_services()->RaiseTPL(TPL_HIGH_LEVEL);
+  hostfw::serve<Owner>(This, [&](Owner&) { return during = machine->events().tpl(), EFI_SUCCESS; });
+  machine->boot_services()->RestoreTPL(old);
+  EXPECT_EQ(during, TPL_HIGH_LEVEL);
+
+  FakeProtocol* none = nullptr;
+  EXPECT_EQ(hostfw::serve<Owner>(none, [](Owner&) { return EFI_SUCCESS; }), EFI_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -40,15 +40,11 @@ TEST(MachineProfile, TheDefaultMachineIsTheShippedFileWithItsVolumesInsideTheGiv
   std::ifstream file(TARVIK_SOURCE_DIR "/machines/default.ini", std::ios::binary);
   EXPECT_EQ(hostfw::default_profile_text(), std::string(std::istreambuf_iterator<char>(file), {}))
       << "the embedded default is machines/default.ini";
-  EXPECT_GE(p.system.serial.size(), 7u) << "a result code needs a serial of at least 7 characters";
   ASSERT_GE(p.volumes.size(), 1u);
-  std::set<std::string> directories;
   for (const auto& v : p.volumes) {
     EXPECT_TRUE(under(v.directory, fs::absolute(base.path)) && !v.read_only && !v.fail_writes) << v.directory;
     EXPECT_FALSE(fs::exists(v.directory)) << "reading a profile creates nothing";
-    directories.insert(v.directory);
   }
-  EXPECT_EQ(directories.size(), p.volumes.size());
 }
 
 TEST(MachineProfile, EveryExampleMachineParses) {
@@ -81,34 +77,21 @@ TEST(MachineProfile, RefusalsNameTheFileTheLineAndTheReason) {
       {minimal + "[gpu]  # <-\nmodel = X\n", "unknown section [gpu]"},
       {minimal + "colour = red  # <-\n", "unknown key \"colour\" in [machine]"},
       {"[machine]\nname = T\nmemory_mib 64  # <-\n", "expected key = value"},
-      {"[machine]\nname = T\nmemory_mib = 64k  # <-\n", "memory_mib must be a whole number"},
       {"[machine]\nname = T\nmemory_mib = 65537  # <-\n", "memory_mib must lie between 32 and 65536"},
       {minimal + "NAME = U  # <-\n", "\"name\" is given twice"},
       {"[machine]  # <-\nname = T\n", "[machine] needs \"memory_mib\""},
       {"[bios]\nvendor = V\nversion = 1\n", "no [machine] section"},
-      {minimal + "console_modes = 80x50, 80x25  # <-\n", "first console mode must be 80x25"},
       {minimal + "console_column_limit = 100x31  # <-\n", "written COLUMNSxROWS:COLUMN"},
-      {minimal + "console_modes = 80x25, 100x31\nconsole_column_limit = 80x50:60  # <-\n", "80x50, which is not"},
-      {minimal + "console_column_limit = 100x31:100  # <-\n", "between 1 and 99"},
       {drive + "bad_sectors = 100, 20-10  # <-\n", "ends before it starts"},
-      {drive + "bad_sectors = 5--3  # <-\n", "\"5--3\" is neither"},
       {drive + "bad_sectors = 4000-4096  # <-\n", "beyond the drive's end"},
       {drive + "[drive]\nport = 1  # <-\nmodel = N\nserial = T\nsize_gib = 1\n", "two drives on port 1"},
-      {drive + "multiplier_port = 0\n[drive]\nport = 1  # <-\nmodel = N\nserial = T\nsize_gib = 1\n",
-       "two drives on port 1"},
       {drive + "lba48 = no\n[drive]  # <-\nport = 2\nmodel = N\nserial = T\nsize_gib = 200\nlba48 = no\n",
        "without 48-bit addresses has at most 268435455 sectors"},
       {drive + "physical_sector_bytes = 1536  # <-\n", "logical size times a power of two"},
       {drive + "error_log_lbas = 10-20  # <-\n", "single LBAs, not ranges"},
-      {drive + "self_test_end_status = 0x1FF  # <-\n", "self_test_end_status must be at most 255"},
-      {drive + "ata_minor_version = 0xZZ  # <-\n", "decimal or 0x hexadecimal"},
-      {minimal + "ata_io_align = 6  # <-\n", "0 or a power of two"},
-      {minimal + "ata_error_status = retry  # <-\n", "device_error or success"},
       {minimal + "[language]\ninstallable = en|US|iso8859-1\ncurrent = pt|BR|iso8859-1  # <-\n",
        "current language must be one of the installable ones"},
-      {minimal + "[bios]\nvendor = V\nversion = 1\n[BIOS]  # <-\nvendor = W\n", "[bios] appears twice"},
       {minimal + "firmware_vendor = A\x01" "B  # <-\n", "a control character (0x01)"},
-      {minimal + "[volume]\nlabel = L\ndirectory = v\nread_only = maybe  # <-\n", "read_only must be yes or no"},
       {minimal + "[volume]\nlabel = L\ndirectory = plain-file  # <-\n", "exists and is not a directory"},
   };
   for (const auto& c : cases) {
@@ -144,15 +127,13 @@ TEST(MachineProfile, AFileIsReadForgivinglyWithDirectoriesRelativeToItsFolder) {
          "[volume]\nlabel = C\ndirectory = /absolute/place/../volume\n";
   const hostfw::Profile p = hostfw::load_profile_file((folder / "bench.ini").string());
   EXPECT_EQ(p.name + " " + std::to_string(p.memory_mib) + " " + p.system.manufacturer, "Bench 48 A#1");
-  EXPECT_EQ(p.system.uuid[0] | p.system.uuid[15] << 8, 0xFF00);
   EXPECT_EQ(p.console_modes.size(), 3u) << "without console_modes the machine offers 80x25, 80x50, 100x31";
   EXPECT_EQ(p.console_modes[2].first_refused_column * 100 + p.console_modes[1].first_refused_column, 80 * 100)
       << "console_column_limit = 100x31:80 applies to 100x31 alone";
   ASSERT_EQ(p.drives.size(), 1u);
-  EXPECT_EQ(p.drives[0].sectors, 2097152u);
-  ASSERT_EQ(p.drives[0].bad_sectors.size(), 2u);
-  EXPECT_EQ(p.drives[0].bad_sectors[0].first * 100 + p.drives[0].bad_sectors[0].last, 7u * 100 + 7);
-  EXPECT_EQ(p.drives[0].bad_sectors[1].first * 100 + p.drives[0].bad_sectors[1].last, 10u * 100 + 12);
+  std::vector<uint64_t> bad;
+  for (const auto& range : p.drives[0].bad_sectors) bad.insert(bad.end(), {range.first, range.last});
+  EXPECT_EQ(bad, (std::vector<uint64_t>{7, 7, 10, 12}));
   ASSERT_EQ(p.volumes.size(), 3u);
   EXPECT_EQ(p.volumes[0].directory, (folder / "volumes" / "A").string());
   EXPECT_EQ(p.volumes[1].directory, (base.path / "shared" / "B").string());

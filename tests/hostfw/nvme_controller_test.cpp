@@ -1,6 +1,8 @@
-// The simulated NVMe drives against raw pass-through packets: Identify
-// pages, log pages, the media and its faults, self-tests on the machine
-// clock, what the firmware refuses, and the opcode counts.
+// The simulated NVMe drives against raw pass-through packets: what the NVMe
+// algorithms' tests do not see through the application (inactive
+// namespaces, the logs growing with what happened, per-namespace faults,
+// transfers past MDTS), what the firmware refuses, and the opcode counts.
+// Self-tests are followed to their outcome by the algorithms' tests.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include <vector>
 
 #include "hostfw/nvme_controller.h"
-#include "tests/hostfw/ata_bench.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -31,7 +32,6 @@ struct Reply {
     for (int i = bytes - 1; i >= 0; --i) v = v << 8 | data.at(at + i);
     return v;
   }
-  std::string text(size_t at, size_t n) const { return std::string(data.begin() + at, data.begin() + at + n); }
 };
 
 // How the command ended: "ok", "sct/sc" in hexadecimal for an error status
@@ -61,7 +61,7 @@ class NvmeBench {
       : profile_(hostfw::parse_profile(text(drives), "nvme.ini", "/tmp")), machine_("", &profile_) {}
 
   static std::string text(const std::vector<std::string>& drives) {
-    std::string t = ata_bench::machine_with("", {});
+    std::string t = "[machine]\nname = Bench\nmemory_mib = 64\n";
     for (const std::string& d : drives) t += "[nvme]\nmodel = Korvan N1\nserial = KN1-0042\nfirmware = 1.2\n" + d;
     return t;
   }
@@ -90,11 +90,10 @@ class NvmeBench {
     if (bytes) r.data.assign(static_cast<uint8_t*>(p.TransferBuffer), static_cast<uint8_t*>(p.TransferBuffer) + bytes);
     return r;
   }
-  Reply identify(uint8_t cns, uint32_t nsid = 0, size_t d = 0) { return send(true, {0x06, nsid, cns}, 4096, d); }
-  Reply log(uint8_t lid, uint32_t bytes, uint32_t nsid = kAll, uint32_t offset = 0, size_t d = 0) {
-    return send(true, {0x02, nsid, lid | (bytes / 4 - 1) << 16, 0, offset}, bytes, d);
+  Reply identify(uint8_t cns, uint32_t nsid = 0) { return send(true, {0x06, nsid, cns}, 4096); }
+  Reply log(uint8_t lid, uint32_t bytes, uint32_t nsid = kAll, uint32_t offset = 0) {
+    return send(true, {0x02, nsid, lid | (bytes / 4 - 1) << 16, 0, offset}, bytes);
   }
-  Reply self_test(uint8_t code, uint32_t nsid = kAll) { return send(true, {0x14, nsid, code}); }
   Reply io(uint8_t opcode, uint64_t lba, uint32_t blocks, uint32_t nsid = 1, uint32_t bytes = 0, size_t d = 0) {
     return send(false, {opcode, nsid, uint32_t(lba), uint32_t(lba >> 32), blocks - 1}, bytes, d);
   }
@@ -105,63 +104,25 @@ class NvmeBench {
   testing_support::TestMachine machine_;
 };
 
-TEST(NvmeController, IdentifyPagesDescribeTheControllerAndEachNamespace) {
-  NvmeBench bench({"size_gib = 1\n", "blocks = 4096\nlba_size = 4096\nnamespaces = 3\nmax_namespaces = 8\nmdts = 7\n"
-                                     "self_test = unsupported\nverify = no\n"});
-  const Reply c = bench.identify(0x01);
-  ASSERT_EQ(outcome(c), "ok");
-  EXPECT_EQ(c.text(4, 20), "KN1-0042            ");
-  EXPECT_EQ(c.text(24, 9), "Korvan N1");
-  EXPECT_EQ(c.text(64, 8), "1.2     ");
-  EXPECT_EQ(c.le(77, 1), 5u) << "MDTS";
-  EXPECT_EQ(c.le(80, 4), 0x00010400u);
-  EXPECT_EQ(c.le(256, 2) & 0x10, 0x10u) << "Device Self-test";
-  EXPECT_EQ(c.le(520, 2) & 0x80, 0x80u) << "Verify";
-  EXPECT_EQ(c.le(516, 4), 1u);
-  const Reply n = bench.identify(0x00, 1);
-  EXPECT_EQ(n.le(0, 8), 2097152u);
-  EXPECT_EQ(n.data.at(128 + 4 * (n.data.at(26) & 0xF) + 2), 9) << "512-byte LBAs";
-
-  const Reply other = bench.identify(0x01, 0, 1);
-  EXPECT_EQ(other.le(77, 1), 7u);
-  EXPECT_EQ(other.le(256, 2) & 0x10, 0u);
-  EXPECT_EQ(other.le(520, 2) & 0x80, 0u);
-  EXPECT_EQ(other.le(516, 4), 8u) << "NN";
-  // 4096-byte LBAs are read back by the discovery tests' namespace parser.
-  const Reply list = bench.identify(0x02, 1, 1);
-  EXPECT_EQ(std::vector<uint64_t>({list.le(0, 4), list.le(4, 4), list.le(8, 4)}), std::vector<uint64_t>({2, 3, 0}));
-
-  const Reply inactive = bench.identify(0x00, 4, 1);
-  EXPECT_EQ(outcome(inactive), "ok");
-  EXPECT_EQ(inactive.data, std::vector<uint8_t>(4096, 0)) << "an inactive namespace";
-  EXPECT_EQ(outcome(bench.identify(0x00, 9, 1)), "efi 2") << "above NN";
-  EXPECT_EQ(outcome(bench.identify(0x00, kAll, 1)), "0/0b!");
-  EXPECT_EQ(outcome(bench.identify(0x05)), "0/02!");
-}
-
-TEST(NvmeController, HealthAndErrorLogsReportTheProfileAndWhatHappenedSince) {
+// The profile's figures reach the algorithms' verdicts (their tests); here
+// what the logs add as the machine runs.
+TEST(NvmeController, HealthAndErrorLogsReportWhatHappenedSinceThePowerOn) {
   NvmeBench bench({"size_gib = 1\ncritical_warning = 0x04\navailable_spare = 5\nspare_threshold = 10\n"
-                   "percentage_used = 112\nmedia_errors = 3\ntemperature_c = 47\npower_on_hours = 100\n"
-                   "unsafe_shutdowns = 57\nbad_lbas = 0, 2097151\nerror_log_lbas = 700, 800\n"});
+                   "media_errors = 3\npower_on_hours = 100\nbad_lbas = 0, 2097151\nerror_log_lbas = 700, 800\n"});
   EXPECT_EQ(outcome(bench.io(0x02, 2097150, 2, 1, 1024)), "2/81") << "the last block; retrying may help";
   bench.stall_seconds(7200);
   const Reply h = bench.log(0x02, 512);
   ASSERT_EQ(outcome(h), "ok");
   EXPECT_EQ(h.data[0], 0x05) << "given bits, and spare below threshold";
-  EXPECT_EQ(h.le(1, 2), 320u);
-  EXPECT_EQ(std::vector<int>({h.data[3], h.data[4], h.data[5]}), std::vector<int>({5, 10, 112}));
   EXPECT_EQ(h.le(128, 8), 102u) << "power-on hours grow";
-  EXPECT_EQ(h.le(144, 8), 57u);
   EXPECT_EQ(h.le(160, 8), 4u) << "media errors";
   EXPECT_EQ(h.le(176, 8), 3u) << "error log entries";
-  EXPECT_EQ(h.le(64, 8), 1u) << "host read commands";
 
   const Reply e = bench.log(0x01, 4096);
   ASSERT_EQ(outcome(e), "ok");
   for (int i = 0; i < 3; ++i) {  // newest first: the read just now, then the profile's
     EXPECT_EQ(e.le(64 * i, 8), uint64_t(3 - i));
     EXPECT_EQ(e.le(64 * i + 16, 8), (std::vector<uint64_t>{2097151, 800, 700})[i]);
-    EXPECT_EQ(e.le(64 * i + 24, 4), 1u);
     EXPECT_EQ(e.le(64 * i + 12, 2) >> 1, 0x81u | 2u << 8) << "Unrecovered Read Error";
   }
   EXPECT_EQ(e.le(64 * 3, 8), 0u);
@@ -174,8 +135,8 @@ TEST(NvmeController, HealthAndErrorLogsReportTheProfileAndWhatHappenedSince) {
   EXPECT_EQ(above.length, 128u * 1024);
 }
 
-TEST(NvmeController, ReadAndVerifyStopAtUnreadableLbasOfTheirNamespace) {
-  NvmeBench bench({"blocks = 100000\nnamespaces = 2\nmax_namespaces = 4\nbad_lbas = 0, 2:500-501\n",
+TEST(NvmeController, ReadAndVerifyKeepToTheirNamespaceAndTheTransferLimits) {
+  NvmeBench bench({"blocks = 100000\nnamespaces = 2\nmax_namespaces = 4\nbad_lbas = 2:500-501\n",
                    "blocks = 4096\nlba_size = 4096\nverify = no\n"});
   const struct {
     uint8_t opcode;
@@ -184,61 +145,28 @@ TEST(NvmeController, ReadAndVerifyStopAtUnreadableLbasOfTheirNamespace) {
     size_t drive;
     const char* outcome;
   } cases[] = {
-      {0x02, 0, 1, 1, 512, 0, "2/81"},          {0x0C, 0, 8, 2, 0, 0, "ok"},
-      {0x0C, 490, 20, 2, 0, 0, "2/81"},         {0x0C, 1, 256, 1, 0, 0, "ok"},
-      {0x0C, 1, 257, 1, 0, 0, "0/02!"},         {0x02, 1, 256, 1, 131072, 0, "ok"},
-      {0x02, 1, 257, 1, 131584, 0, "efi 4"},    {0x02, 1, 2, 1, 512, 0, "efi 4"},
-      {0x0C, 99990, 11, 1, 0, 0, "0/80!"},      {0x02, 0, 1, 3, 512, 0, "0/0b!"},
-      {0x02, 0, 1, 5, 512, 0, "efi 2"},         {0x02, 4095, 1, 1, 4096, 1, "ok"},
-      {0x0C, 0, 1, 1, 0, 1, "0/01!"},           {0x05, 0, 1, 1, 512, 0, "0/01!"},
-      {0x04, 0, 1, 1, 0, 0, "0/01!"},
+      {0x0C, 490, 20, 1, 0, 0, "ok"},        {0x0C, 490, 20, 2, 0, 0, "2/81"},
+      {0x0C, 1, 256, 1, 0, 0, "ok"},         {0x0C, 1, 257, 1, 0, 0, "0/02!"},
+      {0x02, 1, 256, 1, 131072, 0, "ok"},    {0x02, 1, 257, 1, 131584, 0, "efi 4"},
+      {0x02, 1, 2, 1, 512, 0, "efi 4"},      {0x0C, 99990, 11, 1, 0, 0, "0/80!"},
+      {0x02, 0, 1, 3, 512, 0, "0/0b!"},      {0x02, 0, 1, 5, 512, 0, "efi 2"},
+      {0x02, 4095, 1, 1, 4096, 1, "ok"},     {0x0C, 0, 1, 1, 0, 1, "0/01!"},
+      {0x05, 0, 1, 1, 512, 0, "0/01!"},      {0x04, 0, 1, 1, 0, 0, "0/01!"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(outcome(bench.io(c.opcode, c.lba, c.blocks, c.nsid, c.bytes, c.drive)), c.outcome)
         << int(c.opcode) << " at " << c.lba << " of " << c.nsid;
-  const Reply data = bench.io(0x02, 4094, 2, 1, 8192, 1);
-  EXPECT_EQ(data.le(4096, 8), 4095u) << "each 4096-byte block carries its LBA";
-
-  EXPECT_TRUE(bench.drive().lba_is_bad(2, 501));
-  EXPECT_EQ(outcome(bench.io(0x08, 500, 2, 2)), "ok") << "Write Zeroes";
-  EXPECT_FALSE(bench.drive().lba_is_bad(2, 501));
 }
 
-TEST(NvmeController, SelfTestsRunOnTheMachineClockAndLeaveTheirResults) {
-  NvmeBench bench({"blocks = 100000\nnamespaces = 2\nself_test_seconds = 100\nself_test = fail\nbad_lbas = 2:777\n",
-                   "blocks = 100000\nself_test = unsupported\n"});
-  ASSERT_EQ(outcome(bench.self_test(0x1)), "ok");
-  bench.stall_seconds(40);
-  Reply log = bench.log(0x06, 564);
-  EXPECT_EQ(std::vector<int>({log.data[0], log.data[1], log.data[4]}), std::vector<int>({1, 40, 0x0F}));
-  EXPECT_EQ(outcome(bench.self_test(0x2)), "1/1d") << "one at a time";
-  EXPECT_EQ(outcome(bench.self_test(0xF)), "ok");
-  log = bench.log(0x06, 564);
-  EXPECT_EQ(std::vector<int>({log.data[0], log.data[4]}), std::vector<int>({0, 0x11})) << "short, aborted";
-
-  ASSERT_EQ(outcome(bench.self_test(0x2)), "ok");
-  EXPECT_EQ(bench.drive().self_test_duration_ns(0x2), 1000 * kSecond);
-  bench.stall_seconds(1000);
-  log = bench.log(0x06, 564);
-  EXPECT_EQ(std::vector<int>({log.data[0], log.data[4], log.data[5], log.data[6], log.data[32], log.data[33]}),
-            std::vector<int>({0, 0x27, 2, 0x0F, 0x11, 0}))
-      << "extended, failed segment 2; then the aborted short one";
-  EXPECT_EQ(log.le(4 + 12, 4), 2u);
-  EXPECT_EQ(log.le(4 + 16, 8), 777u);
-
-  EXPECT_EQ(outcome(bench.send(true, {0x14, kAll, 0x1}, 0, 1)), "0/01!");
-  EXPECT_EQ(outcome(bench.send(true, {0x02, kAll, 0x06 | 140u << 16}, 564, 1)), "0/02!");
-}
-
-TEST(NvmeController, TheFirmwareRefusesMalformedPacketsBeforeTheDriveSeesThem) {
-  NvmeBench bench({"blocks = 100000\nio_align = 8\n"});
+TEST(NvmeController, TheFirmwareRefusesMalformedPacketsAndTheDriveWhatItDoesNotHave) {
+  NvmeBench bench({"blocks = 100000\nio_align = 8\nnamespaces = 3\nmax_namespaces = 8\n"});
   EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* nvme = bench.drive().protocol();
   EXPECT_EQ(bench.send(false, {0x02, 1, 0, 0, 0}, 512, 0, {}, 4).status, EFI_INVALID_PARAMETER) << "misaligned";
   EXPECT_EQ(bench.send(false, {0x02, 1, 0, 0, 0}, 512, 0, 0).status, EFI_INVALID_PARAMETER) << "not the command's";
   const Reply shorter = bench.send(true, {0x06, 0, 1}, 512);
   EXPECT_EQ(shorter.status, EFI_BAD_BUFFER_SIZE);
   EXPECT_EQ(shorter.length, 4096u);
-  EXPECT_EQ(bench.send(true, {0x06, 2, 1}, 4096).status, EFI_INVALID_PARAMETER) << "no namespace 2";
+  EXPECT_EQ(outcome(bench.identify(0x00, 9)), "efi 2") << "above NN";
   EXPECT_EQ(bench.send(true, {0x05}).status, EFI_UNSUPPORTED) << "creating a queue";
   EFI_NVM_EXPRESS_COMMAND cmd{};
   EFI_NVM_EXPRESS_PASS_THRU_COMMAND_PACKET p{};
@@ -246,9 +174,14 @@ TEST(NvmeController, TheFirmwareRefusesMalformedPacketsBeforeTheDriveSeesThem) {
   EXPECT_EQ(nvme->PassThru(nvme, 0, &p, nullptr), EFI_INVALID_PARAMETER) << "no completion";
   EXPECT_EQ(bench.drive().counts().total, 0u);
 
+  const Reply inactive = bench.identify(0x00, 4);
+  EXPECT_EQ(outcome(inactive), "ok");
+  EXPECT_EQ(inactive.data, std::vector<uint8_t>(4096, 0)) << "an inactive namespace";
+  EXPECT_EQ(outcome(bench.identify(0x00, kAll)), "0/0b!");
+  EXPECT_EQ(outcome(bench.identify(0x05)), "0/02!");
   // CNS 01h without CDW10_VALID reaches the drive as CNS 00h of namespace 0.
   EXPECT_EQ(outcome(bench.send(true, {0x06, 0, 1, 0, 0, 0, 0}, 4096)), "0/0b!");
-  EXPECT_EQ(bench.drive().counts().total, 1u);
+  EXPECT_EQ(bench.drive().counts().total, 4u);
 }
 
 TEST(NvmeController, EveryOpcodeIsCountedAndASilentDriveTimesOut) {
@@ -264,8 +197,6 @@ TEST(NvmeController, EveryOpcodeIsCountedAndASilentDriveTimesOut) {
   bench.send(true, {0x80, 1});
   const hostfw::NvmeCommandCounts& counts = bench.drive().counts();
   EXPECT_EQ(counts.total, 7u);
-  EXPECT_EQ(counts.admin_command(0x06) + counts.admin_command(0x02) + counts.admin_command(0x80), 3u);
-  EXPECT_EQ(counts.io_command(0x0C) + counts.io_command(0x02), 2u);
   EXPECT_EQ(counts.admin_command(0x0C) + counts.io_command(0x06), 0u) << "admin and I/O apart";
   EXPECT_EQ(counts.changing_commands(), 3u) << "Write, Dataset Management, Format NVM";
   EXPECT_EQ(counts.others_than({0x02, 0x06}, {0x02, 0x0C}), 3u);
@@ -275,32 +206,6 @@ TEST(NvmeController, EveryOpcodeIsCountedAndASilentDriveTimesOut) {
   before = bench.now_ns();
   EXPECT_EQ(outcome(bench.identify(0x01)), "timeout");
   EXPECT_EQ(bench.now_ns() - before, 10 * kSecond);
-}
-
-TEST(NvmeController, EachDriveIsAControllerHandleWithItsNamespaces) {
-  NvmeBench bench({"blocks = 100000\nnamespaces = 2\nmax_namespaces = 3\n", "blocks = 100000\n"});
-  EFI_GUID guid = EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL_GUID;
-  UINTN count = 0;
-  EFI_HANDLE* handles = nullptr;
-  ASSERT_EQ(bench.machine_->boot_services()->LocateHandleBuffer(ByProtocol, &guid, nullptr, &count, &handles),
-            EFI_SUCCESS);
-  EXPECT_EQ(count, 2u);
-  bench.machine_->boot_services()->FreePool(handles);
-
-  EFI_NVM_EXPRESS_PASS_THRU_PROTOCOL* nvme = bench.drive().protocol();
-  std::vector<UINT32> seen;
-  for (UINT32 id = kAll; nvme->GetNextNamespace(nvme, &id) == EFI_SUCCESS;) seen.push_back(id);
-  EXPECT_EQ(seen, std::vector<UINT32>({1, 2, 3})) << "every ID up to NN, active or not";
-  UINT32 bogus = 7;
-  EXPECT_EQ(nvme->GetNextNamespace(nvme, &bogus), EFI_INVALID_PARAMETER);
-
-  EFI_DEVICE_PATH_PROTOCOL* path = nullptr;
-  ASSERT_EQ(nvme->BuildDevicePath(nvme, 2, &path), EFI_SUCCESS);
-  UINT32 id = 0;
-  EXPECT_EQ(nvme->GetNamespace(nvme, path, &id), EFI_SUCCESS);
-  EXPECT_EQ(id, 2u);
-  bench.machine_->boot_services()->FreePool(path);
-  EXPECT_EQ(nvme->BuildDevicePath(nvme, 4, &path), EFI_NOT_FOUND);
 }
 
 TEST(NvmeController, ProfilesThatDescribeNoSuchDriveAreRefused) {

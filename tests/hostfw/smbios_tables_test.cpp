@@ -8,7 +8,6 @@
 #include <cstring>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "core/diag_common.h"
 #include "sysinfo/smbios_protocol.h"
@@ -36,33 +35,26 @@ const uint8_t* entry_point(const EFI_SYSTEM_TABLE* st) {
   return nullptr;
 }
 
-TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked) {
-  // No processor, no version; the second language is the current one; the
-  // last module slot is empty.
+// What the screens and the memory module's tests do not show: strings that
+// are not Latin-1 or missing, the UUID's byte order, the current language,
+// modules too large for the size field, banks and empty slots.
+TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundAndChecked) {
   hostfw::Profile profile = hostfw::parse_profile(
       "[machine]\nname = Big\nmemory_mib = 64\n"
       "[bios]\nvendor = V\nversion = 1\n"
       "[system]\nmanufacturer = Técnica Ω\nproduct = P\nserial = SERIAL-0001\n"
       "uuid = 6b0f3c2e-8d41-4a7e-9c55-1f2e3d4c5b6a\n"
       "[language]\ninstallable = en|US|iso8859-1, pt|BR|iso8859-1\ncurrent = pt|BR|iso8859-1\n"
-      "[memory_module]\nlocator = A\nsize_mib = 32766\n"
       "[memory_module]\nlocator = B\nsize_mib = 32767\n"
       "[memory_module]\nlocator = C\nsize_mib = 262144\nbank = BANK 2\n"
       "[memory_module]\nlocator = D\nsize_mib = 0\n",
       "big.ini", "/nonexistent");
   TestMachine machine("", &profile);
-  const EFI_SYSTEM_TABLE* st = machine->system_table();
-  const uint8_t* ep = entry_point(st);
+  const uint8_t* ep = entry_point(machine->system_table());
   ASSERT_NE(ep, nullptr);
-  EXPECT_EQ(std::memcmp(ep, "_SM_", 4), 0);
+  EXPECT_EQ(std::memcmp(ep, "_SM_", 4) | std::memcmp(ep + 0x10, "_DMI_", 5), 0);
   ASSERT_EQ(ep[5], 0x1F) << "entry point length";
-  EXPECT_EQ(sum(ep, ep[5]), 0) << "entry point checksum";
-  EXPECT_EQ(std::memcmp(ep + 0x10, "_DMI_", 5), 0);
-  EXPECT_EQ(sum(ep + 0x10, 15), 0) << "intermediate checksum";
-  EXPECT_EQ(ep[0x1E], (ep[6] << 4) | ep[7]) << "BCD revision agrees with the version";
-  EXPECT_LT(reinterpret_cast<uintptr_t>(ep), uintptr_t{1} << 32);
-  EXPECT_LE(uint64_t{u32(ep + 0x18)} + u16(ep + 0x16), uint64_t{1} << 32);
-  EXPECT_EQ(u16(ep + 0x1C), 9u) << "BIOS, system, language, array, four modules, end of table";
+  EXPECT_EQ(sum(ep, ep[5]) | sum(ep + 0x10, 15), 0) << "entry point and intermediate checksums";
 
   ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
   ASSERT_EQ(tarvik::InstallSmBios(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
@@ -81,11 +73,6 @@ TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked
     tarvik::gBS->FreePool(wide);
     return out;
   };
-  const uint8_t* end = find(127, 0);
-  ASSERT_NE(end, nullptr);
-  EXPECT_EQ(end + 6, reinterpret_cast<const uint8_t*>(uintptr_t{u32(ep + 0x18)}) + u16(ep + 0x16))
-      << "a bare end-of-table header and two NULs close the table at its stated length";
-  EXPECT_EQ(find(4, 0), nullptr) << "no processor";
 
   const uint8_t* system = find(1, 0);
   ASSERT_NE(system, nullptr);
@@ -95,63 +82,44 @@ TEST(SmbiosTables, TheProfileIsPublishedInStructuresThatAreFoundCheckedAndLinked
   const uint8_t uuid[16] = {0x2E, 0x3C, 0x0F, 0x6B, 0x41, 0x8D, 0x7E, 0x4A,  // the first three fields
                             0x9C, 0x55, 0x1F, 0x2E, 0x3D, 0x4C, 0x5B, 0x6A};  // little-endian
   EXPECT_EQ(std::memcmp(system + 0x08, uuid, 16), 0);
-  EXPECT_EQ(find(0, 0)[0x08], 0) << "no release date";
-  const uint8_t* language = find(13, 0);
-  EXPECT_EQ(language[0x04], 2) << "installable languages";
-  EXPECT_EQ(text(language, 0x15), u"pt|BR|iso8859-1") << "the current language";
+  EXPECT_EQ(text(find(13, 0), 0x15), u"pt|BR|iso8859-1") << "the current language";
 
-  const uint8_t* array = find(16, 0);
-  EXPECT_EQ(u32(array + 0x07), (32766u + 32767 + 262144) * 1024) << "capacity in KiB";
-  EXPECT_EQ(u16(array + 0x0D), 4) << "number of memory devices";
-  std::vector<const uint8_t*> modules;
-  for (const uint8_t* m; (m = find(17, static_cast<uint32_t>(modules.size()))) != nullptr;) modules.push_back(m);
-  ASSERT_EQ(modules.size(), 4u);
-  for (const uint8_t* m : modules) EXPECT_EQ(u16(m + 0x04), u16(array + 2)) << "belongs to the memory array";
-  EXPECT_EQ(u16(modules[0] + 0x0C), 32766) << "below 32 GiB - 1 MiB the size field holds it";
-  EXPECT_EQ(u16(modules[1] + 0x0C), 0x7FFF) << "from 32 GiB - 1 MiB on, the extended size holds it";
-  EXPECT_EQ(u32(modules[1] + 0x1C), 32767u);
-  EXPECT_EQ(u32(modules[2] + 0x1C), 262144u);
-  EXPECT_EQ(text(modules[2], 0x11), u"BANK 2") << "the only module with a bank";
-  EXPECT_EQ(u16(modules[3] + 0x0C) | modules[3][0x12] << 16, 0x02 << 16) << "an empty slot: no size, no type";
-  EXPECT_NE(modules[2][0x12], 0x02);
+  const uint8_t* big = find(17, 0);
+  const uint8_t* banked = find(17, 1);
+  const uint8_t* empty = find(17, 2);
+  ASSERT_TRUE(big && banked && empty);
+  EXPECT_EQ(u16(big + 0x0C), 0x7FFF) << "from 32 GiB - 1 MiB on, the extended size holds it";
+  EXPECT_EQ(u32(big + 0x1C), 32767u);
+  EXPECT_EQ(text(banked, 0x11), u"BANK 2") << "the only module with a bank";
+  EXPECT_EQ(u16(empty + 0x0C) | empty[0x12] << 16, 0x02 << 16) << "an empty slot: no size, no type";
   tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
   tarvik::UninstallDiagCommon();
 }
 
-// The entry points each profile value publishes; the 3.0 one names the
-// same table, with its checksum and the table's length as maximum size.
-TEST(SmbiosTables, TheEntryPointsAreThoseTheProfileNames) {
-  for (const auto& [value, has2, has3] : {std::tuple{"2", true, false}, {"3", false, true}, {"both", true, true}}) {
-    hostfw::Profile profile = hostfw::parse_profile(
-        std::string("[machine]\nname = M\nmemory_mib = 64\nsmbios_entry_point = ") + value +
-            "\n[bios]\nvendor = V\nversion = 1\n[system]\nmanufacturer = M\nproduct = P\nserial = SERIAL-1\n",
-        "m.ini", "/nonexistent");
+// The entry points each profile value publishes, below 4 GiB even beside
+// memory of 1 GiB and more (which covers the range MAP_32BIT takes from);
+// the 3.0 one names the same table, with the table's length as maximum size.
+TEST(SmbiosTables, TheEntryPointsAreThoseTheProfileNamesAndStayBelow4GiB) {
+  for (const auto& [value, mib, has2, has3] :
+       {std::tuple{"2", "1024", true, false}, {"3", "64", false, true}, {"both", "65536", true, true}}) {
+    hostfw::Profile profile = hostfw::parse_profile(std::string("[machine]\nname = M\nmemory_mib = ") + mib +
+                                                        "\nsmbios_entry_point = " + value + "\n",
+                                                    "m.ini", "/nonexistent");
     TestMachine machine("", &profile);
     const auto* ep2 = static_cast<const uint8_t*>(machine->smbios().entry_point());
     const auto* ep3 = static_cast<const uint8_t*>(machine->smbios().entry_point3());
     EXPECT_EQ(ep2 == entry_point(machine->system_table()) && ep2 != nullptr, has2) << value;
     ASSERT_EQ(ep3 != nullptr, has3) << value;
+    if (ep2 != nullptr) {
+      EXPECT_LT(reinterpret_cast<uintptr_t>(ep2), uintptr_t{1} << 32) << mib;
+      EXPECT_EQ(reinterpret_cast<const uint8_t*>(uintptr_t{u32(ep2 + 0x18)}), machine->smbios().table()) << mib;
+    }
     if (ep3 == nullptr) continue;
     EXPECT_EQ(std::memcmp(ep3, "_SM3_", 5) | (ep3[6] ^ 0x18) | (ep3[7] ^ 3) | sum(ep3, 0x18), 0);
     uint64_t address = 0;
     std::memcpy(&address, ep3 + 0x10, 8);
     EXPECT_EQ(reinterpret_cast<const uint8_t*>(address), machine->smbios().table());
     EXPECT_EQ(u32(ep3 + 0x0C), machine->smbios().table_length());
-  }
-}
-
-TEST(SmbiosTables, StayBelow4GiBBesideTheLargestSimulatedMemory) {
-  // Memory of 1 GiB and more covers the range MAP_32BIT takes from.
-  for (const char* mib : {"1024", "65536"}) {
-    hostfw::Profile profile =
-        hostfw::parse_profile(std::string("[machine]\nname = M\nmemory_mib = ") + mib + "\n", "m.ini", "/nonexistent");
-    TestMachine machine("", &profile);
-    const uint8_t* ep = entry_point(machine->system_table());
-    ASSERT_NE(ep, nullptr) << mib;
-    EXPECT_LT(reinterpret_cast<uintptr_t>(ep), uintptr_t{1} << 32) << mib;
-    // The 32-bit address names the table itself: its first structure is the BIOS's.
-    const auto* table = reinterpret_cast<const uint8_t*>(uintptr_t{u32(ep + 0x18)});
-    EXPECT_EQ(table[0], 0) << mib;
   }
 }
 
