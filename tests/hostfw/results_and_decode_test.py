@@ -2,9 +2,9 @@
 """The tarvik program as a fleet and a support desk use it: every saved run's
 line in Results.jsonl validates against docs/results.schema.json and agrees
 with Log.log; --decode reads back the codes of real runs; the command line
-says what is wrong at once. A storage and an NVMe run stand for all: the
-lines of the other modules and the tool are built by the same code, whose
-unit tests follow each kind."""
+says what is wrong at once. A storage run, an NVMe run and a cancelled
+recovery-tool run stand for all: the other modules' lines are built by the
+same code, whose unit tests follow each kind."""
 import json
 import os
 import pty
@@ -30,6 +30,10 @@ RUNS = {
     "nvme": ('wait "Main Screen"; key Down 2; key Enter; wait "Select Devices"; key Enter; wait "Select Algorithms";'
              'key Down; key Space; key Down; key Space; key Down; key Space; key Down 2; key Space; key Enter;'
              'wait 900 "Press ENTER"; key Enter;', 'key Esc; wait "Main Screen"; key Down; key Enter'),
+    # The recovery tool's check, cancelled once it has found a sector.
+    "recovery": ('wait "Main Screen"; key Right; key Down; key Enter; wait "Select Devices"; key Enter;'
+                 'wait "Select Algorithms"; key Enter; wait "Do you want to proceed"; type "y"; wait "#001"; key Esc;',
+                 'key Esc; wait "Main Screen"; key Left; key Down 2; key Enter'),
 }
 
 
@@ -86,9 +90,13 @@ class SavedRuns(unittest.TestCase):
         self.assertEqual((health["name"], health["outcome"]), ("Health Status", "failed"))
         self.assertEqual(health["findings"][0]["fields"]["percentage_used"], 112)
         self.assertEqual(worn["unreadable_lbas"], [123456789])
+        recovery = self.lines("recovery")[0]
+        self.assertEqual(recovery["kind"], "tool")
+        check = recovery["devices"][0]
+        self.assertEqual((check["algorithms"][0]["outcome"], check["unreadable_lbas"][0]), ("canceled", 1000))
 
     def test_decode_reads_the_codes_of_real_runs(self):
-        for name in RUNS:
+        for name in ("storage", "nvme"):
             record = self.lines(name)[0]
             serial = self.runs[name][1]
             for device in record["devices"]:
