@@ -1,10 +1,21 @@
 #include "nvme/nvme_drive_operations.h"
 
+#include "nvme/nvme_parsers.h"
+#include "nvme/nvme_structures.h"
+
 namespace tarvik {
 namespace {
 
 constexpr UINT32 MaxBlocksPerCommand = 0x10000;  // the 16-bit block count of Read and Verify
 constexpr UINT8 MaxShift = 16;
+// Polls after the self-test left the log's current operation while its
+// result has not appeared yet.
+constexpr UINT64 MissingResultPolls = 5;
+
+DriveOutcome OutcomeOf(NvmeAnswer Answer) {
+  if (Answer == NvmeAnswer::Done) return DriveOutcome::Passed;
+  return Answer == NvmeAnswer::Silent ? DriveOutcome::NoAnswer : DriveOutcome::Refused;
+}
 
 }  // namespace
 
@@ -19,10 +30,12 @@ UINT32 NvmeBlocksPerCommand(const NvmeDevice& Device) {
   return static_cast<UINT32>(Blocks > MaxBlocksPerCommand ? MaxBlocksPerCommand : Blocks);
 }
 
-NvmeDriveOperations::NvmeDriveOperations(const NvmeDevice& Device)
+NvmeDriveOperations::NvmeDriveOperations(const NvmeDevice& Device, bool Reads)
     : Device_(Device),
-      Buffer_(Device.Controller.VerifySupported != 0 ? 0 : NvmeBlocksPerCommand(Device) * Device.Namespace.BlockBytes),
-      Operations_{this, Device.Namespace.Blocks, NvmeBlocksPerCommand(Device), Verify} {}
+      Buffer_(!Reads || Device.Controller.VerifySupported != 0 ? 0
+                                                                : NvmeBlocksPerCommand(Device) * Device.Namespace.BlockBytes),
+      Operations_{this,          Device.Namespace.Blocks, NvmeBlocksPerCommand(Device), Verify, StartSelfTest,
+                  PollSelfTest, AbortSelfTest} {}
 
 DriveOutcome NvmeDriveOperations::Verify(VOID* Context, UINT64 Lba, UINT32 Blocks) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
@@ -33,6 +46,40 @@ DriveOutcome NvmeDriveOperations::Verify(VOID* Context, UINT64 Lba, UINT32 Block
     case NvmeAnswer::Unreadable: return DriveOutcome::Unreadable;
     default: return DriveOutcome::NoAnswer;
   }
+}
+
+DriveOutcome NvmeDriveOperations::StartSelfTest(VOID* Context, UINT8 Code) {
+  auto& Self = *static_cast<NvmeDriveOperations*>(Context);
+  Self.Started_ = Code;
+  Self.Percent_ = 0;
+  Self.MissingPolls_ = 0;
+  return OutcomeOf(NvmeDeviceSelfTest(Self.Device_.PassThru, Self.Device_.NamespaceId, Code));
+}
+
+SelfTestPoll NvmeDriveOperations::PollSelfTest(VOID* Context) {
+  auto& Self = *static_cast<NvmeDriveOperations*>(Context);
+  NvmePages Page(sizeof(NvmeSelfTestLog));
+  // The log belongs to the controller: it is asked for with no namespace of its own.
+  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
+                                  : NvmeGetLogPage(Self.Device_.PassThru, NvmeAllNamespaces, nvme_log::SelfTest,
+                                                   Page.get(), sizeof(NvmeSelfTestLog));
+  NvmeSelfTestFacts Facts{};
+  if (Answer != NvmeAnswer::Done) return {OutcomeOf(Answer)};
+  if (!ParseSelfTestLog(Page.get(), sizeof(NvmeSelfTestLog), &Facts)) return {DriveOutcome::Refused};
+  if (Facts.RunningTest != 0) {
+    Self.Percent_ = Facts.RunningPercent > 99 ? 99 : Facts.RunningPercent;
+    return {DriveOutcome::Running, Self.Percent_};
+  }
+  const bool Logged = Facts.NewestTest == Self.Started_ && Facts.NewestOutcome != NvmeSelfTestOutcome::Unused;
+  if (Self.Started_ != 0 && !Logged && ++Self.MissingPolls_ < MissingResultPolls)
+    return {DriveOutcome::Running, Self.Percent_};
+  if (Facts.NewestOutcome == NvmeSelfTestOutcome::Passed) return {DriveOutcome::Passed};
+  return {DriveOutcome::Unreadable, 100, Facts.NewestLbaValid != 0, Facts.NewestFailingLba};
+}
+
+DriveOutcome NvmeDriveOperations::AbortSelfTest(VOID* Context) {
+  auto& Self = *static_cast<NvmeDriveOperations*>(Context);
+  return OutcomeOf(NvmeDeviceSelfTest(Self.Device_.PassThru, Self.Device_.NamespaceId, nvme_self_test::Abort));
 }
 
 }  // namespace tarvik

@@ -1,6 +1,8 @@
 // The NVMe provider of the shared drive operations: a range verified with
 // Verify where the controller offers it, read into a scratch buffer
-// otherwise, in commands as long as the controller's maximum transfer size.
+// otherwise, in commands as long as the controller's maximum transfer size;
+// the self-test run with Device Self-test (its own codes, 1h short, 2h
+// extended) and followed in the self-test log.
 #pragma once
 
 #include "drives/drive_operations.h"
@@ -16,10 +18,10 @@ inline constexpr UINT32 NvmeMaxCommandBytes = 2u << 20;
 UINT32 NvmeBlocksPerCommand(const NvmeDevice& Device);
 
 // A namespace as drive operations, with the read buffer a controller without
-// Verify needs; valid while it lives.
+// Verify needs (unless Reads is false); valid while it lives.
 class NvmeDriveOperations {
  public:
-  explicit NvmeDriveOperations(const NvmeDevice& Device);
+  explicit NvmeDriveOperations(const NvmeDevice& Device, bool Reads = true);
   NvmeDriveOperations(const NvmeDriveOperations&) = delete;
   NvmeDriveOperations& operator=(const NvmeDriveOperations&) = delete;
 
@@ -31,11 +33,17 @@ class NvmeDriveOperations {
 
  private:
   static DriveOutcome Verify(VOID* Context, UINT64 Lba, UINT32 Blocks);
+  static DriveOutcome StartSelfTest(VOID* Context, UINT8 Code);
+  static SelfTestPoll PollSelfTest(VOID* Context);
+  static DriveOutcome AbortSelfTest(VOID* Context);
 
   const NvmeDevice& Device_;
   NvmePages Buffer_;
   DriveOperations Operations_;
   NvmeAnswer Last_ = NvmeAnswer::Done;
+  UINT8 Started_ = 0;  // the self-test code started; 0 before
+  UINT8 Percent_ = 0;  // of the running self-test, at the last poll
+  UINT64 MissingPolls_ = 0;
 };
 
 }  // namespace tarvik
