@@ -1,6 +1,6 @@
 // What the drive tests shared by ATA and NVMe drives need of a drive, and
 // nothing more: a range of blocks verified, a self-test started, polled and
-// aborted; outcomes told as passed, unreadable, no
+// aborted, the health verdict read; outcomes told as passed, unreadable, no
 // answer rather than as registers. A provider per drive kind fills the
 // record.
 #pragma once
@@ -25,6 +25,9 @@ struct SelfTestPoll {
   UINT64 FailingLba = 0;  // the first block the failed self-test could not read
 };
 
+// What the drive says of its own health.
+enum class HealthVerdict : UINT8 { Good, Failing, NotOffered, NoAnswer };
+
 struct DriveOperations {
   VOID* Context;              // the provider's drive
   UINT64 BlockCount;          // blocks of the drive (or namespace)
@@ -35,6 +38,7 @@ struct DriveOperations {
   DriveOutcome (*StartSelfTest)(VOID* Context, UINT8 Code) = nullptr;
   SelfTestPoll (*PollSelfTest)(VOID* Context) = nullptr;
   DriveOutcome (*AbortSelfTest)(VOID* Context) = nullptr;
+  HealthVerdict (*ReadHealth)(VOID* Context) = nullptr;
 };
 
 }  // namespace tarvik

@@ -1,6 +1,5 @@
 #include "nvme/nvme_drive_operations.h"
 
-#include "nvme/nvme_parsers.h"
 #include "nvme/nvme_structures.h"
 
 namespace tarvik {
@@ -35,7 +34,7 @@ NvmeDriveOperations::NvmeDriveOperations(const NvmeDevice& Device, bool Reads)
       Buffer_(!Reads || Device.Controller.VerifySupported != 0 ? 0
                                                                 : NvmeBlocksPerCommand(Device) * Device.Namespace.BlockBytes),
       Operations_{this,          Device.Namespace.Blocks, NvmeBlocksPerCommand(Device), Verify, StartSelfTest,
-                  PollSelfTest, AbortSelfTest} {}
+                  PollSelfTest, AbortSelfTest, ReadHealth} {}
 
 DriveOutcome NvmeDriveOperations::Verify(VOID* Context, UINT64 Lba, UINT32 Blocks) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
@@ -80,6 +79,18 @@ SelfTestPoll NvmeDriveOperations::PollSelfTest(VOID* Context) {
 DriveOutcome NvmeDriveOperations::AbortSelfTest(VOID* Context) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
   return OutcomeOf(NvmeDeviceSelfTest(Self.Device_.PassThru, Self.Device_.NamespaceId, nvme_self_test::Abort));
+}
+
+HealthVerdict NvmeDriveOperations::ReadHealth(VOID* Context) {
+  auto& Self = *static_cast<NvmeDriveOperations*>(Context);
+  NvmePages Page(NvmeHealthLogBytes);
+  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
+                                  : NvmeGetLogPage(Self.Device_.PassThru, NvmeAllNamespaces, nvme_log::Health,
+                                                   Page.get(), static_cast<UINT32>(NvmeHealthLogBytes));
+  if (Answer == NvmeAnswer::Silent) return HealthVerdict::NoAnswer;
+  if (Answer != NvmeAnswer::Done || !ParseHealthLog(Page.get(), NvmeHealthLogBytes, &Self.Health_))
+    return HealthVerdict::NotOffered;
+  return HealthFailing(Self.Health_) ? HealthVerdict::Failing : HealthVerdict::Good;
 }
 
 }  // namespace tarvik

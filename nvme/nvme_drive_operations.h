@@ -2,11 +2,13 @@
 // Verify where the controller offers it, read into a scratch buffer
 // otherwise, in commands as long as the controller's maximum transfer size;
 // the self-test run with Device Self-test (its own codes, 1h short, 2h
-// extended) and followed in the self-test log.
+// extended) and followed in the self-test log; the health read from the
+// SMART / Health log, its figures kept for the module's lines.
 #pragma once
 
 #include "drives/drive_operations.h"
 #include "nvme/nvme_commands.h"
+#include "nvme/nvme_parsers.h"
 
 namespace tarvik {
 
@@ -30,12 +32,15 @@ class NvmeDriveOperations {
   const DriveOperations& Operations() const { return Operations_; }
   // The answer of the last command; tells a refusal from a silent controller.
   NvmeAnswer LastAnswer() const { return Last_; }
+  // The figures of the health log the last ReadHealth read.
+  const NvmeHealthFacts& Health() const { return Health_; }
 
  private:
   static DriveOutcome Verify(VOID* Context, UINT64 Lba, UINT32 Blocks);
   static DriveOutcome StartSelfTest(VOID* Context, UINT8 Code);
   static SelfTestPoll PollSelfTest(VOID* Context);
   static DriveOutcome AbortSelfTest(VOID* Context);
+  static HealthVerdict ReadHealth(VOID* Context);
 
   const NvmeDevice& Device_;
   NvmePages Buffer_;
@@ -44,6 +49,7 @@ class NvmeDriveOperations {
   UINT8 Started_ = 0;  // the self-test code started; 0 before
   UINT8 Percent_ = 0;  // of the running self-test, at the last poll
   UINT64 MissingPolls_ = 0;
+  NvmeHealthFacts Health_{};
 };
 
 }  // namespace tarvik

@@ -50,11 +50,21 @@ DriveOutcome AbortSelfTest(VOID* Context) {
   return CommandOutcome(Device, SmartExecuteOffline(&Device, ata::OfflineAbortSelfTest, 0) == 0);
 }
 
+HealthVerdict ReadHealth(VOID* Context) {
+  StorageDevice& Device = DeviceOf(Context);
+  if (!CommandSucceeded(SmartReturnStatus(&Device)))
+    return DriveAnswered(Device) ? HealthVerdict::NotOffered : HealthVerdict::NoAnswer;
+  const EFI_ATA_STATUS_BLOCK* Registers = Device.LastPacket != nullptr ? Device.LastPacket->Asb : Device.StatusBlock;
+  const bool Exceeded =
+      Registers->AtaCylinderLow == ata::SmartExceededLow && Registers->AtaCylinderHigh == ata::SmartExceededHigh;
+  return Exceeded ? HealthVerdict::Failing : HealthVerdict::Good;
+}
+
 }  // namespace
 
 DriveOperations AtaDriveOperations(StorageDevice& Device, UINT32 SectorsPerCommand) {
   return {&Device,       Device.Info != nullptr ? Device.Info->TotalSectors : 0,
-          SectorsPerCommand, VerifyRange, StartSelfTest, PollSelfTest, AbortSelfTest};
+          SectorsPerCommand, VerifyRange, StartSelfTest, PollSelfTest, AbortSelfTest, ReadHealth};
 }
 
 }  // namespace tarvik

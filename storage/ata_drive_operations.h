@@ -1,8 +1,9 @@
 // The ATA provider of the shared drive operations: a range verified with
 // READ VERIFY SECTORS (EXT), the self-test run through SMART EXECUTE
-// OFF-LINE IMMEDIATE and followed in SMART READ DATA's execution status. An
-// error the drive reports is a refusal (an unreadable block for a verify); a
-// command it never completed is no answer.
+// OFF-LINE IMMEDIATE and followed in SMART READ DATA's execution status, the
+// health read with SMART RETURN STATUS. An error the drive reports is a
+// refusal (an unreadable block for a verify); a command it never completed
+// is no answer.
 #pragma once
 
 #include "drives/drive_operations.h"

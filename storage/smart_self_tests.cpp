@@ -4,7 +4,6 @@
 #include "registry/module_protocol.h"
 #include "drives/self_test_follow.h"
 #include "storage/algorithm_steps.h"
-#include "storage/ata_commands.h"
 #include "storage/ata_definitions.h"
 #include "storage/ata_drive_operations.h"
 
@@ -48,23 +47,13 @@ UINT64 SelfTestResult(DriveRun& Run, const SelfTestPoll& Poll) {
   return TEST_RESULT_FAILED;
 }
 
-// The failed result of a command, noting a drive that did not answer.
-UINT64 Failed(StorageRun& Run, const StorageDevice& Device) {
-  NoteSilentDrive(Run, Device);
-  return TEST_RESULT_FAILED;
-}
-
-bool ThresholdExceeded(const StorageDevice& Device) {
-  const EFI_ATA_STATUS_BLOCK* Registers = Device.LastPacket != nullptr ? Device.LastPacket->Asb : Device.StatusBlock;
-  return Registers->AtaCylinderLow == ata::SmartExceededLow && Registers->AtaCylinderHigh == ata::SmartExceededHigh;
-}
-
 // The status polls proper, between SMART checks and closing the timer.
-UINT64 PollReturnStatus(StorageRun& Run, StorageDevice& Device, PeriodicTimer& Timer) {
+UINT64 PollReturnStatus(StorageRun& Run, const DriveOperations& Drive, PeriodicTimer& Timer) {
   for (UINT64 Poll = 0; Poll < StatusPolls; ++Poll) {
     if (!Run.KeepRunning()) return TEST_RESULT_CANCELED;
-    if (!CommandSucceeded(SmartReturnStatus(&Device))) return Failed(Run, Device);
-    if (ThresholdExceeded(Device)) return TEST_RESULT_FAILED;
+    const HealthVerdict Verdict = Drive.ReadHealth(Drive.Context);
+    if (Verdict == HealthVerdict::NoAnswer) Run.LogKey(LineError, KeyCommunicationFailure);
+    if (Verdict != HealthVerdict::Good) return TEST_RESULT_FAILED;
     if (EFI_ERROR(Timer.WaitTick())) return TEST_RESULT_FAILED;
     Run.ReportProgress(Poll * 10);
   }
@@ -82,7 +71,7 @@ UINT64 SmartStatusTest(StorageRun& Run, StorageDevice& Device) {
   if (!EnableSmartIfNeeded(Run, Device, LineMessage)) return Finish(Run, TEST_RESULT_FAILED);
   PeriodicTimer Timer;
   if (EFI_ERROR(Timer.StartWaitable(StatusPollPeriod))) return Finish(Run, TEST_RESULT_FAILED);
-  return Finish(Run, PollReturnStatus(Run, Device, Timer));
+  return Finish(Run, PollReturnStatus(Run, AtaDriveOperations(Device, 1), Timer));
 }
 
 UINT64 SmartSelfTest(StorageRun& Run, StorageDevice& Device, SelfTestKind Kind) {
