@@ -1,13 +1,16 @@
 // What the drive tests shared by ATA and NVMe drives need of a drive, and
 // nothing more: a range of blocks verified, a self-test started, polled and
-// aborted, the health verdict read; outcomes told as passed, unreadable, no
-// answer rather than as registers. A provider per drive kind fills the
+// aborted, the health verdict read, the blocks the drive's logs name listed;
+// outcomes told as passed, unreadable, no answer rather than as registers. A provider per drive kind fills the
 // record.
 #pragma once
 
 #include "efi/efi.h"
 
 namespace tarvik {
+
+class LbaList;
+struct DriveRun;
 
 enum class DriveOutcome : UINT8 {
   Passed,      // every block of the range was read; the command was done; the self-test passed
@@ -39,6 +42,9 @@ struct DriveOperations {
   SelfTestPoll (*PollSelfTest)(VOID* Context) = nullptr;
   DriveOutcome (*AbortSelfTest)(VOID* Context) = nullptr;
   HealthVerdict (*ReadHealth)(VOID* Context) = nullptr;
+  // Adds the blocks on the drive that its logs name to Lbas, the newest at
+  // the head. Refused when no log could be read.
+  DriveOutcome (*ListLoggedLbas)(VOID* Context, DriveRun& Run, LbaList& Lbas) = nullptr;
 };
 
 }  // namespace tarvik

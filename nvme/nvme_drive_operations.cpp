@@ -1,5 +1,7 @@
 #include "nvme/nvme_drive_operations.h"
 
+#include "drives/lba_list.h"
+
 #include "nvme/nvme_structures.h"
 
 namespace tarvik {
@@ -10,6 +12,7 @@ constexpr UINT8 MaxShift = 16;
 // Polls after the self-test left the log's current operation while its
 // result has not appeared yet.
 constexpr UINT64 MissingResultPolls = 5;
+constexpr UINTN MaxLoggedLbas = 256;  // the longest error log a controller keeps
 
 DriveOutcome OutcomeOf(NvmeAnswer Answer) {
   if (Answer == NvmeAnswer::Done) return DriveOutcome::Passed;
@@ -34,7 +37,7 @@ NvmeDriveOperations::NvmeDriveOperations(const NvmeDevice& Device, bool Reads)
       Buffer_(!Reads || Device.Controller.VerifySupported != 0 ? 0
                                                                 : NvmeBlocksPerCommand(Device) * Device.Namespace.BlockBytes),
       Operations_{this,          Device.Namespace.Blocks, NvmeBlocksPerCommand(Device), Verify, StartSelfTest,
-                  PollSelfTest, AbortSelfTest, ReadHealth} {}
+                  PollSelfTest, AbortSelfTest, ReadHealth, ListLoggedLbas} {}
 
 DriveOutcome NvmeDriveOperations::Verify(VOID* Context, UINT64 Lba, UINT32 Blocks) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
@@ -91,6 +94,21 @@ HealthVerdict NvmeDriveOperations::ReadHealth(VOID* Context) {
   if (Answer != NvmeAnswer::Done || !ParseHealthLog(Page.get(), NvmeHealthLogBytes, &Self.Health_))
     return HealthVerdict::NotOffered;
   return HealthFailing(Self.Health_) ? HealthVerdict::Failing : HealthVerdict::Good;
+}
+
+DriveOutcome NvmeDriveOperations::ListLoggedLbas(VOID* Context, DriveRun&, LbaList& Lbas) {
+  const NvmeDevice& Device = static_cast<NvmeDriveOperations*>(Context)->Device_;
+  const UINT32 Bytes = static_cast<UINT32>(Device.Controller.ErrorLogEntries * NvmeErrorEntryBytes);
+  NvmePages Page(Bytes);
+  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
+                                  : NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::ErrorInformation,
+                                                   Page.get(), Bytes);
+  if (Answer != NvmeAnswer::Done) return OutcomeOf(Answer);
+  UINT64 Logged[MaxLoggedLbas];
+  // The last entry first: the list puts each at its head, so it reads back in the log's order.
+  for (UINTN I = ErrorLogLbas(Page.get(), Bytes, Device.NamespaceId, Logged, MaxLoggedLbas); I > 0; --I)
+    if (EFI_ERROR(Lbas.Add(Logged[I - 1]))) break;
+  return DriveOutcome::Passed;
 }
 
 }  // namespace tarvik

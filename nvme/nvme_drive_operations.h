@@ -3,7 +3,8 @@
 // otherwise, in commands as long as the controller's maximum transfer size;
 // the self-test run with Device Self-test (its own codes, 1h short, 2h
 // extended) and followed in the self-test log; the health read from the
-// SMART / Health log, its figures kept for the module's lines.
+// SMART / Health log, its figures kept for the module's lines; the logged
+// blocks from the Error Information log.
 #pragma once
 
 #include "drives/drive_operations.h"
@@ -41,6 +42,7 @@ class NvmeDriveOperations {
   static SelfTestPoll PollSelfTest(VOID* Context);
   static DriveOutcome AbortSelfTest(VOID* Context);
   static HealthVerdict ReadHealth(VOID* Context);
+  static DriveOutcome ListLoggedLbas(VOID* Context, DriveRun& Run, LbaList& Lbas);
 
   const NvmeDevice& Device_;
   NvmePages Buffer_;

@@ -4,6 +4,7 @@
 #include "storage/ata_commands.h"
 #include "storage/ata_definitions.h"
 #include "storage/smart_attributes.h"
+#include "storage/targeted_read.h"
 
 namespace tarvik {
 namespace {
@@ -60,11 +61,15 @@ HealthVerdict ReadHealth(VOID* Context) {
   return Exceeded ? HealthVerdict::Failing : HealthVerdict::Good;
 }
 
+DriveOutcome ListLoggedLbas(VOID* Context, DriveRun& Run, LbaList& Lbas) {
+  return ListLogCandidates(Run, DeviceOf(Context), Lbas);
+}
+
 }  // namespace
 
 DriveOperations AtaDriveOperations(StorageDevice& Device, UINT32 SectorsPerCommand) {
   return {&Device,       Device.Info != nullptr ? Device.Info->TotalSectors : 0,
-          SectorsPerCommand, VerifyRange, StartSelfTest, PollSelfTest, AbortSelfTest, ReadHealth};
+          SectorsPerCommand, VerifyRange, StartSelfTest, PollSelfTest, AbortSelfTest, ReadHealth, ListLoggedLbas};
 }
 
 }  // namespace tarvik
