@@ -1,7 +1,6 @@
 #include "nvme/nvme_drive_operations.h"
 
 #include "drives/lba_list.h"
-
 #include "nvme/nvme_structures.h"
 
 namespace tarvik {
@@ -17,6 +16,13 @@ constexpr UINTN MaxLoggedLbas = 256;  // the longest error log a controller keep
 DriveOutcome OutcomeOf(NvmeAnswer Answer) {
   if (Answer == NvmeAnswer::Done) return DriveOutcome::Passed;
   return Answer == NvmeAnswer::Silent ? DriveOutcome::NoAnswer : DriveOutcome::Refused;
+}
+
+// The first Bytes of log LogId into Page. The logs the drive operations read
+// belong to the controller: they are asked for with no namespace of their own.
+NvmeAnswer ReadControllerLog(const NvmeDevice& Device, UINT8 LogId, const NvmePages& Page, UINTN Bytes) {
+  if (!Page) return NvmeAnswer::Refused;
+  return NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, LogId, Page.get(), static_cast<UINT32>(Bytes));
 }
 
 }  // namespace
@@ -41,9 +47,8 @@ NvmeDriveOperations::NvmeDriveOperations(const NvmeDevice& Device, bool Reads)
 
 DriveOutcome NvmeDriveOperations::Verify(VOID* Context, UINT64 Lba, UINT32 Blocks) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
-  Self.Last_ = Self.Device_.Controller.VerifySupported != 0 ? NvmeVerifyBlocks(Self.Device_, Lba, Blocks)
-                                                            : NvmeReadBlocks(Self.Device_, Lba, Blocks, Self.Buffer_.get());
-  switch (Self.Last_) {
+  switch (Self.Device_.Controller.VerifySupported != 0 ? NvmeVerifyBlocks(Self.Device_, Lba, Blocks)
+                                                       : NvmeReadBlocks(Self.Device_, Lba, Blocks, Self.Buffer_.get())) {
     case NvmeAnswer::Done: return DriveOutcome::Passed;
     case NvmeAnswer::Unreadable: return DriveOutcome::Unreadable;
     default: return DriveOutcome::NoAnswer;
@@ -61,10 +66,7 @@ DriveOutcome NvmeDriveOperations::StartSelfTest(VOID* Context, UINT8 Code) {
 SelfTestPoll NvmeDriveOperations::PollSelfTest(VOID* Context) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
   NvmePages Page(sizeof(NvmeSelfTestLog));
-  // The log belongs to the controller: it is asked for with no namespace of its own.
-  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
-                                  : NvmeGetLogPage(Self.Device_.PassThru, NvmeAllNamespaces, nvme_log::SelfTest,
-                                                   Page.get(), sizeof(NvmeSelfTestLog));
+  const NvmeAnswer Answer = ReadControllerLog(Self.Device_, nvme_log::SelfTest, Page, sizeof(NvmeSelfTestLog));
   NvmeSelfTestFacts Facts{};
   if (Answer != NvmeAnswer::Done) return {OutcomeOf(Answer)};
   if (!ParseSelfTestLog(Page.get(), sizeof(NvmeSelfTestLog), &Facts)) return {DriveOutcome::Refused};
@@ -87,9 +89,7 @@ DriveOutcome NvmeDriveOperations::AbortSelfTest(VOID* Context) {
 HealthVerdict NvmeDriveOperations::ReadHealth(VOID* Context) {
   auto& Self = *static_cast<NvmeDriveOperations*>(Context);
   NvmePages Page(NvmeHealthLogBytes);
-  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
-                                  : NvmeGetLogPage(Self.Device_.PassThru, NvmeAllNamespaces, nvme_log::Health,
-                                                   Page.get(), static_cast<UINT32>(NvmeHealthLogBytes));
+  const NvmeAnswer Answer = ReadControllerLog(Self.Device_, nvme_log::Health, Page, NvmeHealthLogBytes);
   if (Answer == NvmeAnswer::Silent) return HealthVerdict::NoAnswer;
   if (Answer != NvmeAnswer::Done || !ParseHealthLog(Page.get(), NvmeHealthLogBytes, &Self.Health_))
     return HealthVerdict::NotOffered;
@@ -100,9 +100,7 @@ DriveOutcome NvmeDriveOperations::ListLoggedLbas(VOID* Context, DriveRun&, LbaLi
   const NvmeDevice& Device = static_cast<NvmeDriveOperations*>(Context)->Device_;
   const UINT32 Bytes = static_cast<UINT32>(Device.Controller.ErrorLogEntries * NvmeErrorEntryBytes);
   NvmePages Page(Bytes);
-  const NvmeAnswer Answer = !Page ? NvmeAnswer::Refused
-                                  : NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::ErrorInformation,
-                                                   Page.get(), Bytes);
+  const NvmeAnswer Answer = ReadControllerLog(Device, nvme_log::ErrorInformation, Page, Bytes);
   if (Answer != NvmeAnswer::Done) return OutcomeOf(Answer);
   UINT64 Logged[MaxLoggedLbas];
   // The last entry first: the list puts each at its head, so it reads back in the log's order.

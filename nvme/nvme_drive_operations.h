@@ -31,8 +31,6 @@ class NvmeDriveOperations {
   // False when the read buffer could not be had.
   explicit operator bool() const { return Device_.Controller.VerifySupported != 0 || static_cast<bool>(Buffer_); }
   const DriveOperations& Operations() const { return Operations_; }
-  // The answer of the last command; tells a refusal from a silent controller.
-  NvmeAnswer LastAnswer() const { return Last_; }
   // The figures of the health log the last ReadHealth read.
   const NvmeHealthFacts& Health() const { return Health_; }
 
@@ -47,7 +45,6 @@ class NvmeDriveOperations {
   const NvmeDevice& Device_;
   NvmePages Buffer_;
   DriveOperations Operations_;
-  NvmeAnswer Last_ = NvmeAnswer::Done;
   UINT8 Started_ = 0;  // the self-test code started; 0 before
   UINT8 Percent_ = 0;  // of the running self-test, at the last poll
   UINT64 MissingPolls_ = 0;

@@ -4,15 +4,6 @@
 #include "registry/module_protocol.h"
 
 namespace tarvik {
-namespace {
-
-UINT64 Finish(DriveRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
-}
-
-}  // namespace
-
 UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
   NvmeDriveOperations Provider(Device, false);
@@ -20,11 +11,11 @@ UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
   const HealthVerdict Verdict = Drive.ReadHealth(Drive.Context);
   if (Verdict == HealthVerdict::NoAnswer) {
     Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
-    return Finish(Run, TEST_RESULT_FAILED);
+    return Run.Finish(TEST_RESULT_FAILED);
   }
   if (Verdict == HealthVerdict::NotOffered) {
     Run.Log(u"WARNING %s", nvme_key::CantPerformTest);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
   // Named figures, each a field of the results file; three short lines so
   // that the log screen shows them whole.
@@ -35,9 +26,9 @@ UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
           static_cast<INT32>(Health.SpareThreshold));
   Run.Log(u"MESSAGE %s POWER_ON_HOURS %ld UNSAFE_SHUTDOWNS %ld MEDIA_ERRORS %ld", nvme_key::Usage,
           Health.PowerOnHours, Health.UnsafeShutdowns, Health.MediaErrors);
-  if (Verdict == HealthVerdict::Good) return Finish(Run, TEST_RESULT_PASSED);
+  if (Verdict == HealthVerdict::Good) return Run.Finish(TEST_RESULT_PASSED);
   Run.Log(u"ERROR %s", nvme_key::HealthFailing);
-  return Finish(Run, TEST_RESULT_FAILED);
+  return Run.Finish(TEST_RESULT_FAILED);
 }
 
 }  // namespace tarvik

@@ -57,17 +57,12 @@ UINT64 ResultOf(DriveRun& Run, ScanEnd End, const ScanReport& Report) {
   return Run.KeepRunning() ? TEST_RESULT_PASSED : TEST_RESULT_CANCELED;
 }
 
-UINT64 Finish(DriveRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
-}
-
 }  // namespace
 
 UINT64 NvmeRandomReadTest(DriveRun& Run, const NvmeDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
   NvmeDriveOperations Drive(Device);
-  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
   SeedRandomFromTime(Common);
   ScanReport Report(Run, RandomReads);
   const DriveOperations& Operations = Drive.Operations();
@@ -80,34 +75,34 @@ UINT64 NvmeRandomReadTest(DriveRun& Run, const NvmeDevice& Device, const DiagCom
     if (Outcome != DriveOutcome::Passed) break;
     Report.Progress(Read + 1);
   }
-  return Finish(Run, ResultOf(Run, End, Report));
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 UINT64 NvmeErrorLogReadTest(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
   NvmeDriveOperations Drive(Device);
-  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
   LbaList Logged;
   if (Drive.Operations().ListLoggedLbas(Drive.Operations().Context, Run, Logged) == DriveOutcome::NoAnswer) {
     Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
-    return Finish(Run, TEST_RESULT_FAILED);
+    return Run.Finish(TEST_RESULT_FAILED);
   }
   if (Logged.Empty()) {
     Run.Log(u"WARNING %s", nvme_key::NoLoggedLbas);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
   ScanReport Report(Run, 1);
   const ScanEnd End = ReadAroundLogged(Drive.Operations(), Logged, BlocksBeforeLogged, BlocksAfterLogged, Report);
-  return Finish(Run, ResultOf(Run, End, Report));
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 UINT64 NvmeFullReadScan(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
   NvmeDriveOperations Drive(Device);
-  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
   ScanReport Report(Run, Device.Namespace.Blocks);
   const ScanEnd End = ScanRange(Drive.Operations(), 0, Device.Namespace.Blocks, Report);
-  return Finish(Run, ResultOf(Run, End, Report));
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 }  // namespace tarvik

@@ -26,16 +26,7 @@ constexpr SelfTestStart StartOf(SelfTestKind Kind) {
     case SelfTestKind::Drive: return {ata::OfflineDriveSelfTest, TEST_RESULT_NOT_SUPPORTED};
     case SelfTestKind::Extended: return {ata::OfflineExtendedSelfTest, TEST_RESULT_FAILED};
   }
-  return {0, TEST_RESULT_NOT_SUPPORTED};
-}
-
-constexpr bool KnownKind(SelfTestKind Kind) {
-  return Kind == SelfTestKind::Short || Kind == SelfTestKind::Drive || Kind == SelfTestKind::Extended;
-}
-
-UINT64 Finish(StorageRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
+  return {0, TEST_RESULT_NOT_SUPPORTED};  // no self-test of the drive's
 }
 
 // A failed command is a failed test, noting a drive that did not answer; so
@@ -66,40 +57,40 @@ UINT64 SmartStatusTest(StorageRun& Run, StorageDevice& Device) {
   Run.ReportProgress(0);
   if (Device.Info->SmartSupported == 0) {
     Run.LogKey(LineWarning, KeySmartNotSupported);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
-  if (!EnableSmartIfNeeded(Run, Device, LineMessage)) return Finish(Run, TEST_RESULT_FAILED);
+  if (!EnableSmartIfNeeded(Run, Device, LineMessage)) return Run.Finish(TEST_RESULT_FAILED);
   PeriodicTimer Timer;
-  if (EFI_ERROR(Timer.StartWaitable(StatusPollPeriod))) return Finish(Run, TEST_RESULT_FAILED);
-  return Finish(Run, PollReturnStatus(Run, AtaDriveOperations(Device, 1), Timer));
+  if (EFI_ERROR(Timer.StartWaitable(StatusPollPeriod))) return Run.Finish(TEST_RESULT_FAILED);
+  return Run.Finish(PollReturnStatus(Run, AtaDriveOperations(Device, 1), Timer));
 }
 
 UINT64 SmartSelfTest(StorageRun& Run, StorageDevice& Device, SelfTestKind Kind) {
   Run.ReportProgress(0);
   if (Device.Info->SmartSupported == 0) {
     Run.LogKey(LineWarning, KeySmartNotSupported);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
-  if (!EnableSmartIfNeeded(Run, Device, LineWarning)) return Finish(Run, TEST_RESULT_FAILED);
-  if (Device.Info->SelfTestSupported == 0 || !KnownKind(Kind)) return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+  if (!EnableSmartIfNeeded(Run, Device, LineWarning)) return Run.Finish(TEST_RESULT_FAILED);
+  const SelfTestStart Start = StartOf(Kind);
+  if (Device.Info->SelfTestSupported == 0 || Start.Subcommand == 0) return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
 
   const DriveOperations Drive = AtaDriveOperations(Device, 1);
   const SelfTestPoll Before = Drive.PollSelfTest(Drive.Context);
   if (Before.Outcome == DriveOutcome::Refused || Before.Outcome == DriveOutcome::NoAnswer)
-    return Finish(Run, SelfTestResult(Run, Before));
+    return Run.Finish(SelfTestResult(Run, Before));
   if (Before.Outcome == DriveOutcome::Running) {
     const DriveOutcome Aborted = Drive.AbortSelfTest(Drive.Context);
-    if (Aborted != DriveOutcome::Passed) return Finish(Run, SelfTestResult(Run, {Aborted}));
+    if (Aborted != DriveOutcome::Passed) return Run.Finish(SelfTestResult(Run, {Aborted}));
     Run.LogKey(LineMessage, KeySelfTestAlreadyInProgress);
   }
 
   PeriodicTimer Timer;
-  if (EFI_ERROR(Timer.StartWaitable(SelfTestTickPeriod))) return Finish(Run, TEST_RESULT_FAILED);
-  const SelfTestStart Start = StartOf(Kind);
+  if (EFI_ERROR(Timer.StartWaitable(SelfTestTickPeriod))) return Run.Finish(TEST_RESULT_FAILED);
   const DriveOutcome Started = Drive.StartSelfTest(Drive.Context, Start.Subcommand);
   if (Started != DriveOutcome::Passed)
-    return Finish(Run, Started == DriveOutcome::Refused ? Start.RefusedResult : SelfTestResult(Run, {Started}));
-  return Finish(Run, FollowSelfTest(Run, Drive, Timer, TicksPerSelfTestPoll, SelfTestResult));
+    return Run.Finish(Started == DriveOutcome::Refused ? Start.RefusedResult : SelfTestResult(Run, {Started}));
+  return Run.Finish(FollowSelfTest(Run, Drive, Timer, TicksPerSelfTestPoll, SelfTestResult));
 }
 
 }  // namespace tarvik

@@ -104,6 +104,12 @@ class CandidateReport {
   UINT64 ErrorCount_ = 0;
 };
 
+// The drive stopped answering: the test fails with the line that says so.
+UINT64 Silent(StorageRun& Run) {
+  Run.LogKey(LineError, KeyCommunicationFailure);
+  return Run.Finish(TEST_RESULT_FAILED);
+}
+
 }  // namespace
 
 INT16 GetLogPageCount(StorageDevice& Device, DriveLog Log) {
@@ -146,16 +152,9 @@ UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
   const DriveOperations Drive = AtaDriveOperations(Device, 1);
   LbaList Candidates;
   const DriveOutcome Listed = Drive.ListLoggedLbas(Drive.Context, Run, Candidates);
-  if (Listed == DriveOutcome::NoAnswer) {
-    Run.LogKey(LineError, KeyCommunicationFailure);
-    Run.ReportProgress(100);
-    return TEST_RESULT_FAILED;
-  }
+  if (Listed == DriveOutcome::NoAnswer) return Silent(Run);
   Run.ReportProgress(CollectedPercent);
-  if (!Run.KeepRunning()) {
-    Run.ReportProgress(100);
-    return TEST_RESULT_CANCELED;
-  }
+  if (!Run.KeepRunning()) return Run.Finish(TEST_RESULT_CANCELED);
   if (Candidates.Empty()) {
     // Nothing to aim at: the test could not run, which is not a pass.
     if (Listed != DriveOutcome::Refused) Run.LogKey(LineWarning, KeyCantPerformTest);
@@ -165,11 +164,8 @@ UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
   LbaList Errors;
   CandidateReport Report(Run, Errors);
   const UINT64 After = SectorsAroundCandidate - SectorsBeforeCandidate - 1;
-  if (ReadAroundLogged(Drive, Candidates, SectorsBeforeCandidate, After, Report) == ScanEnd::NoAnswer) {
-    Run.LogKey(LineError, KeyCommunicationFailure);
-    Run.ReportProgress(100);
-    return TEST_RESULT_FAILED;
-  }
+  if (ReadAroundLogged(Drive, Candidates, SectorsBeforeCandidate, After, Report) == ScanEnd::NoAnswer)
+    return Silent(Run);
   Errors.ForEach([&](UINT64 Lba) { Run.LogReadError(Lba); });
   Run.ReportProgress(100);
   if (!Run.KeepRunning()) return TEST_RESULT_CANCELED;
