@@ -1,8 +1,8 @@
 // What the drive tests shared by ATA and NVMe drives need of a drive, and
 // nothing more: a range of blocks verified, a self-test started, polled and
 // aborted, the health verdict read, the blocks the drive's logs name listed;
-// outcomes told as passed, unreadable, no answer rather than as registers. A provider per drive kind fills the
-// record.
+// outcomes told as passed, unreadable, no answer rather than as registers.
+// A provider per drive kind fills the record.
 #pragma once
 
 #include "efi/efi.h"
