@@ -7,7 +7,7 @@
 #include "storage/algorithm_steps.h"
 #include "storage/ata_commands.h"
 #include "storage/io_pages.h"
-#include "storage/lba_list.h"
+#include "drives/lba_list.h"
 
 namespace tarvik {
 namespace {

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "badsector/tool_state.h"
-#include "storage/lba_list.h"
+#include "drives/lba_list.h"
 
 namespace tarvik {
 

@@ -19,6 +19,11 @@ struct DriveRun {
 
   // Progress = Percent, then the progress callback (when there is one).
   VOID ReportProgress(UINT64 Percent);
+  // How an algorithm ends: 100 percent reported, Result returned.
+  UINT64 Finish(UINT64 Result) {
+    ReportProgress(100);
+    return Result;
+  }
   // One log line, formatted ("MESSAGE %s %ld", ...); cut at 255 characters.
   VOID EFIAPI Log(const CHAR16* Format, ...);
 };

@@ -1,7 +1,8 @@
 // Verifying a range of blocks in the largest commands the drive takes, and
 // narrowing a failed command down to the blocks it could not read: a failed
 // range is halved until single blocks remain, so a few bad blocks in a long
-// command cost a few dozen commands, not one per block.
+// command cost a few dozen commands, not one per block. The same scan reads
+// the window around each block a drive's logs name.
 //
 // The Sink the scans report to has
 //   bool KeepRunning();             read before every command
@@ -10,6 +11,7 @@
 #pragma once
 
 #include "drives/drive_operations.h"
+#include "drives/lba_list.h"
 
 namespace tarvik {
 
@@ -76,6 +78,28 @@ constexpr BlockWindow WindowAround(UINT64 Lba, UINT64 Before, UINT64 After, UINT
   const UINT64 First = Lba > Before ? Lba - Before : 0;
   const UINT64 Last = BlockCount - 1 - Lba > After ? Lba + After : BlockCount - 1;
   return {First, Last - First + 1};
+}
+
+// Verifies the window around each listed block, head first, emptying the
+// list as it goes (the list holds no block twice). Besides ScanRange's, the
+// Sink has
+//   bool Reading(UINT64 Lba, UINT64 Index, UINT64 Count, BlockWindow Window);
+//                                    before a block's window; false skips it
+//   void Read(UINT64 Index, UINT64 Count);  after it, unless the scan ended
+template <typename Sink>
+ScanEnd ReadAroundLogged(const DriveOperations& Drive, LbaList& Lbas, UINT64 Before, UINT64 After, Sink& Report) {
+  const UINT64 Count = Lbas.Count();
+  for (UINT64 Index = 0; !Lbas.Empty() && Report.KeepRunning(); ++Index) {
+    const BlockWindow Window = WindowAround(Lbas.Front(), Before, After, Drive.BlockCount);
+    if (Report.Reading(Lbas.Front(), Index, Count, Window)) {
+      const ScanEnd End = ScanRange(Drive, Window.First, Window.Count, Report);
+      // A stop request still counts the block as read; a sink wanting no more ends here.
+      if (End == ScanEnd::NoAnswer || (End == ScanEnd::Stopped && Report.KeepRunning())) return End;
+    }
+    Lbas.PopFront();
+    Report.Read(Index, Count);
+  }
+  return Report.KeepRunning() ? ScanEnd::Completed : ScanEnd::Stopped;
 }
 
 }  // namespace tarvik

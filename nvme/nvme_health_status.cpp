@@ -1,45 +1,34 @@
-#include "nvme/nvme_commands.h"
+#include "nvme/nvme_drive_operations.h"
 #include "nvme/nvme_keys.h"
-#include "nvme/nvme_structures.h"
 #include "nvme/nvme_tests.h"
 #include "registry/module_protocol.h"
 
 namespace tarvik {
-namespace {
-
-UINT64 Finish(DriveRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
-}
-
-}  // namespace
-
 UINT64 NvmeHealthStatusTest(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
-  NvmePages Page(NvmeHealthLogBytes);
-  if (!Page) return Finish(Run, TEST_RESULT_FAILED);
-  const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::Health, Page.get(),
-                                           static_cast<UINT32>(NvmeHealthLogBytes));
-  NvmeHealthFacts Health{};
-  if (Answer == NvmeAnswer::Silent) {
+  NvmeDriveOperations Provider(Device, false);
+  const DriveOperations& Drive = Provider.Operations();
+  const HealthVerdict Verdict = Drive.ReadHealth(Drive.Context);
+  if (Verdict == HealthVerdict::NoAnswer) {
     Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
-    return Finish(Run, TEST_RESULT_FAILED);
+    return Run.Finish(TEST_RESULT_FAILED);
   }
-  if (Answer != NvmeAnswer::Done || !ParseHealthLog(Page.get(), NvmeHealthLogBytes, &Health)) {
+  if (Verdict == HealthVerdict::NotOffered) {
     Run.Log(u"WARNING %s", nvme_key::CantPerformTest);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
   // Named figures, each a field of the results file; three short lines so
   // that the log screen shows them whole.
+  const NvmeHealthFacts& Health = Provider.Health();
   Run.Log(u"MESSAGE %s TEMPERATURE %d PERCENTAGE_USED %d CRITICAL_WARNING %d", nvme_key::Health,
           Health.TemperatureC, static_cast<INT32>(Health.PercentageUsed), static_cast<INT32>(Health.CriticalWarning));
   Run.Log(u"MESSAGE %s AVAILABLE_SPARE %d THRESHOLD %d", nvme_key::Spare, static_cast<INT32>(Health.AvailableSpare),
           static_cast<INT32>(Health.SpareThreshold));
   Run.Log(u"MESSAGE %s POWER_ON_HOURS %ld UNSAFE_SHUTDOWNS %ld MEDIA_ERRORS %ld", nvme_key::Usage,
           Health.PowerOnHours, Health.UnsafeShutdowns, Health.MediaErrors);
-  if (!HealthFailing(Health)) return Finish(Run, TEST_RESULT_PASSED);
+  if (Verdict == HealthVerdict::Good) return Run.Finish(TEST_RESULT_PASSED);
   Run.Log(u"ERROR %s", nvme_key::HealthFailing);
-  return Finish(Run, TEST_RESULT_FAILED);
+  return Run.Finish(TEST_RESULT_FAILED);
 }
 
 }  // namespace tarvik

@@ -2,7 +2,6 @@
 #include "drives/range_scan.h"
 #include "nvme/nvme_drive_operations.h"
 #include "nvme/nvme_keys.h"
-#include "nvme/nvme_structures.h"
 #include "nvme/nvme_tests.h"
 #include "registry/module_protocol.h"
 
@@ -12,7 +11,6 @@ namespace {
 constexpr UINT64 RandomReads = 5000;
 constexpr UINT64 BlocksBeforeLogged = 31;  // the 62 blocks around a logged LBA, as on ATA drives
 constexpr UINT64 BlocksAfterLogged = 30;
-constexpr UINT64 MaxLoggedLbas = 256;      // the longest error log a controller keeps
 // A scan stops logging (and reading) after this many unreadable blocks: the
 // drive has failed plainly enough and each further one costs a retry.
 constexpr UINT64 UnreadableLimit = 100;
@@ -32,11 +30,14 @@ class ScanReport {
     Run_.Log(u"ERROR %s %ld", nvme_key::ReadSectorError, Lba);
     return ++Unreadable_ < UnreadableLimit;
   }
-  VOID Within(UINT64 Base, UINT64 Span, UINT64 Total) {
-    Base_ = Base;
-    Span_ = Span;
-    Total_ = Total == 0 ? 1 : Total;
+  // Each logged block's window takes an equal share of the whole.
+  bool Reading(UINT64, UINT64 Index, UINT64 Count, BlockWindow Window) {
+    Base_ = Index * 100 / Count;
+    Span_ = 100 / Count;
+    Total_ = Window.Count == 0 ? 1 : Window.Count;
+    return true;
   }
+  void Read(UINT64, UINT64) {}
   UINT64 UnreadableCount() const { return Unreadable_; }
 
  private:
@@ -56,17 +57,12 @@ UINT64 ResultOf(DriveRun& Run, ScanEnd End, const ScanReport& Report) {
   return Run.KeepRunning() ? TEST_RESULT_PASSED : TEST_RESULT_CANCELED;
 }
 
-UINT64 Finish(DriveRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
-}
-
 }  // namespace
 
 UINT64 NvmeRandomReadTest(DriveRun& Run, const NvmeDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
   NvmeDriveOperations Drive(Device);
-  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
   SeedRandomFromTime(Common);
   ScanReport Report(Run, RandomReads);
   const DriveOperations& Operations = Drive.Operations();
@@ -79,50 +75,34 @@ UINT64 NvmeRandomReadTest(DriveRun& Run, const NvmeDevice& Device, const DiagCom
     if (Outcome != DriveOutcome::Passed) break;
     Report.Progress(Read + 1);
   }
-  return Finish(Run, ResultOf(Run, End, Report));
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 UINT64 NvmeErrorLogReadTest(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
-  const UINT32 Bytes = static_cast<UINT32>(Device.Controller.ErrorLogEntries * NvmeErrorEntryBytes);
-  NvmePages Page(Bytes);
-  UINT64 Lbas[MaxLoggedLbas];
   NvmeDriveOperations Drive(Device);
-  if (!Page || !Drive) return Finish(Run, TEST_RESULT_FAILED);
-  const NvmeAnswer Answer = NvmeGetLogPage(Device.PassThru, NvmeAllNamespaces, nvme_log::ErrorInformation,
-                                           Page.get(), Bytes);
-  if (Answer == NvmeAnswer::Silent) {
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
+  LbaList Logged;
+  if (Drive.Operations().ListLoggedLbas(Drive.Operations().Context, Run, Logged) == DriveOutcome::NoAnswer) {
     Run.Log(u"ERROR %s", nvme_key::CommunicationFailure);
-    return Finish(Run, TEST_RESULT_FAILED);
+    return Run.Finish(TEST_RESULT_FAILED);
   }
-  const UINTN Count =
-      Answer == NvmeAnswer::Done ? ErrorLogLbas(Page.get(), Bytes, Device.NamespaceId, Lbas, MaxLoggedLbas) : 0;
-  if (Count == 0) {
+  if (Logged.Empty()) {
     Run.Log(u"WARNING %s", nvme_key::NoLoggedLbas);
-    return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+    return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   }
   ScanReport Report(Run, 1);
-  ScanEnd End = ScanEnd::Completed;
-  for (UINTN I = 0; I < Count && End == ScanEnd::Completed; ++I) {
-    // The log may name one block many times; it is read once.
-    bool Seen = false;
-    for (UINTN J = 0; J < I && !Seen; ++J) Seen = Lbas[J] == Lbas[I];
-    if (Seen) continue;
-    const BlockWindow Window =
-        WindowAround(Lbas[I], BlocksBeforeLogged, BlocksAfterLogged, Device.Namespace.Blocks);
-    Report.Within(I * 100 / Count, 100 / Count, Window.Count);
-    End = ScanRange(Drive.Operations(), Window.First, Window.Count, Report);
-  }
-  return Finish(Run, ResultOf(Run, End, Report));
+  const ScanEnd End = ReadAroundLogged(Drive.Operations(), Logged, BlocksBeforeLogged, BlocksAfterLogged, Report);
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 UINT64 NvmeFullReadScan(DriveRun& Run, const NvmeDevice& Device) {
   Run.ReportProgress(0);
   NvmeDriveOperations Drive(Device);
-  if (!Drive) return Finish(Run, TEST_RESULT_FAILED);
+  if (!Drive) return Run.Finish(TEST_RESULT_FAILED);
   ScanReport Report(Run, Device.Namespace.Blocks);
   const ScanEnd End = ScanRange(Drive.Operations(), 0, Device.Namespace.Blocks, Report);
-  return Finish(Run, ResultOf(Run, End, Report));
+  return Run.Finish(ResultOf(Run, End, Report));
 }
 
 }  // namespace tarvik

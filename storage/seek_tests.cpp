@@ -11,11 +11,6 @@ namespace {
 constexpr UINT64 RandomSeekReads = 5000;
 constexpr UINT32 FunnelLeadSectors = 100;
 
-UINT64 Finish(StorageRun& Run, UINT64 Result) {
-  Run.ReportProgress(100);
-  return Result;
-}
-
 // 0.07 % of the drive, at least one sector so that a small drive still ends;
 // computed without overflow whatever capacity IDENTIFY claims.
 UINT64 FunnelStep(UINT64 Last) {
@@ -41,21 +36,21 @@ bool ReadsBack(StorageRun& Run, StorageDevice& Device, UINT64 Lba, UINT32 Count 
 
 UINT64 RandomSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
-  if (!HasCapacity(Run, Device)) return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+  if (!HasCapacity(Run, Device)) return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   SeedRandomFromTime(Common);
   const UINT64 LastLba = Device.Info->TotalSectors - 1;
   for (UINT64 Read = 0; Read < RandomSeekReads; ++Read) {
-    if (!Run.KeepRunning()) return Finish(Run, TEST_RESULT_CANCELED);
+    if (!Run.KeepRunning()) return Run.Finish(TEST_RESULT_CANCELED);
     const UINT64 Lba = RandomUpTo(Common, LastLba);
     if (!ReadsBack(Run, Device, Lba)) return TEST_RESULT_FAILED;
     Run.ReportProgress(Read * 100 / RandomSeekReads);
   }
-  return Finish(Run, TEST_RESULT_PASSED);
+  return Run.Finish(TEST_RESULT_PASSED);
 }
 
 UINT64 FunnelSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonProtocol& Common) {
   Run.ReportProgress(0);
-  if (!HasCapacity(Run, Device)) return Finish(Run, TEST_RESULT_NOT_SUPPORTED);
+  if (!HasCapacity(Run, Device)) return Run.Finish(TEST_RESULT_NOT_SUPPORTED);
   SeedRandomFromTime(Common);
   const UINT64 Total = Device.Info->TotalSectors;
   if (!ReadsBack(Run, Device, 0, Total < FunnelLeadSectors ? (UINT32)Total : FunnelLeadSectors)) return TEST_RESULT_FAILED;
@@ -63,7 +58,7 @@ UINT64 FunnelSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonPr
   const UINT64 Last = Total - 1;
   const UINT64 Step = FunnelStep(Last);
   for (UINT64 Low = 0; Last > 0 && Low < Last;) {
-    if (!Run.KeepRunning()) return Finish(Run, TEST_RESULT_CANCELED);
+    if (!Run.KeepRunning()) return Run.Finish(TEST_RESULT_CANCELED);
     if (!ReadsBack(Run, Device, Low)) return TEST_RESULT_FAILED;
     const UINT64 High = Last - Low;
     if (High < Last && !ReadsBack(Run, Device, High)) return TEST_RESULT_FAILED;
@@ -71,10 +66,10 @@ UINT64 FunnelSeekTest(StorageRun& Run, StorageDevice& Device, const DiagCommonPr
     Low = Advance > Last - Low ? Last : Low + Advance;
     Run.ReportProgress(PercentOf(Low, Last));
   }
-  if (!Run.KeepRunning()) return Finish(Run, TEST_RESULT_CANCELED);
+  if (!Run.KeepRunning()) return Run.Finish(TEST_RESULT_CANCELED);
   if (!ReadsBack(Run, Device, Last)) return TEST_RESULT_FAILED;
   if (!ReadsBack(Run, Device, 0)) return TEST_RESULT_FAILED;
-  return Finish(Run, TEST_RESULT_PASSED);
+  return Run.Finish(TEST_RESULT_PASSED);
 }
 
 }  // namespace tarvik

@@ -61,7 +61,7 @@ INT16 PageCount(StorageDevice& Device, DriveLog Log, bool& Silent) {
 }
 
 // Adds the LBAs of every entry of every page, while the run goes on.
-UINT64 CollectEntries(StorageRun& Run, const StorageDevice& Device, DriveLog Log, const UINT8* Pages, UINT64 PageCount,
+UINT64 CollectEntries(DriveRun& Run, const StorageDevice& Device, DriveLog Log, const UINT8* Pages, UINT64 PageCount,
                       LbaList& List) {
   const UINT64 Sectors = Device.Info->TotalSectors;
   for (UINT64 Page = 0; Page < PageCount && Run.KeepRunning(); ++Page) {
@@ -77,53 +77,37 @@ UINT64 CollectEntries(StorageRun& Run, const StorageDevice& Device, DriveLog Log
   return EFI_SUCCESS;
 }
 
-// What the read around a candidate tells the shared scan: every failed read
+// What the read around a candidate tells the shared scan: a candidate below
+// 31 has no range (its window would start before LBA 0); every failed read
 // counts, also one of a sector already listed, and the fifth ends the
 // reading.
 class CandidateReport {
  public:
-  CandidateReport(StorageRun& Run, LbaList& Errors, UINT64& FailedReads)
-      : Run_(Run), Errors_(Errors), FailedReads_(FailedReads) {}
+  CandidateReport(StorageRun& Run, LbaList& Errors) : Run_(Run), Errors_(Errors) {}
   bool KeepRunning() const { return Run_.KeepRunning(); }
   void Progress(UINT64) {}
   bool Unreadable(UINT64 Lba) {
     ++FailedReads_;
     if (!EFI_ERROR(Errors_.Add(Lba))) ++ErrorCount_;
-    return !LimitReached();
+    return ErrorCount_ < ReadErrorLimit;
   }
-  bool LimitReached() const { return ErrorCount_ >= ReadErrorLimit; }
+  bool Reading(UINT64 Lba, UINT64, UINT64, BlockWindow) const { return Lba >= SectorsBeforeCandidate; }
+  void Read(UINT64 Done, UINT64 Count) {
+    Run_.ReportProgress(CollectedPercent + (100 - CollectedPercent) * Done / Count);
+  }
+  UINT64 FailedReads() const { return FailedReads_; }
 
  private:
   StorageRun& Run_;
   LbaList& Errors_;
-  UINT64& FailedReads_;
+  UINT64 FailedReads_ = 0;
   UINT64 ErrorCount_ = 0;
 };
 
-// Reads the sectors around each candidate, one sector a command, newest
-// candidate first, adding those that do not read to Errors and counting the
-// failed reads. False when the drive stopped answering.
-bool ReadAroundCandidates(StorageRun& Run, StorageDevice& Device, LbaList& Candidates, LbaList& Errors,
-                          UINT64& FailedReads) {
-  const DriveOperations Drive = AtaDriveOperations(Device, 1);
-  const UINT64 CandidateCount = Candidates.Count();
-  CandidateReport Report(Run, Errors, FailedReads);
-  for (UINT64 Done = 0; !Candidates.Empty() && Run.KeepRunning(); ++Done) {
-    const UINT64 Candidate = Candidates.Front();
-    // A candidate below 31 has no range: its window would start before LBA 0.
-    if (Candidate >= SectorsBeforeCandidate) {
-      const BlockWindow Window = WindowAround(Candidate, SectorsBeforeCandidate,
-                                              SectorsAroundCandidate - SectorsBeforeCandidate - 1, Drive.BlockCount);
-      if (ScanRange(Drive, Window.First, Window.Count, Report) == ScanEnd::NoAnswer) return false;
-      if (Report.LimitReached()) {
-        Candidates.Clear();
-        return true;
-      }
-    }
-    Candidates.PopFront();
-    Run.ReportProgress(CollectedPercent + (100 - CollectedPercent) * Done / CandidateCount);
-  }
-  return true;
+// The drive stopped answering: the test fails with the line that says so.
+UINT64 Silent(StorageRun& Run) {
+  Run.LogKey(LineError, KeyCommunicationFailure);
+  return Run.Finish(TEST_RESULT_FAILED);
 }
 
 }  // namespace
@@ -133,7 +117,7 @@ INT16 GetLogPageCount(StorageDevice& Device, DriveLog Log) {
   return PageCount(Device, Log, Silent);
 }
 
-UINT64 ReadLogCandidates(StorageRun& Run, StorageDevice& Device, DriveLog Log, LbaList& List) {
+UINT64 ReadLogCandidates(DriveRun& Run, StorageDevice& Device, DriveLog Log, LbaList& List) {
   bool Silent = false;
   const INT8 Pages = static_cast<INT8>(PageCount(Device, Log, Silent));
   if (Silent) return LogReaderNoAnswer;
@@ -145,6 +129,17 @@ UINT64 ReadLogCandidates(StorageRun& Run, StorageDevice& Device, DriveLog Log, L
   return CollectEntries(Run, Device, Log, static_cast<const UINT8*>(Buffer.get()), static_cast<UINT64>(Pages), List);
 }
 
+DriveOutcome ListLogCandidates(DriveRun& Run, StorageDevice& Device, LbaList& List) {
+  UINTN FailedReaders = 0;
+  for (const LogReader& Reader : LogReaders) {
+    Run.ReportProgress(Reader.ProgressBefore);
+    const UINT64 Status = ReadLogCandidates(Run, Device, Reader.Log, List);
+    if (Status == LogReaderNoAnswer) return DriveOutcome::NoAnswer;
+    if (!CommandSucceeded(Status)) ++FailedReaders;
+  }
+  return FailedReaders < LogReaderCount ? DriveOutcome::Passed : DriveOutcome::Refused;
+}
+
 UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
   if (Device.Info->SmartSupported == 0) {
     Run.LogKey(LineWarning, KeySmartNotSupported);
@@ -154,40 +149,27 @@ UINT64 TargetedReadTest(StorageRun& Run, StorageDevice& Device) {
   if (!EnableSmartIfNeeded(Run, Device, LineWarning))
     return DriveAnswered(Device) ? TEST_RESULT_PLATFORM_ERROR : TEST_RESULT_FAILED;
 
+  const DriveOperations Drive = AtaDriveOperations(Device, 1);
   LbaList Candidates;
-  UINTN FailedReaders = 0;
-  for (const LogReader& Reader : LogReaders) {
-    Run.ReportProgress(Reader.ProgressBefore);
-    const UINT64 Status = ReadLogCandidates(Run, Device, Reader.Log, Candidates);
-    if (Status == LogReaderNoAnswer) {
-      Run.LogKey(LineError, KeyCommunicationFailure);
-      Run.ReportProgress(100);
-      return TEST_RESULT_FAILED;
-    }
-    if (!CommandSucceeded(Status)) ++FailedReaders;
-  }
+  const DriveOutcome Listed = Drive.ListLoggedLbas(Drive.Context, Run, Candidates);
+  if (Listed == DriveOutcome::NoAnswer) return Silent(Run);
   Run.ReportProgress(CollectedPercent);
-  if (!Run.KeepRunning()) {
-    Run.ReportProgress(100);
-    return TEST_RESULT_CANCELED;
-  }
+  if (!Run.KeepRunning()) return Run.Finish(TEST_RESULT_CANCELED);
   if (Candidates.Empty()) {
     // Nothing to aim at: the test could not run, which is not a pass.
-    if (FailedReaders < LogReaderCount) Run.LogKey(LineWarning, KeyCantPerformTest);
+    if (Listed != DriveOutcome::Refused) Run.LogKey(LineWarning, KeyCantPerformTest);
     return TEST_RESULT_NOT_SUPPORTED;
   }
 
   LbaList Errors;
-  UINT64 FailedReads = 0;
-  if (!ReadAroundCandidates(Run, Device, Candidates, Errors, FailedReads)) {
-    Run.LogKey(LineError, KeyCommunicationFailure);
-    Run.ReportProgress(100);
-    return TEST_RESULT_FAILED;
-  }
+  CandidateReport Report(Run, Errors);
+  const UINT64 After = SectorsAroundCandidate - SectorsBeforeCandidate - 1;
+  if (ReadAroundLogged(Drive, Candidates, SectorsBeforeCandidate, After, Report) == ScanEnd::NoAnswer)
+    return Silent(Run);
   Errors.ForEach([&](UINT64 Lba) { Run.LogReadError(Lba); });
   Run.ReportProgress(100);
   if (!Run.KeepRunning()) return TEST_RESULT_CANCELED;
-  return FailedReads == 0 ? TEST_RESULT_PASSED : TEST_RESULT_FAILED;
+  return Report.FailedReads() == 0 ? TEST_RESULT_PASSED : TEST_RESULT_FAILED;
 }
 
 }  // namespace tarvik

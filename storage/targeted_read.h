@@ -9,9 +9,10 @@
 // when a stop request ended it, 1004 when SMART cannot be switched on.
 #pragma once
 
+#include "drives/drive_operations.h"
 #include "efi/efi.h"
 #include "storage/drive_logs.h"
-#include "storage/lba_list.h"
+#include "drives/lba_list.h"
 #include "storage/storage_device.h"
 #include "storage/storage_run.h"
 
@@ -32,6 +33,11 @@ INT16 GetLogPageCount(StorageDevice& Device, DriveLog Log);
 // stop request. 0 also when no directory names the log; otherwise the log
 // read's status, ATA_COMMAND_FAILED when the list cannot grow,
 // EFI_OUT_OF_RESOURCES without pages, LogReaderNoAnswer for a silent drive.
-UINT64 ReadLogCandidates(StorageRun& Run, StorageDevice& Device, DriveLog Log, LbaList& List);
+UINT64 ReadLogCandidates(DriveRun& Run, StorageDevice& Device, DriveLog Log, LbaList& List);
+
+// The candidates of every log the targeted read collects from, the progress
+// before each reader reported (5 to 40): NoAnswer as soon as the drive stops
+// answering, Refused when every reader failed.
+DriveOutcome ListLogCandidates(DriveRun& Run, StorageDevice& Device, LbaList& List);
 
 }  // namespace tarvik

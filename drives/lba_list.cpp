@@ -1,4 +1,4 @@
-#include "storage/lba_list.h"
+#include "drives/lba_list.h"
 
 #include "core/globals.h"
 
