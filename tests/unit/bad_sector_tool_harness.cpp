@@ -96,12 +96,4 @@ std::pair<std::string, std::string> ToolBench::row(UINT64 index, UINT64 device) 
   return texts;
 }
 
-std::u16string repair_pattern() {
-  std::u16string pattern;
-  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
-  pattern.resize(255);
-  pattern.push_back(0);
-  return pattern;
-}
-
 }  // namespace testing_support
