@@ -91,16 +91,21 @@ Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 stop_at_report
   return out;
 }
 
-TEST(MarchPasses, SoundMemoryPassesEndingAt100AndHoldingTheLastPattern) {
-  FaultyWords memory(41);  // odd: the last word is never touched
-  memory.stuck_at_one[40] = 1;
-  const Outcome out = run_passes(memory, 41);
+TEST(MarchPasses, SoundMemoryPassesReportingEveryTenthOfAPhaseAndHoldsTheLastPattern) {
+  FaultyWords memory(201);  // odd: the last word is never touched
+  memory.stuck_at_one[200] = 1;
+  const Outcome out = run_passes(memory, 201);
   EXPECT_EQ(out.result, tarvik::TEST_RESULT_PASSED);
+  // N = 100, Q = 10: ten reports and the phase end, for each of the 18 phases,
+  // except that descending phases skip k = 0 (nine and the end).
+  EXPECT_EQ(out.progress.size(), 18u * 11 - 6);
+  EXPECT_EQ(out.progress.front(), 0u);  // (1 + 0) * 100 / 180
+  EXPECT_EQ(out.progress[10], 5u);      // end of phase 1: 1 * 100 / 18
   EXPECT_EQ(out.progress.back(), 100u);
   // Last pass uses set 2, whose Z is 0x55...; the untested word keeps its value.
   EXPECT_EQ(memory.words[0], 0x5555555555555555ull);
-  EXPECT_EQ(memory.words[39], 0x5555555555555555ull);
-  EXPECT_EQ(memory.words[40], 0x1234u);
+  EXPECT_EQ(memory.words[199], 0x5555555555555555ull);
+  EXPECT_EQ(memory.words[200], 0x1234u);
 }
 
 TEST(MarchPasses, FaultsInEitherHalfAreReportedWithTheExpectedAndTheReadValue) {
@@ -169,16 +174,6 @@ TEST(MarchPasses, AStopDuringPhaseTwoEndsAtTheNextLookAndStillReportsEveryPhaseE
   // Phases 2 to 6 of the first pass each report their end: 2/18 .. 6/18.
   const std::vector<UINT64> tail(out.progress.end() - 5, out.progress.end());
   EXPECT_EQ(tail, (std::vector<UINT64>{11, 16, 22, 27, 33}));
-}
-
-TEST(MarchPasses, ProgressReportsEveryTenthOfAPhaseWithoutTheLastPairOfADescendingOne) {
-  FaultyWords memory(200);
-  const Outcome out = run_passes(memory, 200);
-  // N = 100, Q = 10: ten reports and the phase end, for each of the 18 phases,
-  // except that descending phases skip k = 0 (nine and the end).
-  EXPECT_EQ(out.progress.size(), 18u * 11 - 6);
-  EXPECT_EQ(out.progress.front(), 0u);  // (1 + 0) * 100 / 180
-  EXPECT_EQ(out.progress[10], 5u);      // end of phase 1: 1 * 100 / 18
 }
 
 TEST(PairRuns, PairsThatCrossBlockBoundariesMapToTheirWords) {
