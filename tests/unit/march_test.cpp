@@ -150,24 +150,18 @@ TEST(MarchPasses, EachPhaseTouchesThePairsInTheDocumentedOrderAloneAndSplit) {
 }
 
 TEST(PairRuns, PairsThatCrossBlockBoundariesMapToTheirWords) {
-  // Blocks of 3, 5 and 4 words: 12 words, N = 6; word k lies in block i at
-  // base + (k - words before i) * 8.
-  static UINT64 a[3], b[5], c[4];
+  // Blocks of 3, 5 and 4 words, one word apart: 12 words, N = 6.
+  static UINT64 w[15];
   tarvik::BlockTable table{};
-  const UINT64 sizes[] = {3, 5, 4};
-  UINT64* bases[] = {a, b, c};
+  table.BlockCount = 3;
+  table.TotalWords = 12;
+  table.HalfWords = 6;
+  const UINT64 sizes[] = {3, 5, 4}, starts[] = {0, 4, 10};
   for (int i = 0; i < 3; ++i) {
     table.BlockWords[i] = sizes[i];
-    table.BlockBase[i] = reinterpret_cast<UINT64>(bases[i]);
-    table.TotalWords += sizes[i];
+    table.BlockBase[i] = reinterpret_cast<UINT64>(w + starts[i]);
   }
-  table.BlockCount = 3;
-  table.HalfWords = table.TotalWords / 2;
-  const auto address = [&](UINT64 k) {
-    for (int i = 0; i < 3; k -= sizes[i], ++i)
-      if (k < sizes[i]) return bases[i] + k;
-    return static_cast<UINT64*>(nullptr);
-  };
+  const auto address = [](UINT64 k) { return w + k + (k >= 3) + (k >= 8); };
   std::vector<PairRun> runs(tarvik::MaxPairRuns);
   const UINT64 count = tarvik::BuildPairRuns(table, runs.data());
   UINT64 k = 0;

@@ -16,15 +16,9 @@ namespace {
 using testing_support::TestMachine;
 using testing_support::utf8;
 
-hostfw::MemoryModuleInfo module(uint32_t mib, uint8_t type, const char* serial, uint16_t speed = 1600) {
-  hostfw::MemoryModuleInfo m;
-  m.manufacturer = "Kestrel";
-  m.part_number = "KV-1";
-  m.serial = serial;
-  m.size_mib = mib;
-  m.memory_type = type;
-  m.speed_mts = speed;
-  return m;
+hostfw::MemoryModuleInfo module(uint32_t mib, uint8_t type, const char* serial) {
+  return {.locator = "", .bank = "", .manufacturer = "Kestrel", .serial = serial, .part_number = "KV-1",
+          .size_mib = mib, .speed_mts = 1600, .memory_type = type};
 }
 
 class MemoryModule : public ::testing::Test {
