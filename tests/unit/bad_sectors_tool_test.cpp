@@ -47,19 +47,16 @@ class BadSectorsTool : public ::testing::Test {
   }
   // Runs the tool; a check writes nothing, and every write a repair sent
   // is one sector that the run's scan reported unreadable.
-  UINT64 run(UINT64 operation, ToolScreen& screen, UINT64 device = 0, bool progress = true) {
+  UINT64 run(UINT64 operation, ToolScreen& screen, bool progress = true) {
     watch->commands.clear();
-    const UINT64 result = bench->run(operation, screen, device, progress);
+    const UINT64 result = bench->run(operation, screen, 0, progress);
+    if (operation == kWriteUncorrectable) return result;
     std::set<uint64_t> reported;
     for (const std::string& line : screen.lines)
       if (line.rfind("Error #", 0) == 0) reported.insert(std::stoull(line.substr(line.rfind(' ') + 1)));
-    EXPECT_TRUE(operation != kCheck || watch->writes().empty()) << "a check wrote";
-    if (operation != kRecover) return result;
-    for (const AtaCommand& w : watch->writes()) {
-      EXPECT_EQ(w.code, 0x30);
-      EXPECT_EQ(w.count, 1u);
-      EXPECT_EQ(reported.count(w.lba), 1u) << "wrote sector " << w.lba;
-    }
+    for (const AtaCommand& w : watch->writes())
+      EXPECT_TRUE(operation == kRecover && w.code == 0x30 && w.count == 1 && reported.count(w.lba) == 1)
+          << "wrote sector " << w.lba;
     return result;
   }
   std::vector<uint64_t> written() {
@@ -129,7 +126,7 @@ TEST_F(BadSectorsTool, DecliningOrCancellingTheRecoveryLeavesTheDriveUntouched) 
     screen.on_progress = [&](UINT64 percent) {
       if (percent >= 50) bench->tool->CancelTool(nullptr);
     };
-    EXPECT_EQ(run(kRecover, screen, 0, cancel), 1003u);
+    EXPECT_EQ(run(kRecover, screen, cancel), 1003u);
     EXPECT_EQ(screen.lines,
               (Lines{"Error #001 in sector 100", "# Bad sectors found =\t 1 #", "Test canceled by User."}));
     EXPECT_TRUE(watch->writes().empty());
@@ -302,12 +299,13 @@ TEST_F(Repair, AnErrorOtherThanUncOrASectorNamedOutsideTheCommandEndsTheScan) {
 TEST_F(Repair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttribute) {
   // With 100 spare sectors attribute 5's value is 100 less the reallocated
   // count; its threshold is 36.
+  ToolScreen screen;
   const auto boxes = [&](const Edit& edit, std::deque<EFI_STATUS> answers = {kNo}) {
     start([&](hostfw::DriveInfo& d) {
       d.spare_sectors = 100;
       edit(d);
     });
-    ToolScreen screen;
+    screen = ToolScreen{};
     screen.answers = answers;
     EXPECT_EQ(run(kCheck, screen), 1003u);
     EXPECT_TRUE(watch->read_lbas().empty());
@@ -318,6 +316,9 @@ TEST_F(Repair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttri
   using Kinds = std::vector<int>;
   EXPECT_EQ(boxes([](hostfw::DriveInfo&) {}), Kinds{2});                                 // 100 against 36
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.reallocated_sectors = 55; }), Kinds{1});  // 45 x 100 = 36 x 125
+  EXPECT_EQ(screen.boxes[0].second,
+            "Your storage device indicates an imminent failure. You must backup your data and replace your storage "
+            "device.");
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.reallocated_sectors = 54; }), Kinds{2});  // 46
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.absent_attributes = {5}; }), Kinds{1});   // neither listed: both 0
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.smart_supported = false; }), Kinds{2});  // cannot tell
@@ -332,17 +333,11 @@ TEST_F(Repair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttri
   std::vector<uint8_t> smart;
   for (const AtaCommand& c : watch->of(0xB0)) smart.push_back(c.features);
   EXPECT_EQ(smart, (std::vector<uint8_t>{0xD8, 0xD0, 0xD1, 0xD9}));
-  ToolScreen refused;
-  refused.answers = {kNo};
-  EXPECT_EQ(run(kRecover, refused), 1003u);
-  EXPECT_EQ(refused.boxes, (std::vector<std::pair<int, std::string>>{
-                               {1, "Your storage device indicates an imminent failure. You must backup your data and "
-                                   "replace your storage device."}}));
-
 }
 
-// Write uncorrectable marks five sectors; a drive that refuses it ends the operation with 1004.
-TEST_F(Repair, WriteUncorrectableMarksFiveSectorsOrEndsWith1004WhenRefused) {
+// Write uncorrectable marks five sectors; a drive that refuses it (ending
+// the operation with 1004) is the QEMU test's, whose firmware refuses it.
+TEST_F(Repair, WriteUncorrectableMarksFiveSectors) {
   start();
   ToolScreen screen;
   EXPECT_EQ(run(kWriteUncorrectable, screen), 1000u);
@@ -358,20 +353,8 @@ TEST_F(Repair, WriteUncorrectableMarksFiveSectorsOrEndsWith1004WhenRefused) {
     EXPECT_EQ(screen.lines[i], "Writting to LBA " + std::to_string(marks[i].lba));
     EXPECT_TRUE(sector_is_bad(marks[i].lba));
   }
-
-  // Refused as this machine reports every error: in the status block only.
-  watch->answer = [](EFI_ATA_PASS_THRU_COMMAND_PACKET& packet, UINT16, const auto& drive) {
-    return packet.Acb->AtaCommand == 0x45 ? AtaInterposer::Abort(packet, EFI_SUCCESS) : drive();
-  };
-  ToolScreen refused;
-  EXPECT_EQ(run(kWriteUncorrectable, refused), 1004u);
-  ASSERT_EQ(refused.lines.size(), 2u);
-  EXPECT_EQ(refused.lines[0].rfind("Writting to LBA ", 0), 0u);
-  EXPECT_EQ(refused.lines[1], "Error in WriteUncorrectable");
-  EXPECT_EQ(refused.progress, std::vector<UINT64>{0});
 }
 
-// How the draw is made is the random LBA tests'; here, that it never names sector 0.
 TEST(WriteUncorrectable, SectorsToMarkAreNeverSector0) {
   TestMachine machine;
   ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
