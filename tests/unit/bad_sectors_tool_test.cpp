@@ -197,24 +197,20 @@ TEST_F(Repair, SectorsThatRefuseTheWriteOrStayBadRemainAndTheOthersAreRepaired) 
 // Firmware that leaves the LBA registers zero reports every uncorrectable
 // error at LBA 0: the repair writes sector 0 only when it really fails.
 TEST_F(Repair, ASectorReportedWithoutItsAddressIsWrittenOnlyWhenItFailsAgain) {
-  struct Case {
-    uint64_t bad;
-    const char* line;  // what the repair says of sector 0
-    uint64_t writes;
-  };
-  for (const Case c : {Case{5, "Sector 0 reads well: not written", 0}, Case{0, "Corrected sector 0", 1}}) {
-    SCOPED_TRACE(c.bad);
+  // The bad sector, what the repair says of sector 0 and how often it is written.
+  for (const auto& [bad, line, writes] : {std::tuple{5ull, "Sector 0 reads well: not written", 0ull},
+                                          std::tuple{0ull, "Corrected sector 0", 1ull}}) {
+    SCOPED_TRACE(bad);
     start([&](hostfw::DriveInfo& d) {
       d.unc_lba_unreported = true;
-      d.bad_sectors = {{c.bad, c.bad}};
+      d.bad_sectors = {{bad, bad}};
     });
     ToolScreen screen;
     EXPECT_EQ(run(kRecover, screen), 1000u);
     EXPECT_EQ(screen.lines[0], "Error #001 in sector 0");
-    EXPECT_NE(std::find(screen.lines.begin(), screen.lines.end(), c.line), screen.lines.end());
-    const hostfw::AtaCommandCounts& counts = (*machine)->ata()->counts(1);
-    EXPECT_EQ(counts.command(0x30), c.writes);
-    EXPECT_EQ(counts.writes_at(0), c.writes);
+    EXPECT_NE(std::find(screen.lines.begin(), screen.lines.end(), line), screen.lines.end());
+    EXPECT_EQ((*machine)->ata()->counts(1).command(0x30), writes);
+    EXPECT_EQ((*machine)->ata()->counts(1).writes_at(0), writes);
   }
 }
 
@@ -234,25 +230,6 @@ TEST_F(Repair, LargerLogicalSectorsAreWrittenWholeWithThePatternRepeated) {
   pattern[255] = 0;
   for (size_t block = 0; block < 8; ++block)
     EXPECT_EQ(std::memcmp(writes[0].data.data() + 512 * block, pattern.data(), 512), 0) << block;
-}
-
-EFIAPI EFI_STATUS no_pages(EFI_ALLOCATE_TYPE, EFI_MEMORY_TYPE, UINTN, EFI_PHYSICAL_ADDRESS*) {
-  return EFI_OUT_OF_RESOURCES;
-}
-
-TEST_F(Repair, WithoutASectorBufferNothingIsWrittenAndEveryBadSectorRemains) {
-  start([](hostfw::DriveInfo& d) { d.bad_sectors = {{100, 100}, {200, 200}}; });
-  const EFI_ALLOCATE_PAGES allocate = tarvik::gBS->AllocatePages;
-  tarvik::gBS->AllocatePages = no_pages;
-  ToolScreen screen;
-  const UINT64 result = run(kRecover, screen);
-  tarvik::gBS->AllocatePages = allocate;
-  EXPECT_EQ(result, 1001u);
-  EXPECT_EQ(screen.lines, (Lines{"Error #001 in sector 100", "Error #002 in sector 200",
-                                 "# Bad sectors found =\t = 2 #",
-                                 "Cannot allocate the sector buffer (Out of Resources): nothing was written.",
-                                 "# Bad sectors found =\t 2 #", "# 2 Bad Sectors remain(s) #"}));
-  EXPECT_TRUE(watch->writes().empty());
 }
 
 // An error other than UNC ends the scan; so does a failing sector the drive

@@ -39,19 +39,16 @@ struct FaultyWords {
   }
 };
 
-struct Reports {
-  static inline std::vector<UINT64>* sink = nullptr;
-  static EFIAPI EFI_STATUS Record(VOID*, UINT64 percent, UINT64) {
-    sink->push_back(percent);
-    return EFI_SUCCESS;
-  }
-};
-
 struct Outcome {
   UINT64 result;
   Mismatch found;
   std::vector<UINT64> progress;
 };
+
+EFIAPI EFI_STATUS record_progress(VOID* outcome, UINT64 percent, UINT64) {
+  static_cast<Outcome*>(outcome)->progress.push_back(percent);
+  return EFI_SUCCESS;
+}
 
 // The split without threads: the APs' procedures run at once, one after
 // another, before the BSP takes what is left.
@@ -71,8 +68,7 @@ Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 processors = 1
   const PairRun run{0, n, memory.words.data(), memory.words.data() + n};
   volatile UINT8 keep_running = 1;
   Outcome out{0, {0, 0, 0}, {}};
-  Reports::sink = &out.progress;
-  tarvik::MarchProgress progress{nullptr, Reports::Record, 0, 0, 0};
+  tarvik::MarchProgress progress{reinterpret_cast<tarvik::TestModuleProtocol*>(&out), record_progress, 0, 0, 0};
   InlineProcessors cpus{processors};
   out.result = tarvik::MarchPasses<FaultyWords, InlineProcessors>(memory, &run, n ? 1 : 0, n, &keep_running,
                                                                   progress, cpus)
