@@ -38,8 +38,6 @@ class ToolBench {
   // RunTool with a null record, as the recovery screen calls it; without
   // progress, with a null progress callback.
   UINT64 run(UINT64 operation, ToolScreen& screen, UINT64 device = 0, bool progress = true);
-  // Label and value of a row of the tool.
-  std::pair<std::string, std::string> row(UINT64 row, UINT64 device = 0);
 
   tarvik::BadSectorsToolProtocol* tool = nullptr;
   tarvik::StorageDrives drives{};
