@@ -147,7 +147,8 @@ TEST_F(MemoryModule, ModulesThatAddUpToMoreThanTheMapByAModuleFailTheRun) {
     for (uint32_t mib : c.modules) modules.push_back(module(mib, 24, "S"));
     machine.reset();  // one simulated machine at a time
     start(modules);
-    EXPECT_EQ(run(record, (*machine)->memory()), c.fails ? tarvik::TEST_RESULT_FAILED : tarvik::TEST_RESULT_PASSED) << c.modules[1];
+    const UINT64 result = run(record, (*machine)->memory());
+    EXPECT_EQ(result, c.fails ? tarvik::TEST_RESULT_FAILED : tarvik::TEST_RESULT_PASSED) << c.modules[1];
     if (!c.fails) continue;
     ASSERT_EQ(Heard::lines.size(), 3u);
     EXPECT_EQ(Heard::lines[0], "ERROR MEMORY_NOT_IN_USE INSTALLED " + std::to_string(c.modules[0] + c.modules[1]) +
