@@ -135,12 +135,12 @@ TEST(MarchPasses, EachPhaseTouchesThePairsInTheDocumentedOrderAloneAndSplit) {
     const auto verify = [](int k) { return "R" + std::to_string(k) + " R" + std::to_string(k + 2) + " "; };
     const auto written = [](int k) { return "W" + std::to_string(k) + " W" + std::to_string(k + 2) + " "; };
     const auto pair = [&](int k) { return verify(k) + written(k) + verify(k) + written(k); };
-    // Pass 1 (set 1): write; three ascending read-write phases... then phase 6 also restores X.
-    const std::string pass1 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
-                              pair(1) + pair(0) + verify(0) + written(0) + verify(0) + verify(1) + written(1) +
-                              verify(1);
-    const std::string pass2 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
-                              pair(1) + pair(0) + verify(0) + verify(1);
+    // Each pass: a write, four read-write phases (two ascending, two
+    // descending), then phase 6 verifies; pass 1 (set 1) also restores X.
+    const std::string phases = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
+                               pair(1) + pair(0);
+    const std::string pass1 = phases + verify(0) + written(0) + verify(0) + verify(1) + written(1) + verify(1);
+    const std::string pass2 = phases + verify(0) + verify(1);
     EXPECT_EQ(memory.trace, pass1 + pass2 + pass2) << processors;
   }
 }

@@ -106,24 +106,17 @@ TEST(NvmeDiscovery, OneDevicePerNamespaceGarbageAndSilenceSkippedWithALine) {
 }
 
 // The verdict's thresholds are the parser tests'; the screen test runs a
-// failing drive through the module.
-TEST(NvmeHealthStatus, FiguresFromTheHealthLogAndSilence) {
+// failing drive through the module, the QEMU test checks the first line.
+TEST(NvmeHealthStatus, FiguresFromTheHealthLog) {
   NvmeInfo d = drive();
   d.unsafe_shutdowns = 4;
-  d.temperature_c = 41;
   d.critical_warning = 0x04;
-  Bench bench({d, drive()});
+  Bench bench({d});
   EXPECT_EQ(tarvik::NvmeHealthStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
   ASSERT_EQ(bench.lines.size(), 4u);
-  EXPECT_EQ(bench.lines[0].rfind("MESSAGE SMART_HEALTH TEMPERATURE 41 PERCENTAGE_USED ", 0), 0u) << bench.lines[0];
   EXPECT_EQ(bench.lines[1].rfind("MESSAGE SMART_SPARE AVAILABLE_SPARE ", 0), 0u) << bench.lines[1];
   EXPECT_NE(bench.lines[2].find(" UNSAFE_SHUTDOWNS 4 "), std::string::npos) << bench.lines[2];
   EXPECT_EQ(bench.lines[3], "ERROR NVME_HEALTH_FAILING");
-  EXPECT_EQ(bench.progress, (std::vector<uint64_t>{0, 100}));
-  bench.lines.clear();
-  bench.controller(1).stop_answering_after(0);
-  EXPECT_EQ(tarvik::NvmeHealthStatusTest(bench.run, bench.device(1)), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(bench.lines, Lines{"ERROR COMMUNICATION_FAILURE"});
 }
 
 // Each case's test is followed to the end (a stop request at 20% aborts it
@@ -198,6 +191,7 @@ TEST(NvmeReadTests, UnreadableBlocksAtBothEndsAreEachLogged) {
   }
 }
 
+// A drive that falls silent fails a read scan and the health test alike.
 TEST(NvmeReadTests, RandomReadsAndSilence) {
   NvmeInfo bad = drive();
   bad.blocks = 64;
@@ -213,7 +207,8 @@ TEST(NvmeReadTests, RandomReadsAndSilence) {
   bench.lines.clear();
   bench.controller(0).stop_answering_after(10);
   EXPECT_EQ(tarvik::NvmeFullReadScan(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(bench.lines, Lines{"ERROR COMMUNICATION_FAILURE"});
+  EXPECT_EQ(tarvik::NvmeHealthStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
+  EXPECT_EQ(bench.lines, (Lines{"ERROR COMMUNICATION_FAILURE", "ERROR COMMUNICATION_FAILURE"}));
 }
 
 }  // namespace
