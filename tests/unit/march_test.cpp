@@ -12,9 +12,6 @@
 
 namespace {
 
-using tarvik::Mismatch;
-using tarvik::PairRun;
-
 // A memory stand-in: words with stuck bits and coupling faults (writing an
 // aggressor word flips a bit of its victim), and a trace of every access.
 struct FaultyWords {
@@ -41,7 +38,7 @@ struct FaultyWords {
 
 struct Outcome {
   UINT64 result;
-  Mismatch found;
+  tarvik::Mismatch found;
   std::vector<UINT64> progress;
 };
 
@@ -65,7 +62,7 @@ struct InlineProcessors {
 
 Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 processors = 1) {
   const UINT64 n = word_count / 2;
-  const PairRun run{0, n, memory.words.data(), memory.words.data() + n};
+  const tarvik::PairRun run{0, n, memory.words.data(), memory.words.data() + n};
   volatile UINT8 keep_running = 1;
   Outcome out{0, {0, 0, 0}, {}};
   tarvik::MarchProgress progress{reinterpret_cast<tarvik::TestModuleProtocol*>(&out), record_progress, 0, 0, 0};
@@ -158,7 +155,7 @@ TEST(PairRuns, PairsThatCrossBlockBoundariesMapToTheirWords) {
     table.BlockBase[i] = reinterpret_cast<UINT64>(w + starts[i]);
   }
   const auto address = [](UINT64 k) { return w + k + (k >= 3) + (k >= 8); };
-  std::vector<PairRun> runs(tarvik::MaxPairRuns);
+  std::vector<tarvik::PairRun> runs(tarvik::MaxPairRuns);
   const UINT64 count = tarvik::BuildPairRuns(table, runs.data());
   UINT64 k = 0;
   for (UINT64 r = 0; r < count; ++r) {

@@ -53,7 +53,6 @@ class Bench {
     EXPECT_EQ(machine->memory().outstanding_pages(), pages_before_) << "pages left behind";
   }
   tarvik::NvmeDevice& device(size_t index) { return drives.Devices[index]; }
-  hostfw::NvmeController& controller(size_t index) { return machine->nvme(index); }
 
   testing_support::TestMachine machine;
   tarvik::NvmeDrives drives{};
@@ -184,7 +183,7 @@ TEST(NvmeReadTests, UnreadableBlocksAtBothEndsAreEachLogged) {
       EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR 0", last}));
       EXPECT_TRUE(std::is_sorted(bench.progress.begin(), bench.progress.end()));
       EXPECT_EQ(bench.progress.back(), 100u);
-      const auto& counts = bench.controller(0).counts();
+      const auto& counts = bench.machine->nvme(0).counts();
       EXPECT_GT(counts.io_command(verify ? tarvik::nvme_opcode::Verify : tarvik::nvme_opcode::Read), 0u);
       EXPECT_EQ(counts.io_command(verify ? tarvik::nvme_opcode::Read : tarvik::nvme_opcode::Verify), 0u);
     }
@@ -198,14 +197,14 @@ TEST(NvmeReadTests, RandomReadsAndSilence) {
   bad.bad_lbas = {{1, 0, 63}};
   Bench bench({drive(), bad});
   EXPECT_EQ(tarvik::NvmeRandomReadTest(bench.run, bench.device(0), *tarvik::gDiagCommon), tarvik::TEST_RESULT_PASSED);
-  EXPECT_EQ(bench.controller(0).counts().io_command(tarvik::nvme_opcode::Verify), 5000u);
+  EXPECT_EQ(bench.machine->nvme(0).counts().io_command(tarvik::nvme_opcode::Verify), 5000u);
   // The first unreadable block ends the random reads.
   EXPECT_EQ(tarvik::NvmeRandomReadTest(bench.run, bench.device(1), *tarvik::gDiagCommon), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(bench.controller(1).counts().io_command(tarvik::nvme_opcode::Verify), 1u);
+  EXPECT_EQ(bench.machine->nvme(1).counts().io_command(tarvik::nvme_opcode::Verify), 1u);
   ASSERT_EQ(bench.lines.size(), 1u);
   EXPECT_EQ(bench.lines[0].rfind("ERROR READ_SECTOR_ERROR ", 0), 0u);
   bench.lines.clear();
-  bench.controller(0).stop_answering_after(10);
+  bench.machine->nvme(0).stop_answering_after(10);
   EXPECT_EQ(tarvik::NvmeFullReadScan(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(tarvik::NvmeHealthStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(bench.lines, (Lines{"ERROR COMMUNICATION_FAILURE", "ERROR COMMUNICATION_FAILURE"}));

@@ -1,6 +1,7 @@
 // The NVMe page readers: what they take from well-formed pages, and what
-// they refuse (short pages, empty namespaces, unlisted LBA formats,
-// unprintable identification). Reads past a page are the fuzz target's.
+// they refuse (short pages, empty namespaces, unlisted LBA formats). Reads
+// past a page and what an accepted page must hold are the fuzz target's;
+// Identify Controller's texts are the discovery, screen and QEMU tests'.
 #include "nvme/nvme_parsers.h"
 
 #include <gtest/gtest.h>
@@ -12,34 +13,6 @@
 #include "tests/support/test_machine.h"
 
 namespace {
-
-// An Identify Controller page with the given texts, blank-padded.
-std::vector<UINT8> controller_page(const char* serial, const char* model) {
-  std::vector<UINT8> page(tarvik::NvmeIdentifyBytes, 0);
-  auto& c = *reinterpret_cast<tarvik::NvmeIdentifyController*>(page.data());
-  std::memset(c.SerialNumber, ' ', 20);
-  std::memset(c.ModelNumber, ' ', 40);
-  std::memcpy(c.SerialNumber, serial, std::strlen(serial));
-  std::memcpy(c.ModelNumber, model, std::strlen(model));
-  std::memcpy(c.FirmwareRevision, "1.0     ", 8);
-  return page;
-}
-
-// The fields the algorithms use (self-test and Verify support, the error
-// log's size) are the algorithm tests', on the simulated drives' pages.
-TEST(NvmeParsers, IdentifyControllerTakesTrimmedTextsAndRefusesGarbage) {
-  tarvik::NvmeControllerFacts facts{};
-  std::vector<UINT8> page = controller_page("S123", "Fast SSD 1TB");
-  page.resize(8192);  // longer pages are fine
-  ASSERT_TRUE(tarvik::ParseIdentifyController(page.data(), page.size(), &facts));
-  EXPECT_EQ(testing_support::utf8(facts.Model), "Fast SSD 1TB");
-  EXPECT_EQ(testing_support::utf8(facts.Firmware), "1.0");
-  EXPECT_FALSE(tarvik::ParseIdentifyController(page.data(), 4095, &facts));
-  for (const auto& [serial, model] : {std::pair{"S1\x07", "M"}, {"S1", "Mod\xff"}, {"", "M"}, {"S1", ""}}) {
-    page = controller_page(serial, model);
-    EXPECT_FALSE(tarvik::ParseIdentifyController(page.data(), page.size(), &facts)) << serial << model;
-  }
-}
 
 TEST(NvmeParsers, IdentifyNamespaceTakesTheFormattedLbaSize) {
   const struct {
@@ -98,10 +71,9 @@ TEST(NvmeParsers, LogsNameTheNamespacesLbasAndTheNewestSelfTest) {
   auto& st = *reinterpret_cast<tarvik::NvmeSelfTestLog*>(log.data());
   st.CurrentOperation = 0x2;
   st.CurrentCompletion = 0x80 | 120;  // reserved bit set, beyond 100
+  // Passed, failed and aborted entries are the algorithm tests', from the drives' own logs.
   const struct { UINT8 status; tarvik::NvmeSelfTestOutcome outcome; } results[] = {
-      {0x1F, tarvik::NvmeSelfTestOutcome::Unused}, {0x10, tarvik::NvmeSelfTestOutcome::Passed},
-      {0x21, tarvik::NvmeSelfTestOutcome::AbortedByCommand}, {0x17, tarvik::NvmeSelfTestOutcome::Failed},
-      {0x12, tarvik::NvmeSelfTestOutcome::Other}};
+      {0x1F, tarvik::NvmeSelfTestOutcome::Unused}, {0x12, tarvik::NvmeSelfTestOutcome::Other}};
   tarvik::NvmeSelfTestFacts facts{};
   for (const auto& r : results) {
     st.Results[0].Status = r.status;
