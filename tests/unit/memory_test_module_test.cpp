@@ -16,9 +16,9 @@ namespace {
 using testing_support::TestMachine;
 using testing_support::utf8;
 
+// A module at 1600 MT/s (locator, bank, maker, serial, part number, size, speed, type).
 hostfw::MemoryModuleInfo module(uint32_t mib, uint8_t type, const char* serial) {
-  return {.locator = "", .bank = "", .manufacturer = "Kestrel", .serial = serial, .part_number = "KV-1",
-          .size_mib = mib, .speed_mts = 1600, .memory_type = type};
+  return {"", "", "Kestrel", serial, "KV-1", mib, 1600, type};
 }
 
 class MemoryModule : public ::testing::Test {
@@ -62,7 +62,7 @@ TEST_F(MemoryModule, TheRowsDescribeTheModulesInUseBeforeAnyRun) {
   EXPECT_EQ(record->GetLogRowCount(record), 35u);
   using Row = std::pair<std::string, std::string>;
   const std::pair<UINT64, Row> system[] = {
-      {0, {"Total Physical Memory:", "9 GB"}},        {2, {"Memory Device 1 - DDR3 (1600 MHz)", ""}},
+      {0, {"Total Physical Memory:", "9 GB"}},          {2, {"Memory Device 1 - DDR3 (1600 MHz)", ""}},
       {9, {"Memory Device 2 - Unkown (1600 MHz)", ""}}, {14, {"Memory Serial Number:", "-"}},
       {16, {"Memory Device 3 - 3DRAm (1600 MHz)", ""}}, {25, {"Memory Size:", "0 GB"}},
   };

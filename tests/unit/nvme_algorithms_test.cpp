@@ -27,8 +27,9 @@ namespace {
 // log line; nothing allocated may be left once the namespaces are released.
 // A 256 MiB drive of 512-byte blocks unless told otherwise.
 hostfw::NvmeInfo drive(const std::string& serial = "NVB-0001") {
-  return {.model = "Bench NV " + serial, .serial = serial, .firmware = "NB1", .blocks = 1u << 19, .bad_lbas = {},
-          .error_log_lbas = {}};
+  hostfw::NvmeInfo d{.model = serial, .serial = serial, .firmware = "NB1", .bad_lbas = {}, .error_log_lbas = {}};
+  d.blocks = 1u << 19;
+  return d;
 }
 
 class Bench {
