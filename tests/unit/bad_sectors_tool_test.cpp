@@ -1,6 +1,6 @@
 // The bad-sector tool on the simulated machine's rotating drives: the scan,
-// the repair, the warning, write uncorrectable, cancelling, the rows and a
-// failed publication, with every command the drive received on record, on a
+// the repair, the warning, write uncorrectable, cancelling and a failed
+// publication, with every command the drive received on record, on a
 // machine that reports a failed command as OVMF of Debian 12's age does:
 // EFI_SUCCESS, the error only in the status block (the screen tests run the
 // tool where it reports EFI_DEVICE_ERROR). Every write a check or a repair
@@ -73,6 +73,8 @@ class Repair : public ::testing::Test {
   std::unique_ptr<ToolBench> bench;
   std::unique_ptr<AtaInterposer> watch;
 };
+
+// The scan, cancelling and publication cases; the same machine.
 using BadSectorsTool = Repair;
 
 TEST_F(BadSectorsTool, A28BitDriveIsVerified16SectorsAtATimeAndTheScanGoesOnRightAfterABadSector) {
@@ -272,7 +274,7 @@ TEST_F(Repair, TheWarningComesAtOneAndAQuarterTimesTheThresholdOrWithoutTheAttri
             "device.");
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.reallocated_sectors = 54; }), Kinds{2});  // 46
   EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.absent_attributes = {5}; }), Kinds{1});   // neither listed: both 0
-  EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.smart_supported = false; }), Kinds{2});  // cannot tell
+  EXPECT_EQ(boxes([](hostfw::DriveInfo& d) { d.smart_supported = false; }), Kinds{2});   // cannot tell
 
   // SMART off: switched on for the reading and off again; the warning
   // accepted, the run goes on to its question.
