@@ -86,22 +86,4 @@ UINT64 ToolBench::run(UINT64 operation, ToolScreen& screen, UINT64 device, bool 
   return result;
 }
 
-std::pair<std::string, std::string> ToolBench::row(UINT64 index, UINT64 device) {
-  CHAR16* label = nullptr;
-  CHAR16* value = nullptr;
-  EXPECT_EQ(tool->GetRunInfoRow(nullptr, index, device, &label, &value), EFI_SUCCESS);
-  std::pair<std::string, std::string> texts{utf8(label), utf8(value)};
-  tarvik::gBS->FreePool(label);
-  tarvik::gBS->FreePool(value);
-  return texts;
-}
-
-std::u16string repair_pattern() {
-  std::u16string pattern;
-  while (pattern.size() < 255) pattern += u"BAD_SECTOR_REPAIRED_";
-  pattern.resize(255);
-  pattern.push_back(0);
-  return pattern;
-}
-
 }  // namespace testing_support

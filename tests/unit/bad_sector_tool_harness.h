@@ -1,6 +1,5 @@
-// What the bad-sector tool tests share: the screen the tool talks to, a
-// watch on every ATA command a controller receives, and a bench that finds
-// the machine's drives and publishes the tool over them.
+// What the bad-sector tool tests share: the screen the tool talks to and a
+// bench that finds the machine's drives and publishes the tool over them.
 #pragma once
 
 #include <cstdint>
@@ -26,9 +25,6 @@ struct ToolScreen {
   std::function<void(UINT64 percent)> on_progress;  // e.g. the user's ESC
 };
 
-// Every command a controller receives, recorded while it lives.
-using CommandWatch = AtaInterposer;
-
 // The core services, the drives discovered on the machine and the tool
 // published over the rotating ones; on destruction everything is taken
 // down again and the test fails if a pool or page is left.
@@ -42,8 +38,6 @@ class ToolBench {
   // RunTool with a null record, as the recovery screen calls it; without
   // progress, with a null progress callback.
   UINT64 run(UINT64 operation, ToolScreen& screen, UINT64 device = 0, bool progress = true);
-  // Label and value of a row of the tool.
-  std::pair<std::string, std::string> row(UINT64 row, UINT64 device = 0);
 
   tarvik::BadSectorsToolProtocol* tool = nullptr;
   tarvik::StorageDrives drives{};
@@ -60,9 +54,5 @@ class ToolBench {
 // The tool's operations, as RunTool takes them, and the answer "no".
 inline constexpr UINT64 kCheck = 0, kRecover = 1, kWriteUncorrectable = 2;
 inline constexpr EFI_STATUS kNo = EFI_ABORTED;
-
-// The 512 bytes the repair writes: "BAD_SECTOR_REPAIRED_" to 255 characters
-// and the terminator.
-std::u16string repair_pattern();
 
 }  // namespace testing_support

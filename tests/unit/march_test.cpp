@@ -1,5 +1,6 @@
 // The march passes over memory that can hold faults: what they find, where,
-// in which order they touch the words, how they report progress and stop.
+// in which order they touch the words, how they report progress. A stop
+// mid-phase is the multi-processor tests'.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -11,19 +12,12 @@
 
 namespace {
 
-using tarvik::Mismatch;
-using tarvik::PairRun;
-
 // A memory stand-in: words with stuck bits and coupling faults (writing an
 // aggressor word flips a bit of its victim), and a trace of every access.
 struct FaultyWords {
   std::vector<UINT64> words;
   std::map<size_t, UINT64> stuck_at_one, stuck_at_zero;
-  struct Coupling {
-    size_t victim;
-    UINT64 bit;
-  };
-  std::map<size_t, Coupling> couplings;  // by aggressor
+  std::map<size_t, std::pair<size_t, UINT64>> couplings;  // by aggressor: the victim and its bit
   std::string trace;
   bool tracing = false;
 
@@ -32,35 +26,26 @@ struct FaultyWords {
   UINT64 Read(volatile UINT64* word) {
     const size_t i = index(word);
     if (tracing) trace += "R" + std::to_string(i) + " ";
-    UINT64 v = words[i];
-    if (stuck_at_one.count(i)) v |= stuck_at_one[i];
-    if (stuck_at_zero.count(i)) v &= ~stuck_at_zero[i];
-    return v;
+    return (words[i] | stuck_at_one[i]) & ~stuck_at_zero[i];
   }
   void Write(volatile UINT64* word, UINT64 value) {
     const size_t i = index(word);
     if (tracing) trace += "W" + std::to_string(i) + " ";
     words[i] = value;
-    if (couplings.count(i)) words[couplings[i].victim] ^= couplings[i].bit;
-  }
-};
-
-struct Reports {
-  static inline std::vector<UINT64>* sink = nullptr;
-  static inline UINT64 stop_at_report = 0;  // clears the flag at this report (1-based), 0 = never
-  static inline volatile UINT8* flag = nullptr;
-  static EFIAPI EFI_STATUS Record(VOID*, UINT64 percent, UINT64) {
-    sink->push_back(percent);
-    if (stop_at_report != 0 && sink->size() == stop_at_report) *flag = 0;
-    return EFI_SUCCESS;
+    if (const auto c = couplings.find(i); c != couplings.end()) words[c->second.first] ^= c->second.second;
   }
 };
 
 struct Outcome {
   UINT64 result;
-  Mismatch found;
+  tarvik::Mismatch found;
   std::vector<UINT64> progress;
 };
+
+EFIAPI EFI_STATUS record_progress(VOID* outcome, UINT64 percent, UINT64) {
+  static_cast<Outcome*>(outcome)->progress.push_back(percent);
+  return EFI_SUCCESS;
+}
 
 // The split without threads: the APs' procedures run at once, one after
 // another, before the BSP takes what is left.
@@ -75,15 +60,12 @@ struct InlineProcessors {
   void Idle() {}
 };
 
-Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 stop_at_report = 0, UINT64 processors = 1) {
+Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 processors = 1) {
   const UINT64 n = word_count / 2;
-  const PairRun run{0, n, memory.words.data(), memory.words.data() + n};
+  const tarvik::PairRun run{0, n, memory.words.data(), memory.words.data() + n};
   volatile UINT8 keep_running = 1;
   Outcome out{0, {0, 0, 0}, {}};
-  Reports::sink = &out.progress;
-  Reports::stop_at_report = stop_at_report;
-  Reports::flag = &keep_running;
-  tarvik::MarchProgress progress{nullptr, Reports::Record, 0, 0, 0};
+  tarvik::MarchProgress progress{reinterpret_cast<tarvik::TestModuleProtocol*>(&out), record_progress, 0, 0, 0};
   InlineProcessors cpus{processors};
   out.result = tarvik::MarchPasses<FaultyWords, InlineProcessors>(memory, &run, n ? 1 : 0, n, &keep_running,
                                                                   progress, cpus)
@@ -91,16 +73,21 @@ Outcome run_passes(FaultyWords& memory, size_t word_count, UINT64 stop_at_report
   return out;
 }
 
-TEST(MarchPasses, SoundMemoryPassesEndingAt100AndHoldingTheLastPattern) {
-  FaultyWords memory(41);  // odd: the last word is never touched
-  memory.stuck_at_one[40] = 1;
-  const Outcome out = run_passes(memory, 41);
+TEST(MarchPasses, SoundMemoryPassesReportingEveryTenthOfAPhaseAndHoldsTheLastPattern) {
+  FaultyWords memory(201);  // odd: the last word is never touched
+  memory.stuck_at_one[200] = 1;
+  const Outcome out = run_passes(memory, 201);
   EXPECT_EQ(out.result, tarvik::TEST_RESULT_PASSED);
+  // N = 100, Q = 10: ten reports and the phase end, for each of the 18 phases,
+  // except that descending phases skip k = 0 (nine and the end).
+  EXPECT_EQ(out.progress.size(), 18u * 11 - 6);
+  EXPECT_EQ(out.progress.front(), 0u);  // (1 + 0) * 100 / 180
+  EXPECT_EQ(out.progress[10], 5u);      // end of phase 1: 1 * 100 / 18
   EXPECT_EQ(out.progress.back(), 100u);
   // Last pass uses set 2, whose Z is 0x55...; the untested word keeps its value.
   EXPECT_EQ(memory.words[0], 0x5555555555555555ull);
-  EXPECT_EQ(memory.words[39], 0x5555555555555555ull);
-  EXPECT_EQ(memory.words[40], 0x1234u);
+  EXPECT_EQ(memory.words[199], 0x5555555555555555ull);
+  EXPECT_EQ(memory.words[200], 0x1234u);
 }
 
 TEST(MarchPasses, FaultsInEitherHalfAreReportedWithTheExpectedAndTheReadValue) {
@@ -129,7 +116,7 @@ TEST(MarchPasses, FaultsInEitherHalfAreReportedWithTheExpectedAndTheReadValue) {
     for (const Case& c : cases) {
       FaultyWords memory(20);
       c.plant(memory);
-      const Outcome out = run_passes(memory, 20, 0, processors);
+      const Outcome out = run_passes(memory, 20, processors);
       EXPECT_EQ(out.result, tarvik::TEST_RESULT_FAILED) << c.what << ", processors " << processors;
       EXPECT_EQ(out.found.ExpectedValue, c.expected) << c.what << ", processors " << processors;
       EXPECT_EQ(out.found.BadValue, c.read) << c.what << ", processors " << processors;
@@ -141,66 +128,34 @@ TEST(MarchPasses, EachPhaseTouchesThePairsInTheDocumentedOrderAloneAndSplit) {
   for (const UINT64 processors : {1, 2}) {
     FaultyWords memory(4);  // pairs (0, 2) and (1, 3); split, one pair per processor
     memory.tracing = true;
-    run_passes(memory, 4, 0, processors);
+    run_passes(memory, 4, processors);
     const auto verify = [](int k) { return "R" + std::to_string(k) + " R" + std::to_string(k + 2) + " "; };
     const auto written = [](int k) { return "W" + std::to_string(k) + " W" + std::to_string(k + 2) + " "; };
     const auto pair = [&](int k) { return verify(k) + written(k) + verify(k) + written(k); };
-    // Pass 1 (set 1): write; three ascending read-write phases... then phase 6 also restores X.
-    const std::string pass1 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
-                              pair(1) + pair(0) + verify(0) + written(0) + verify(0) + verify(1) + written(1) +
-                              verify(1);
-    const std::string pass2 = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
-                              pair(1) + pair(0) + verify(0) + verify(1);
+    // Each pass: a write, four read-write phases (two ascending, two
+    // descending), then phase 6 verifies; pass 1 (set 1) also restores X.
+    const std::string phases = written(0) + written(1) + pair(0) + pair(1) + pair(0) + pair(1) + pair(1) + pair(0) +
+                               pair(1) + pair(0);
+    const std::string pass1 = phases + verify(0) + written(0) + verify(0) + verify(1) + written(1) + verify(1);
+    const std::string pass2 = phases + verify(0) + verify(1);
     EXPECT_EQ(memory.trace, pass1 + pass2 + pass2) << processors;
   }
 }
 
-TEST(MarchPasses, AStopDuringPhaseTwoEndsAtTheNextLookAndStillReportsEveryPhaseEnd) {
-  FaultyWords memory(200);
-  memory.tracing = true;
-  // Reports of phase 1: 10 tenths and its end (11); the first tenth of phase 2 is report 12.
-  const Outcome out = run_passes(memory, 200, 12);
-  EXPECT_EQ(out.result, tarvik::TEST_RESULT_PASSED);  // the run turns it into "canceled"
-  // Phase 1 wrote 100 pairs; the stop came with the report at phase 2's
-  // first pair, and the look at the flag right after it ends the phase.
-  size_t accesses = 0;
-  for (char c : memory.trace) accesses += c == 'R' || c == 'W';
-  EXPECT_EQ(accesses, 200u);
-  // Phases 2 to 6 of the first pass each report their end: 2/18 .. 6/18.
-  const std::vector<UINT64> tail(out.progress.end() - 5, out.progress.end());
-  EXPECT_EQ(tail, (std::vector<UINT64>{11, 16, 22, 27, 33}));
-}
-
-TEST(MarchPasses, ProgressReportsEveryTenthOfAPhaseWithoutTheLastPairOfADescendingOne) {
-  FaultyWords memory(200);
-  const Outcome out = run_passes(memory, 200);
-  // N = 100, Q = 10: ten reports and the phase end, for each of the 18 phases,
-  // except that descending phases skip k = 0 (nine and the end).
-  EXPECT_EQ(out.progress.size(), 18u * 11 - 6);
-  EXPECT_EQ(out.progress.front(), 0u);  // (1 + 0) * 100 / 180
-  EXPECT_EQ(out.progress[10], 5u);      // end of phase 1: 1 * 100 / 18
-}
-
 TEST(PairRuns, PairsThatCrossBlockBoundariesMapToTheirWords) {
-  // Blocks of 3, 5 and 4 words: 12 words, N = 6; word k lies in block i at
-  // base + (k - words before i) * 8.
-  static UINT64 a[3], b[5], c[4];
+  // Blocks of 3, 5 and 4 words, one word apart: 12 words, N = 6.
+  static UINT64 w[15];
   tarvik::BlockTable table{};
-  const UINT64 sizes[] = {3, 5, 4};
-  UINT64* bases[] = {a, b, c};
+  table.BlockCount = 3;
+  table.TotalWords = 12;
+  table.HalfWords = 6;
+  const UINT64 sizes[] = {3, 5, 4}, starts[] = {0, 4, 10};
   for (int i = 0; i < 3; ++i) {
     table.BlockWords[i] = sizes[i];
-    table.BlockBase[i] = reinterpret_cast<UINT64>(bases[i]);
-    table.TotalWords += sizes[i];
+    table.BlockBase[i] = reinterpret_cast<UINT64>(w + starts[i]);
   }
-  table.BlockCount = 3;
-  table.HalfWords = table.TotalWords / 2;
-  const auto address = [&](UINT64 k) {
-    for (int i = 0; i < 3; k -= sizes[i], ++i)
-      if (k < sizes[i]) return bases[i] + k;
-    return static_cast<UINT64*>(nullptr);
-  };
-  std::vector<PairRun> runs(tarvik::MaxPairRuns);
+  const auto address = [](UINT64 k) { return w + k + (k >= 3) + (k >= 8); };
+  std::vector<tarvik::PairRun> runs(tarvik::MaxPairRuns);
   const UINT64 count = tarvik::BuildPairRuns(table, runs.data());
   UINT64 k = 0;
   for (UINT64 r = 0; r < count; ++r) {

@@ -1,6 +1,7 @@
 // The NVMe page readers: what they take from well-formed pages, and what
-// they refuse (short pages, empty namespaces, unlisted LBA formats,
-// unprintable identification). Reads past a page are the fuzz target's.
+// they refuse (short pages, empty namespaces, unlisted LBA formats). Reads
+// past a page and what an accepted page must hold are the fuzz target's;
+// Identify Controller's texts are the discovery, screen and QEMU tests'.
 #include "nvme/nvme_parsers.h"
 
 #include <gtest/gtest.h>
@@ -12,45 +13,6 @@
 #include "tests/support/test_machine.h"
 
 namespace {
-
-template <typename Page>
-std::vector<UINT8> page_of(void (*fill)(Page&), size_t size = sizeof(Page)) {
-  std::vector<UINT8> bytes(std::max(size, sizeof(Page)), 0);
-  fill(*reinterpret_cast<Page*>(bytes.data()));
-  bytes.resize(size);
-  return bytes;
-}
-
-bool controller(const char* serial, const char* model, tarvik::NvmeControllerFacts* facts, size_t size = 4096) {
-  static const char* s;
-  static const char* m;
-  s = serial, m = model;
-  const auto page = page_of<tarvik::NvmeIdentifyController>(
-      [](tarvik::NvmeIdentifyController& c) {
-        std::memset(c.SerialNumber, ' ', 20);
-        std::memset(c.ModelNumber, ' ', 40);
-        std::memcpy(c.SerialNumber, s, std::strlen(s));
-        std::memcpy(c.ModelNumber, m, std::strlen(m));
-        std::memcpy(c.FirmwareRevision, "1.0     ", 8);
-        c.MaximumDataTransferSize = 5;
-        c.OptionalAdminCommands = 1u << 4;
-        c.ErrorLogPageEntries = 63;
-      },
-      size);
-  return tarvik::ParseIdentifyController(page.data(), page.size(), facts);
-}
-
-TEST(NvmeParsers, IdentifyControllerTakesTrimmedTextsAndRefusesGarbage) {
-  tarvik::NvmeControllerFacts facts{};
-  ASSERT_TRUE(controller("S123", "Fast SSD 1TB", &facts, 8192));  // longer pages are fine
-  EXPECT_EQ(testing_support::utf8(facts.Model), "Fast SSD 1TB");
-  EXPECT_EQ(testing_support::utf8(facts.Firmware), "1.0");
-  EXPECT_TRUE(facts.SelfTestSupported && !facts.VerifySupported);
-  EXPECT_EQ(facts.ErrorLogEntries, 64);
-  EXPECT_FALSE(controller("S1", "M", &facts, 4095));
-  for (const auto& [serial, model] : {std::pair{"S1\x07", "M"}, {"S1", "Mod\xff"}, {"", "M"}, {"S1", ""}})
-    EXPECT_FALSE(controller(serial, model, &facts)) << serial << model;
-}
 
 TEST(NvmeParsers, IdentifyNamespaceTakesTheFormattedLbaSize) {
   const struct {
@@ -77,11 +39,11 @@ TEST(NvmeParsers, IdentifyNamespaceTakesTheFormattedLbaSize) {
 }
 
 TEST(NvmeParsers, HealthLogFiguresAndVerdict) {
-  const auto page = page_of<tarvik::NvmeHealthLog>([](tarvik::NvmeHealthLog& h) {
-    h.CompositeTemperature = 273 + 41;
-    h.PowerOnHours[1] = 0x12;
-    h.MediaErrors[8] = 1;  // beyond 64 bits
-  });
+  std::vector<UINT8> page(sizeof(tarvik::NvmeHealthLog), 0);
+  auto& h = *reinterpret_cast<tarvik::NvmeHealthLog*>(page.data());
+  h.CompositeTemperature = 273 + 41;
+  h.PowerOnHours[1] = 0x12;
+  h.MediaErrors[8] = 1;  // beyond 64 bits
   tarvik::NvmeHealthFacts facts{};
   ASSERT_TRUE(tarvik::ParseHealthLog(page.data(), page.size(), &facts));
   EXPECT_EQ(facts.TemperatureC, 41);
@@ -109,10 +71,9 @@ TEST(NvmeParsers, LogsNameTheNamespacesLbasAndTheNewestSelfTest) {
   auto& st = *reinterpret_cast<tarvik::NvmeSelfTestLog*>(log.data());
   st.CurrentOperation = 0x2;
   st.CurrentCompletion = 0x80 | 120;  // reserved bit set, beyond 100
+  // Passed, failed and aborted entries are the algorithm tests', from the drives' own logs.
   const struct { UINT8 status; tarvik::NvmeSelfTestOutcome outcome; } results[] = {
-      {0x1F, tarvik::NvmeSelfTestOutcome::Unused}, {0x10, tarvik::NvmeSelfTestOutcome::Passed},
-      {0x21, tarvik::NvmeSelfTestOutcome::AbortedByCommand}, {0x17, tarvik::NvmeSelfTestOutcome::Failed},
-      {0x12, tarvik::NvmeSelfTestOutcome::Other}};
+      {0x1F, tarvik::NvmeSelfTestOutcome::Unused}, {0x12, tarvik::NvmeSelfTestOutcome::Other}};
   tarvik::NvmeSelfTestFacts facts{};
   for (const auto& r : results) {
     st.Results[0].Status = r.status;
