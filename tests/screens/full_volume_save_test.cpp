@@ -1,6 +1,7 @@
-// Saving a log on a stick that is all but full: the save is refused with the
-// error box, the Log.log the stick already held keeps every byte, and the
-// log stays on screen to be saved on another volume.
+// Saving a log where it cannot go. On a stick that is all but full the save
+// is refused with the error box, the Log.log the stick already held keeps
+// every byte, and the log stays on screen to be saved on another volume; on a
+// machine without a volume the dialog says to insert one.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -31,12 +32,22 @@ std::string earlier_runs() {
   return text;
 }
 
+constexpr char kToTheSaveDialog[] =
+    "wait \"Main Screen\"; key Enter; wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; key F2;";
+
+// One device and one algorithm: the run starts without selection screens.
+void run_one_pair(TestMachine& machine) {
+  FakeTestModule module(machine->image_handle());
+  module.devices = {FakeDevice(u"Disk A")};
+  module.algorithms = {FakeAlgorithm(u"Read", u"READ")};
+  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
+}
+
 TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewhere) {
   const std::string before = earlier_runs();
   fs::path full_log, spare_log;
   TestMachine machine(
-      "wait \"Main Screen\"; key Enter;"
-      "wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; snap \"dialog\"; key Enter;"
+      std::string(kToTheSaveDialog) + "wait \"Save Log\"; snap \"dialog\"; key Enter;"
       "wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\"; snap \"log again\";"
       "key F2; wait \"Save Log\"; key Down; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;"
       "wait \"Main Screen\"; key Up; key Enter",
@@ -44,19 +55,17 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
         ASSERT_EQ(p.volumes.size(), 2u);
         p.volumes[0].label = "FULL";
         p.volumes[0].size_mib = 1;
+        p.volumes[1].size_mib = 15258;  // 16,000,000,000 bytes, as a USB stick sells them
         full_log = fs::path(p.volumes[0].directory) / "Log" / "Log.log";
         spare_log = fs::path(p.volumes[1].directory) / "Log" / "Log.log";
         fs::create_directories(full_log.parent_path());
         std::ofstream(full_log, std::ios::binary) << before;
       });
-  FakeTestModule module(machine->image_handle());
-  module.test_name = u"Quick Disk Test";
-  module.devices = {FakeDevice(u"Disk A")};
-  module.algorithms = {FakeAlgorithm(u"Read", u"READ", tarvik::TEST_RESULT_PASSED)};
-  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
+  run_one_pair(machine);
 
   const hostfw::ConsoleOut& console = machine->console();
   EXPECT_TRUE(console.snapshot("dialog").grid.contains("Device FULL (1 GB)"));
+  EXPECT_TRUE(console.snapshot("dialog").grid.contains("(15 GB)"));
   EXPECT_TRUE(console.snapshot("refused").grid.contains("Error"));
   EXPECT_TRUE(console.snapshot("log again").grid.contains("Tarvik Diagnostic Log")) << "the log is still on screen";
 
@@ -70,6 +79,13 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
   const size_t footer = saved.rfind("\n--- ");
   ASSERT_NE(footer, std::string::npos) << saved;
   EXPECT_EQ(saved.find('\n', footer + 1), saved.size() - 1) << "the footer is the last line";
+}
+
+TEST(FullVolumeSave, WithoutAVolumeTheDialogAsksForOne) {
+  TestMachine machine(std::string(kToTheSaveDialog) + "wait \"device and try again.\"; key Enter; key Esc;"
+                      "wait \"Main Screen\"; key Up; key Enter",
+                      [](hostfw::Profile& p) { p.volumes.clear(); });
+  run_one_pair(machine);
 }
 
 }  // namespace
