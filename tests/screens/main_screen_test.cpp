@@ -137,17 +137,6 @@ TEST(MainScreen, RightAndLeftMoveBetweenThePanelsKeepingTheSelectionInRange) {
   EXPECT_EQ(highlighted_row(console.snapshot("tests").grid, 55), -1);
 }
 
-TEST(MainScreen, WithNoTestsOnlyExitApplicationIsOfferedAndEnterLeaves) {
-  TestMachine machine("wait \"Main Screen\"; key Down; key Up; snap \"main\"; key Right; key Down;"
-                      "snap \"one tool\"; key Left; key Enter");
-  Modules modules(machine, 0);
-  run_to_reset(machine, modules.setup);
-  const hostfw::ConsoleOut& console = machine->console();
-  EXPECT_EQ(panel_entries(console.snapshot("main").grid, 5, 45), std::vector<std::string>{"Exit Application"});
-  EXPECT_EQ(highlighted_row(console.snapshot("main").grid, 5), 5);
-  EXPECT_EQ(highlighted_row(console.snapshot("one tool").grid, 55), 5);
-}
-
 TEST(MainScreen, ExitHandsTheConsoleBackClearedInItsOwnModeWithTheCursorShown) {
   TestMachine machine("wait \"Main Screen\"; snap \"main\"; key Up; key Enter");
   Modules modules(machine, 1);
