@@ -4,7 +4,6 @@
 // where the memory test itself runs on a small simulated machine.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -38,12 +37,28 @@ FakeTestModule& two_disks_three_algorithms(FakeTestModule& m) {
   return m;
 }
 
+// The devices come first; Down from the first entry three times reaches the
+// confirm line past the all-line. Back on the main screen the test is still
+// selected. Each device's rows head the left panel while it is tested.
 TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
-  TestMachine machine(std::string(kChooseAll) + "wait \"IN PROGRESS\"; snap \"running\"; wait \"F3 = view log\";"
-                      "snap \"outcome\"; key Esc;" + kLeave);
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Devices\"; snap \"devices\"; key Down 3;"
+                      "snap \"next\"; key Enter; wait \"Select Algorithms\"; key Enter; wait \"IN PROGRESS\";"
+                      "snap \"running\"; wait \"S-0123456789-0123456789\"; snap \"first\"; wait \"Device: B\";"
+                      "snap \"second\"; wait \"F3 = view log\"; snap \"outcome\"; key Esc; wait \"Main Screen\";"
+                      "snap \"back\";" + std::string(kLeave));
   FakeTestModule module(machine->image_handle());
   two_disks_three_algorithms(module).algorithms[0].progress = {0, 10, 7, 20};  // a report that goes back is not drawn
+  module.devices[0].run_info = {{u"Device: Arkon Disk One Model", u""}, {u"Size:", u"64 GB"},
+                                {u"Device: Makers Of Very Long Names Incorporated Model 9000", u""},
+                                {u"Serial:", u"S-0123456789-0123456789-0123456789"}};
+  module.devices[1].run_info = {{u"Device: B", u""}, {u"Size:", u""}, {u"", u""}, {u"", u"x"}};
   run_to_reset(machine, ApplicationSetup{.modules = {&module}});
+  const hostfw::ScreenGrid& devices = machine->console().snapshot("devices").grid;
+  for (const auto& [row, line] : {std::pair{5, "[X] Disk A"}, {6, "[X] Disk B"}, {10, "    Next >"}})
+    EXPECT_EQ(trimmed(devices.text_at(30, row, 40)), line);
+  EXPECT_NE(devices.row_text(29).find("ENTER = next"), std::string::npos);
+  EXPECT_EQ(machine->console().snapshot("next").grid.attribute_at(30, 10), 0x1F);
+  EXPECT_EQ(machine->console().snapshot("back").grid.attribute_at(5, 5), 0x1F);
   EXPECT_NE(machine.transcript().find(" 10%"), std::string::npos);
   EXPECT_EQ(machine.transcript().find(" 07%"), std::string::npos);
 
@@ -57,7 +72,26 @@ TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
   EXPECT_EQ(result_line(running, 9), "Seek  ON QUEUE");
   EXPECT_EQ(result_line(running, 12), "Result Code: -");
   EXPECT_EQ(result_line(running, 14), "Disk B");
-  EXPECT_EQ(trimmed(running.text_at(5, 5, 40)), "Algorithm:          Read");
+
+  // The left panel's rows about the device: a row given whole, a label with
+  // its value from column 25, texts that end at the box's edge at column 48;
+  // the next device's shorter texts leave nothing of the first's.
+  const auto panel_row = [](const hostfw::ScreenGrid& grid, int row) { return grid.text_at(5, row, 43); };
+  const hostfw::ScreenGrid& first = machine->console().snapshot("first").grid;
+  EXPECT_EQ(trimmed(panel_row(first, 5)), "Device: Arkon Disk One Model");
+  EXPECT_EQ(trimmed(panel_row(first, 6)), "Size:" + std::string(15, ' ') + "64 GB");
+  EXPECT_EQ(panel_row(first, 7), "Device: Makers Of Very Long Names Incorpora");
+  EXPECT_EQ(panel_row(first, 8), "Serial:" + std::string(13, ' ') + "S-0123456789-0123456789");
+  EXPECT_EQ(trimmed(panel_row(first, 9)), "Algorithm:          Read");
+  for (int row = 5; row <= 8; ++row) {
+    EXPECT_EQ(first.text_at(48, row, 1), "\u2551") << "the box's edge stays on row " << row;
+    EXPECT_EQ(first.attribute_at(47, row), 0x30) << row;
+  }
+  const hostfw::ScreenGrid& second = machine->console().snapshot("second").grid;
+  EXPECT_EQ(panel_row(second, 5), "Device: B" + std::string(34, ' '));
+  EXPECT_EQ(panel_row(second, 6), "Size:" + std::string(38, ' '));
+  EXPECT_EQ(panel_row(second, 7), std::string(43, ' '));
+  EXPECT_EQ(panel_row(second, 8), std::string(20, ' ') + "x" + std::string(22, ' '));
 
   const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
   EXPECT_NE(outcome.row_text(29).find("ESC = exit  F3 = view log"), std::string::npos);

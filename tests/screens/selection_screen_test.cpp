@@ -1,5 +1,6 @@
-// Choosing devices and algorithms after Enter on a test: the screens a
-// technician ticks entries on, drawn from the module's names.
+// Choosing algorithms after Enter on a test: the screen a technician ticks
+// entries on, drawn from the module's names. (The device list comes first
+// when there are several devices; the run screen's tests go through it.)
 #include <gtest/gtest.h>
 
 #include <string>
@@ -48,28 +49,6 @@ TEST(SelectionScreen, OneDeviceSkipsTheDeviceScreenAndSixAlgorithmsShowTenLinesA
   EXPECT_EQ(line(after, 5), "[ ] Algorithm 1");
   EXPECT_EQ(line(after, 12), "[-] Select/deselect all");
   EXPECT_TRUE(module.runs.empty());
-}
-
-TEST(SelectionScreen, DevicesComeFirstAndConfirmingBothRunsEveryChosenPair) {
-  TestMachine machine(
-      "wait \"Main Screen\"; key Enter; wait \"Select Devices\"; snap \"devices\"; key Down 4; snap \"next\";"
-      "key Enter; wait \"Select Algorithms\"; key Enter; wait \"F3 = view log\"; key Esc; wait \"Main Screen\";"
-      "snap \"back\"; key Up; key Enter");
-  FakeTestModule module(machine->image_handle());
-  module.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B"), FakeDevice(u"Disk C")};
-  module.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK")};
-  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
-
-  const hostfw::ScreenGrid& devices = machine->console().snapshot("devices").grid;
-  EXPECT_EQ(line(devices, 5), "[X] Disk A");
-  EXPECT_EQ(line(devices, 7), "[X] Disk C");
-  EXPECT_EQ(line(devices, 11), "    Next >");
-  EXPECT_NE(devices.row_text(29).find("ENTER = next"), std::string::npos);
-  // Down from the first entry four times: B, C, the all-line, the confirm line.
-  EXPECT_EQ(machine->console().snapshot("next").grid.attribute_at(30, 11), 0x1F);
-  EXPECT_EQ(module.runs.size(), 6u);
-  // The main screen comes back with the test still selected.
-  EXPECT_EQ(machine->console().snapshot("back").grid.attribute_at(5, 5), 0x1F);
 }
 
 }  // namespace
