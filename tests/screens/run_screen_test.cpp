@@ -1,11 +1,13 @@
-// A test run as a technician sees it: the queue and progress while pairs
-// run, ESC, an error from the module, the outcome with result codes, the log
-// screen and saving the log. Test doubles stand in for the modules, except
-// where the memory test itself runs on a small simulated machine.
+// A test run as a technician sees it: the device and algorithm lists, the
+// queue and progress while pairs run, ESC, an error from the module, the
+// outcome with result codes, the log screen and saving the log. Test doubles
+// stand in for the modules, except where the memory test itself runs on a
+// small simulated machine.
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "hostfw/console_out.h"
 #include "hostfw/volumes.h"
@@ -177,10 +179,12 @@ TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll) {
 // kind words and upper-case words go through the module's TranslateKey (the
 // test double's gives the key back), anything else shows as it is.
 TEST(RunScreen, TheLogShowsMessagesAndEachResultInItsColour) {
-  // One device: no device list.
-  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Algorithms\"; key Enter;"
-                      "wait \"Seek  IN PROGRESS\"; key Esc; wait \"F3 = view log\"; key F3;"
-                      "wait \"F2 = save log\"; snap \"log\"; key Esc;" + std::string(kLeave));
+  // One device: no device list. The algorithm list: every entry ticked, a
+  // blank, the all-line, a blank and the confirm line; Space unticks the first.
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Algorithms\"; snap \"algorithms\"; key Space;"
+                      "snap \"one unticked\"; key Space; key Enter; wait \"Seek  IN PROGRESS\"; key Esc;"
+                      "wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; snap \"log\"; key Esc;" +
+                      std::string(kLeave));
   FakeTestModule module(machine->image_handle());
   module.devices = {FakeDevice(u"Disk A", {{u"UID:", u"D1"}, {u"DISPLAYNAME:", u"Disk A"}})};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ", tarvik::TEST_RESULT_FAILED), FakeAlgorithm(u"Seek", u"SEEK"),
@@ -188,6 +192,22 @@ TEST(RunScreen, TheLogShowsMessagesAndEachResultInItsColour) {
   module.algorithms[0].messages = {u"ERROR WRITE_READ_ERROR WROTE 5 READ 7", u"MESSAGE note:x", u"NOTICE TEXT"};
   module.algorithms[1].busy_ms = 5000;
   run_to_reset(machine, ApplicationSetup{.modules = {&module}});
+
+  const hostfw::ScreenGrid& list = machine->console().snapshot("algorithms").grid;
+  const auto line = [](const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(30, row, 40)); };
+  EXPECT_NE(list.row_text(1).find("Fake Device Test"), std::string::npos);
+  EXPECT_NE(list.row_text(29).find("ESC = exit  Arrow Keys = change option  Space = select/deselect  ENTER = run test"),
+            std::string::npos);
+  EXPECT_EQ(line(list, 3), std::string(11, ' ') + "Select Algorithms");  // centred in columns 30 to 69
+  EXPECT_EQ(list.text_at(29, 4, 1) + list.text_at(70, 12, 1), "╔╝");
+  std::string lines;
+  for (int row = 5; row <= 11; ++row) lines += line(list, row) + "|";
+  EXPECT_EQ(lines, "[X] Read|[X] Seek|[X] Smart||[X] Select/deselect all||    Run Test >|");
+  // The cursor line is highlighted to the box's edge.
+  EXPECT_EQ(std::tuple(list.attribute_at(30, 5), list.attribute_at(69, 5), list.attribute_at(30, 6)),
+            std::tuple(0x1F, 0x1F, 0x30));
+  const hostfw::ScreenGrid& unticked = machine->console().snapshot("one unticked").grid;
+  EXPECT_EQ(line(unticked, 5) + "|" + line(unticked, 9), "[ ] Read|[-] Select/deselect all");
 
   const hostfw::ScreenGrid& log = machine->console().snapshot("log").grid;
   // The time stamp of a line, then what follows it.
