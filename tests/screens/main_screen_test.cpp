@@ -95,8 +95,10 @@ TEST(MainScreen, At100x31TheFrameAndBothPanelsAreWhereTechniciansExpectThem) {
 TEST(MainScreen, FortyTestsScrollInTheTestsPanelAndUpAndDownWrapAround) {
   TestMachine machine(
       "wait \"Main Screen\"; key Down 30; snap \"entry 30\"; key Home; key Up 31;"
-      "snap \"exit\"; key Down; snap \"wrapped\"; key Up; key Enter");
+      "snap \"exit\"; key Down; snap \"wrapped\"; key Down 5; key Right; snap \"tools\"; key Left; snap \"tests\";"
+      "key Up 2; key Enter");
   Modules modules(machine, 40);
+  modules.setup.bad_sectors_tool = true;
   run_to_reset(machine, modules.setup);
   const hostfw::ConsoleOut& console = machine->console();
 
@@ -116,23 +118,14 @@ TEST(MainScreen, FortyTestsScrollInTheTestsPanelAndUpAndDownWrapAround) {
   // Down from "Exit Application" wraps to the first test.
   EXPECT_EQ(panel_entries(console.snapshot("wrapped").grid, 5, 45).front(), "Test 00");
   EXPECT_EQ(highlighted_row(console.snapshot("wrapped").grid, 5), 5);
-}
 
-TEST(MainScreen, RightAndLeftMoveBetweenThePanelsKeepingTheSelectionInRange) {
-  TestMachine machine(
-      "wait \"Main Screen\"; key Down 5; key Right; snap \"tools\"; key Left; snap \"tests\";"
-      "key Up 2; key Enter");
-  Modules modules(machine, 6);
-  modules.setup.bad_sectors_tool = true;
-  run_to_reset(machine, modules.setup);
-  const hostfw::ConsoleOut& console = machine->console();
+  // Right and Left keep the selection in range: from test 5 to the last tool
+  // (entry 1), the Tests panel losing its highlight, and back to test 1.
   const hostfw::ScreenGrid& tools = console.snapshot("tools").grid;
   EXPECT_EQ(panel_entries(tools, 55, 95),
             (std::vector<std::string>{"System Information", "Recover Bad Sectors Tool"}));
-  // From test 5 to the last tool (entry 1); the Tests panel loses its highlight.
   EXPECT_EQ(highlighted_row(tools, 55), 6);
   EXPECT_EQ(highlighted_row(tools, 5), -1);
-  // Back from tool entry 1 to test entry 1.
   EXPECT_EQ(highlighted_row(console.snapshot("tests").grid, 5), 6);
   EXPECT_EQ(highlighted_row(console.snapshot("tests").grid, 55), -1);
 }
