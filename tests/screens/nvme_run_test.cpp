@@ -28,25 +28,18 @@ TEST(NvmeRun, BothDrivesEveryAlgorithmTheLogAndSystemInformation) {
     p.nvme_drives[1].error_log_lbas = {{1, 4242, 4242}};
   };
   TestMachine machine(
-      "wait \"Main Screen\"; snap \"main\"; key Down 2; key Enter; wait \"Select Devices\"; key Enter;"
-      "wait \"Select Algorithms\"; snap \"algorithms\"; key Enter;"
+      "wait \"Main Screen\"; key Down 2; key Enter; wait \"Select Devices\"; key Enter;"
+      "wait \"Select Algorithms\"; key Enter;"
       "wait 7200 \"Problems were found\"; key Enter; wait \"F3 = view log\"; snap \"outcome\";"
       "key F3; wait \"F2 = save log\"; key F2; wait \"Save Log\"; key Enter;"
       "wait \"Log saved successfully!\"; key Enter; key Esc; key Esc;"
       "wait \"Main Screen\"; key Right; key Up; key Enter; wait \"Machine Information\"; key Tab 3; snap \"info\";"
-      "key Esc;"
-      "wait \"Main Screen\"; key Left; key Up; key Enter",
+      "key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
       small_drives);
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
 
-  EXPECT_NE(machine->console().snapshot("main").grid.row_text(7).find("Quick NVMe Device Test"), std::string::npos);
-  const hostfw::ScreenGrid& algorithms = machine->console().snapshot("algorithms").grid;
-  for (const char* name : {"Health Status", "Short Self-Test", "Extended Self-Test", "Random Read Test",
-                           "Error Log Read Test", "Full Read Scan"})
-    EXPECT_TRUE(algorithms.contains(name)) << name;
-  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
-  EXPECT_TRUE(outcome.contains("Veltro QX500 512GB"));
+  EXPECT_TRUE(machine->console().snapshot("outcome").grid.contains("Veltro QX500 512GB"));
 
   const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
   for (const char* line : {"\nDISPLAYNAME: Arkon NV7 1TB NVMe Device\n", "\nSERIAL: VQX5-0021-8841\n",

@@ -2,8 +2,7 @@
 // SSD, a rotating drive with unreadable sectors its error log names, and an
 // old drive whose SMART status reports a failure): every drive and every
 // algorithm, the advice box, the outcome of each pair, the storage part of
-// the log on screen and in the saved file; and ESC in the middle of a
-// self-test.
+// the log on screen, paged through, and in the saved file.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -100,10 +99,7 @@ TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndT
   // The log view shows the module's keys through its TranslateKey.
   const hostfw::ScreenGrid& log = console.snapshot("page 0").grid;
   EXPECT_EQ(trimmed(log.row_text(4)), " Storage - 2026/11/22 09:30:00");
-  EXPECT_EQ(trimmed(log.row_text(9)), " Manufacter: Arkon");
   EXPECT_EQ(trimmed(log.row_text(13)), " Rotation rate: Non-rotating media detected");
-  EXPECT_EQ(trimmed(log.row_text(19)),
-            " Supported standards:   ATA/ATAPI 4, ATA/ATAPI 5, ATA/ATAPI 6, ATA/ATAPI 7, ATA8_ACS.");
 
   const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
   for (const char* line : {"\nUID: Arkon-SSD-A510-AS510A2203004417\n", "\nTEMPERATURE: 46 C\n",
@@ -142,19 +138,6 @@ TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndT
                                      [](const std::string& l) { return l.rfind("20261122T", 0) == 0; }));
     at = last + 1;
   }
-}
-
-TEST(StorageRun, EscDuringASelfTestCancelsItAndNothingElseRuns) {
-  TestMachine machine(std::string(kStartStorageTest) +
-                      "wait \"Smart Short Selftest IN PROGRESS\"; pause 2000; key Esc; wait \"F3 = view log\";"
-                      "snap \"outcome\"; key Esc;" + kLeave);
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
-  EXPECT_EQ(machine->memory().outstanding_pages(), 0u);
-  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
-  EXPECT_EQ(result_line(outcome, 8), "Smart Status         PASSED");
-  EXPECT_EQ(result_line(outcome, 9), "Smart Short Selftest CANCELED");
-  EXPECT_EQ(result_line(outcome, 10), "Drive Self Test      ON QUEUE");
-  EXPECT_FALSE(outcome.contains("Problems have been identified")) << "nothing failed";
 }
 
 }  // namespace
