@@ -79,13 +79,17 @@ void expect_right_edge(const hostfw::ScreenGrid& grid, int column, int top, int 
   EXPECT_EQ(grid.text_at(column, bottom, 1), "\u255d") << bottom;
 }
 
-constexpr char kOpenSystemInfo[] = "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\";";
-
-TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
-  TestMachine machine(std::string(kOpenSystemInfo) +
-                          "snap \"machine\"; key Tab; snap \"memory\"; key Tab; snap \"storage\"; key PgDn;"
-                          "snap \"storage lower\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
-                      hostile_machine);
+// Every tab of System Information, then a run of both drives with the SMART
+// status alone (over in moments), its log and the save dialog.
+TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlankTheMachinesStrings) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\"; snap \"machine\"; key Tab;"
+      "snap \"memory\"; key Tab; snap \"storage\"; key PgDn; snap \"storage lower\"; key Esc; wait \"Main Screen\";"
+      "key Left; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
+      "wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
+      "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
+      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
+      hostile_machine);
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   const hostfw::ConsoleOut& console = machine->console();
 
@@ -116,18 +120,6 @@ TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
   // The second drive's model, a word wider than the value column.
   const hostfw::ScreenGrid& storage = console.snapshot("storage lower").grid;
   EXPECT_TRUE(storage.contains(first_columns(kModelShown, 35) + "\u2551")) << storage.screen_text();
-}
-
-TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriveModel) {
-  // Both drives, the SMART status alone: a run over in moments.
-  TestMachine machine(
-      "wait \"Main Screen\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\";"
-      "key Enter; wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
-      "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
-      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
-      hostile_machine);
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
-  const hostfw::ConsoleOut& console = machine->console();
 
   const hostfw::ScreenGrid& run = console.snapshot("run").grid;
   expect_whole_frame(run, 97, "run");
