@@ -1,7 +1,7 @@
-// Saving a log where it cannot go. On a stick that is all but full the save
-// is refused with the error box, the Log.log the stick already held keeps
-// every byte, and the log stays on screen to be saved on another volume; on a
-// machine without a volume the dialog says to insert one.
+// The save dialog, and saving a log where it cannot go. On a stick that is
+// all but full the save is refused with the error box, the Log.log the stick
+// already held keeps every byte, and the log stays on screen to be saved on
+// another volume; on a machine without a volume the dialog says to insert one.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -47,8 +47,8 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
   const std::string before = earlier_runs();
   fs::path full_log, spare_log;
   TestMachine machine(
-      std::string(kToTheSaveDialog) + "wait \"Save Log\"; snap \"dialog\"; key Enter;"
-      "wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\"; snap \"log again\";"
+      std::string(kToTheSaveDialog) + "wait \"Save Log\"; snap \"dialog\"; key Up; snap \"cancel\"; key Down;"
+      "key Enter; wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\"; snap \"log again\";"
       "key F2; wait \"Save Log\"; key Down; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;"
       "wait \"Main Screen\"; key Up; key Enter",
       [&](hostfw::Profile& p) {
@@ -64,8 +64,12 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
   run_one_pair(machine);
 
   const hostfw::ConsoleOut& console = machine->console();
-  EXPECT_TRUE(console.snapshot("dialog").grid.contains("Device FULL (1 GB)"));
-  EXPECT_TRUE(console.snapshot("dialog").grid.contains("(15 GB)"));
+  // Each volume on its row, Cancel a blank row below (Up from the first wraps to it).
+  const hostfw::ScreenGrid& dialog = console.snapshot("dialog").grid;
+  EXPECT_NE(dialog.row_text(13).find("Device FULL (1 GB)"), std::string::npos);
+  EXPECT_NE(dialog.row_text(14).find("Device DATA (15 GB)"), std::string::npos);
+  EXPECT_NE(dialog.row_text(16).find("Cancel"), std::string::npos);
+  EXPECT_EQ(console.snapshot("cancel").grid.attribute_at(27, 16), 0x1F);
   EXPECT_TRUE(console.snapshot("refused").grid.contains("Error"));
   EXPECT_TRUE(console.snapshot("log again").grid.contains("Tarvik Diagnostic Log")) << "the log is still on screen";
 
