@@ -63,33 +63,6 @@ TEST(RecoveryScreen, OneDriveSkipsTheDeviceListAndARefusedWarningEndsTheFlowWith
   EXPECT_EQ(machine.transcript().find("F3 = view log"), std::string::npos);
 }
 
-TEST(RecoveryScreen, TheChosenDriveAndOperationRunAndTheFinalViewShowsTheTimes) {
-  TestMachine machine(std::string(kOpenTool) + "wait \"Select Devices\"; key Down; key Space; key Enter;"
-                      "wait \"Select Algorithms\"; key Down; key Space; key Enter; wait \"F3 = view log\"; snap \"final\";"
-                      "key Esc;" + kLeave);
-  FakeBadSectorsTool tool;
-  tool.devices = {u"Drive 0", u"Drive 1"};
-  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
-    progress(nullptr, 40, 0);
-    tool_line(message, u"No bad sector found");
-    progress(nullptr, 100, 0);
-    return 1000;
-  };
-  run_to_reset(machine, with_tool(tool));
-
-  EXPECT_EQ(tool.runs, (std::vector<std::pair<UINT64, UINT64>>{{1, 1}}));
-  const hostfw::ScreenGrid& final = machine->console().snapshot("final").grid;
-  EXPECT_EQ(left_line(final, 5), "Device 0:           Drive 0");
-  EXPECT_EQ(left_line(final, 6), "Size:               1 GB");
-  EXPECT_EQ(left_line(final, 7), "Operation: Check and recover bad sectors");
-  EXPECT_NE(final.row_text(10).find("100%"), std::string::npos);
-  const std::vector<std::string> results = {"Recover started at: 2026-11-22 09:30:00.", "", "No bad sector found", "",
-                                             "Recover finished at: 2026-11-22 09:30:00.",
-                                             "Duration of Recover: 00:00:00."};
-  for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(result_line(final, 5 + static_cast<int>(i)), results[i]);
-  EXPECT_EQ(trimmed(final.row_text(29)).substr(trimmed(final.row_text(29)).size() - 25), "ESC = exit  F3 = view log");
-}
-
 // 22 lines are visible on 31 rows; the start line and a blank come first.
 // Past that the footer offers scrolling and the view follows the newest line,
 // until the technician scrolls up: then a new line leaves the view alone.
@@ -125,37 +98,49 @@ TEST(RecoveryScreen, TheViewFollowsTheNewestLineUntilTheTechnicianScrollsUp) {
   EXPECT_EQ(result_line(new_line, 26), "line V");
 }
 
-// The spinner (column 46, the progress bar's row) turns every 2 s while the
-// tool works and holds still while one of its boxes waits for an answer.
-TEST(RecoveryScreen, NoToTheRecoveryQuestionStillReachesTheFinalViewAndEscAsksTheToolToCancel) {
-  TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"Recover them?\";"
+// The chosen drive and operation run; No to the tool's question still
+// reaches the final view with the times, and ESC asks the tool to cancel. The
+// spinner (column 46, the progress bar's row) turns every 2 s while the tool
+// works and holds still while one of its boxes waits for an answer.
+TEST(RecoveryScreen, TheChosenOperationRunsAndNoToItsQuestionStillReachesTheFinalViewAndEscCancels) {
+  TestMachine machine(std::string(kOpenTool) + "wait \"Select Devices\"; key Down; key Space; key Enter;"
+                      "wait \"Select Algorithms\"; key Down; key Space; key Enter; wait \"Recover them?\";"
                       "snap \"question\"; pause 5000; snap \"question later\"; type \"n\"; wait \"line after\";"
                       "key Esc; wait \"F3 = view log\"; snap \"final\"; key Esc;" + kLeave);
   FakeBadSectorsTool tool;
+  tool.devices = {u"Drive 0", u"Drive 1"};
   hostfw::ConsoleOut& console = machine->console();
   EFI_STATUS answer = EFI_SUCCESS;
-  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
+  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
     console.save_snapshot("start");
     tool_line(message, u"Error #001 in sector 1000");
     tarvik::gBS->Stall(4500000);
     answer = message(nullptr, u"Recover them?", kQuestion, 0);
     tool_line(message, u"line after");
+    progress(nullptr, 100, 0);
     // Runs until the screen passes on the technician's ESC.
     for (int i = 0; i < 200 && tool.cancels == 0; ++i) tarvik::gBS->Stall(50000);
     return tool.cancels > 0 ? 1003 : 1000;
   };
   run_to_reset(machine, with_tool(tool));
+  EXPECT_EQ(tool.runs, (std::vector<std::pair<UINT64, UINT64>>{{1, 1}}));
   EXPECT_EQ(answer, EFI_ABORTED);
   EXPECT_EQ(tool.cancels, 1);
   EXPECT_TRUE(console.snapshot("question").grid.contains("Press Y for Yes and N for No."));
   const auto spinner = [&](const char* name) { return console.snapshot(name).grid.text_at(46, 10, 1); };
   EXPECT_NE(spinner("question"), spinner("start"));
   EXPECT_EQ(spinner("question later"), spinner("question"));
+
   const hostfw::ScreenGrid& final = console.snapshot("final").grid;
   EXPECT_FALSE(final.contains("Recover them?"));  // the screen was redrawn over the box
-  EXPECT_EQ(result_line(final, 7), "Error #001 in sector 1000");
-  EXPECT_EQ(result_line(final, 8), "line after");
-  EXPECT_EQ(result_line(final, 10), "Recover finished at: 2026-11-22 09:30:10.");
+  EXPECT_EQ(left_line(final, 5), "Device 0:           Drive 0");
+  EXPECT_EQ(left_line(final, 7), "Operation: Check and recover bad sectors");
+  EXPECT_NE(final.row_text(10).find("100%"), std::string::npos);
+  const std::vector<std::string> results = {"Recover started at: 2026-11-22 09:30:00.", "", "Error #001 in sector 1000",
+                                            "line after", "", "Recover finished at: 2026-11-22 09:30:10.",
+                                            "Duration of Recover: 00:00:10."};
+  for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(result_line(final, 5 + static_cast<int>(i)), results[i]);
+  EXPECT_EQ(trimmed(final.row_text(29)).substr(trimmed(final.row_text(29)).size() - 25), "ESC = exit  F3 = view log");
 }
 
 // A scan reports after every chunk; the left panel is drawn about ten times
