@@ -23,19 +23,8 @@ using testing_support::FakeTestModule;
 using testing_support::run_to_reset;
 using testing_support::TestMachine;
 
-constexpr char kChooseAll[] = "wait \"Main Screen\"; key Enter; wait \"Select Devices\"; key Enter;"
-                              "wait \"Select Algorithms\"; key Enter;";
 constexpr char kLeave[] = "wait \"Main Screen\"; key Up; key Enter";
 
-
-FakeTestModule& two_disks_three_algorithms(FakeTestModule& m) {
-  m.test_name = u"Quick Disk Test";
-  m.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B")};
-  m.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK", tarvik::TEST_RESULT_FAILED),
-                  FakeAlgorithm(u"Smart", u"SMART", tarvik::TEST_RESULT_NOT_SUPPORTED)};
-  m.algorithms[0].busy_ms = 50;
-  return m;
-}
 
 // The devices come first; Down from the first entry three times reaches the
 // confirm line past the all-line. Back on the main screen the test is still
@@ -47,7 +36,12 @@ TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
                       "snap \"second\"; wait \"F3 = view log\"; snap \"outcome\"; key Esc; wait \"Main Screen\";"
                       "snap \"back\";" + std::string(kLeave));
   FakeTestModule module(machine->image_handle());
-  two_disks_three_algorithms(module).algorithms[0].progress = {0, 10, 7, 20};  // a report that goes back is not drawn
+  module.test_name = u"Quick Disk Test";
+  module.devices = {FakeDevice(u"Disk A"), FakeDevice(u"Disk B")};
+  module.algorithms = {FakeAlgorithm(u"Read", u"READ"), FakeAlgorithm(u"Seek", u"SEEK", tarvik::TEST_RESULT_FAILED),
+                       FakeAlgorithm(u"Smart", u"SMART", tarvik::TEST_RESULT_NOT_SUPPORTED)};
+  module.algorithms[0].busy_ms = 50;
+  module.algorithms[0].progress = {0, 10, 7, 20};  // a report that goes back is not drawn
   module.devices[0].run_info = {{u"Device: Arkon Disk One Model", u""}, {u"Size:", u"64 GB"},
                                 {u"Device: Makers Of Very Long Names Incorporated Model 9000", u""},
                                 {u"Serial:", u"S-0123456789-0123456789-0123456789"}};
@@ -106,23 +100,6 @@ TEST(RunScreen, TwoDevicesAndThreeAlgorithmsQueueRunAndEndWithAResultCodeEach) {
   EXPECT_EQ(module.runs.size(), 6u);
 }
 
-TEST(RunScreen, EscDuringTheFirstAlgorithmCancelsItAndLeavesTheRestOnQueue) {
-  TestMachine machine(std::string(kChooseAll) + "wait \"IN PROGRESS\"; key Esc; wait \"F3 = view log\";"
-                      "snap \"outcome\"; key Esc;" + kLeave);
-  FakeTestModule module(machine->image_handle());
-  two_disks_three_algorithms(module).algorithms[0].busy_ms = 5000;
-  run_to_reset(machine, ApplicationSetup{.modules = {&module}});
-  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
-  EXPECT_TRUE(module.stop_requested);
-  EXPECT_EQ(module.runs.size(), 1u);
-  EXPECT_EQ(result_line(outcome, 8), "Read  CANCELED");
-  EXPECT_EQ(result_line(outcome, 9), "Seek  ON QUEUE");
-  EXPECT_EQ(result_line(outcome, 17), "Smart ON QUEUE");
-  // Both chosen devices still got their result code.
-  EXPECT_EQ(result_line(outcome, 12).substr(0, 13), "Result Code: ");
-  EXPECT_NE(result_line(outcome, 19), "Result Code: -");
-}
-
 // The module's runs in turn: one that asks the technician a question in the
 // middle and passes on Yes, one that ends in the module's own error 11, and
 // then the firmware's 1004.
@@ -161,21 +138,31 @@ TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerAndItsErrorsReturnToTheM
 // The log view of a module's messages and of every way an algorithm ends:
 // kind words and upper-case words go through the module's TranslateKey (the
 // test double's gives the key back), anything else shows as it is.
-TEST(RunScreen, TheLogShowsMessagesAndEachResultInItsColour) {
-  // One device: no device list. The algorithm list: every entry ticked, a
-  // blank, the all-line, a blank and the confirm line; Space unticks the first.
-  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Algorithms\"; snap \"algorithms\"; key Space;"
-                      "snap \"one unticked\"; key Space; key Enter; wait \"Seek  IN PROGRESS\"; key Esc;"
-                      "wait \"F3 = view log\"; key F3; wait \"F2 = save log\"; snap \"log\"; key Esc;" +
-                      std::string(kLeave));
+// ESC during the second algorithm cancels it and leaves the rest on queue;
+// the device not yet tested still gets its result code.
+TEST(RunScreen, EscCancelsTheAlgorithmAndTheLogShowsMessagesAndEachResultInItsColour) {
+  // The algorithm list: every entry ticked, a blank, the all-line, a blank
+  // and the confirm line; Space unticks the first.
+  TestMachine machine("wait \"Main Screen\"; key Enter; wait \"Select Devices\"; key Enter; wait \"Select Algorithms\";"
+                      "snap \"algorithms\"; key Space; snap \"one unticked\"; key Space; key Enter;"
+                      "wait \"Seek  IN PROGRESS\"; key Esc; wait \"F3 = view log\"; snap \"outcome\"; key F3;"
+                      "wait \"F2 = save log\"; snap \"log\"; key Esc;" + std::string(kLeave));
   FakeTestModule module(machine->image_handle());
-  module.devices = {FakeDevice(u"Disk A", {{u"UID:", u"D1"}, {u"DISPLAYNAME:", u"Disk A"}})};
+  module.devices = {FakeDevice(u"Disk A", {{u"UID:", u"D1"}, {u"DISPLAYNAME:", u"Disk A"}}),
+                    FakeDevice(u"Disk B", {{u"UID:", u"D2"}, {u"DISPLAYNAME:", u"Disk B"}})};
   module.algorithms = {FakeAlgorithm(u"Read", u"READ", tarvik::TEST_RESULT_FAILED), FakeAlgorithm(u"Seek", u"SEEK"),
                        FakeAlgorithm(u"Smart", u"SMART")};
   module.algorithms[0].messages = {u"ERROR WRITE_READ_ERROR WROTE 5 READ 7", u"MESSAGE note:x", u"NOTICE TEXT"};
   module.algorithms[1].busy_ms = 5000;
   run_to_reset(machine, ApplicationSetup{.modules = {&module}});
 
+  const hostfw::ScreenGrid& outcome = machine->console().snapshot("outcome").grid;
+  EXPECT_TRUE(module.stop_requested);
+  EXPECT_EQ(module.runs.size(), 2u);
+  for (const auto& [row, line] : {std::pair{9, "Seek  CANCELED"}, {10, "Smart ON QUEUE"}, {15, "Read  ON QUEUE"}})
+    EXPECT_EQ(result_line(outcome, row), line);
+  EXPECT_EQ(result_line(outcome, 12).substr(0, 17), "Result Code: UFK0");
+  EXPECT_EQ(result_line(outcome, 19).substr(0, 17), "Result Code: UFK0");
   const hostfw::ScreenGrid& list = machine->console().snapshot("algorithms").grid;
   const auto line = [](const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(30, row, 40)); };
   EXPECT_NE(list.row_text(1).find("Fake Device Test"), std::string::npos);
