@@ -75,23 +75,18 @@ TEST(StorageRun, EveryDriveAndAlgorithmEndsAsItsDriveImpliesWithTheAdviceBoxAndT
 
   // None of the drives takes the vendor's drive self-test.
   const hostfw::ScreenGrid& outcome = console.snapshot("outcome").grid;
-  const std::vector<std::string> ssd = {
-      "Arkon SSD-A510",         "Smart Status         PASSED", "Smart Short Selftest PASSED",
-      "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
-      "Targeted Read Test   PASSED",
-  };
-  for (int i = 0; i < static_cast<int>(ssd.size()); ++i) EXPECT_EQ(result_line(outcome, 7 + i), ssd[i]);
+  const char* ssd[] = {"Arkon SSD-A510",           "Smart Status         PASSED", "Smart Short Selftest PASSED",
+                       "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED",
+                       "Funnel Seek Test     PASSED",        "Targeted Read Test   PASSED"};
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(result_line(outcome, 7 + i), ssd[i]);
   EXPECT_EQ(result_line(outcome, 15).substr(0, 22), "Result Code: UHD01R000");
 
   // The seek tests miss the few unreadable sectors; the self-test and the
   // targeted read, which reads where the error log points, find them.
   const hostfw::ScreenGrid& scrolled = console.snapshot("outcome scrolled").grid;
-  const std::vector<std::string> rotating = {
-      "SEAGATE ST2000TV101",         "Smart Status         PASSED", "Smart Short Selftest FAILED",
-      "Drive Self Test      NOT SUPPORTED", "Random Seek Test     PASSED", "Funnel Seek Test     PASSED",
-      "Targeted Read Test   FAILED",
-  };
-  for (int i = 0; i < static_cast<int>(rotating.size()); ++i) EXPECT_EQ(result_line(scrolled, 5 + i), rotating[i]);
+  for (const auto& [row, line] : {std::pair{5, "SEAGATE ST2000TV101"}, {7, "Smart Short Selftest FAILED"},
+                                  {9, "Random Seek Test     PASSED"}, {11, "Targeted Read Test   FAILED"}})
+    EXPECT_EQ(result_line(scrolled, row), line);
   EXPECT_EQ(result_line(scrolled, 13).substr(0, 22), "Result Code: UHD01R012");
   EXPECT_EQ(result_line(scrolled, 16), "Smart Status         FAILED");
   EXPECT_EQ(result_line(scrolled, 23).substr(0, 22), "Result Code: UHD01R013");
