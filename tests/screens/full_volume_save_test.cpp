@@ -48,9 +48,9 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
   fs::path full_log, spare_log;
   TestMachine machine(
       std::string(kToTheSaveDialog) + "wait \"Save Log\"; snap \"dialog\"; key Up; snap \"cancel\"; key Down;"
-      "key Enter; wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\"; snap \"log again\";"
-      "key F2; wait \"Save Log\"; key Down; key Enter; wait \"Log saved successfully!\"; key Enter; key Esc;"
-      "wait \"Main Screen\"; key Up; key Enter",
+      "key Enter; wait \"Log could not be saved!\"; snap \"refused\"; key Enter; wait \"F2 = save log\";"
+      "snap \"log again\"; key F2; wait \"Save Log\"; key Down; key Enter; wait \"Log saved successfully!\";"
+      "key Enter; key Esc; wait \"Main Screen\"; key Up; key Enter",
       [&](hostfw::Profile& p) {
         ASSERT_EQ(p.volumes.size(), 2u);
         p.volumes[0].label = "FULL";

@@ -73,10 +73,10 @@ TEST(MainScreen, At100x31TheFrameAndBothPanelsAreWhereTechniciansExpectThemAndEx
 
   // Centred in columns 1 to 98, each band in its colour to both ends.
   struct Band { int row, column; const char* text; uint8_t attribute; };
-  for (const Band& band : {Band{0, 41, "Tarvik Diagnostic", 0x0F}, Band{1, 44, "Main Screen", 0x70},
-                           Band{29, 11, "Use Arrow keys to change between options, and press Enter to select an option.",
-                                0x70},
-                           Band{30, 42, "Version 00.1207", 0x0F}}) {
+  for (const Band& band :
+       {Band{0, 41, "Tarvik Diagnostic", 0x0F}, Band{1, 44, "Main Screen", 0x70},
+        Band{29, 11, "Use Arrow keys to change between options, and press Enter to select an option.", 0x70},
+        Band{30, 42, "Version 00.1207", 0x0F}}) {
     EXPECT_EQ(grid.text_at(band.column, band.row, static_cast<int>(strlen(band.text))), band.text);
     EXPECT_EQ(grid.attribute_at(1, band.row), band.attribute);
     EXPECT_EQ(grid.attribute_at(98, band.row), band.attribute);

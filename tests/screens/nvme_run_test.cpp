@@ -42,11 +42,11 @@ TEST(NvmeRun, BothDrivesEveryAlgorithmTheLogAndSystemInformation) {
   EXPECT_TRUE(machine->console().snapshot("outcome").grid.contains("Veltro QX500 512GB"));
 
   const std::string saved = file_text(machine.directory() / "volumes" / "TARVIK" / "Log" / "Log.log");
-  for (const char* line : {"\nDISPLAYNAME: Arkon NV7 1TB NVMe Device\n", "\nSERIAL: VQX5-0021-8841\n",
-                           "\nLBA_SIZE: 512 bytes\n", " STOP NVMEHEALTH SUCCESS ", " PERCENTAGE_USED 112 ",
-                           " ERROR NVME_HEALTH_FAILING\n", " STOP NVMEHEALTH FAILURE ", " ERROR READ_SECTOR_ERROR 4242\n",
-                           " STOP NVMEFULLREADSCAN FAILURE ", " STOP NVMEERRORLOGREAD UNSUPPORTED\n",
-                           "\nSTOP TESTS UNV", "\n--- NVME\n"})
+  for (const char* line :
+       {"\nDISPLAYNAME: Arkon NV7 1TB NVMe Device\n", "\nSERIAL: VQX5-0021-8841\n", "\nLBA_SIZE: 512 bytes\n",
+        " STOP NVMEHEALTH SUCCESS ", " PERCENTAGE_USED 112 ", " ERROR NVME_HEALTH_FAILING\n",
+        " STOP NVMEHEALTH FAILURE ", " ERROR READ_SECTOR_ERROR 4242\n", " STOP NVMEFULLREADSCAN FAILURE ",
+        " STOP NVMEERRORLOGREAD UNSUPPORTED\n", "\nSTOP TESTS UNV", "\n--- NVME\n"})
     EXPECT_NE(saved.find(line), std::string::npos) << line << "\n" << saved;
 
   const hostfw::ScreenGrid& info = machine->console().snapshot("info").grid;
