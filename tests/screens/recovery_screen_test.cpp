@@ -63,15 +63,26 @@ TEST(RecoveryScreen, OneDriveSkipsTheDeviceListAndARefusedWarningEndsTheFlowWith
   EXPECT_EQ(machine.transcript().find("F3 = view log"), std::string::npos);
 }
 
-// 22 lines are visible on 31 rows; the start line and a blank come first.
-// Past that the footer offers scrolling and the view follows the newest line,
+// A scan reports after every chunk; the left panel is drawn about ten times
+// a second and only where it changed, and the final 100 always shows. Then
+// 22 lines are visible on 31 rows, the start line and a blank first; past
+// that the footer offers scrolling and the view follows the newest line,
 // until the technician scrolls up: then a new line leaves the view alone.
-TEST(RecoveryScreen, TheViewFollowsTheNewestLineUntilTheTechnicianScrollsUp) {
+TEST(RecoveryScreen, ProgressIsDrawnAFewTimesAndTheViewFollowsTheNewestLineUntilTheTechnicianScrollsUp) {
   TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"line Y\"; key Up 3;"
-                      "wait \"F3 = view log\"; key Esc;" + kLeave);
+                      "wait \"F3 = view log\"; snap \"final\"; key Esc;" + kLeave);
   FakeBadSectorsTool tool;
+  tool.rows = {{u"Device 0:", u"Drive 0"}, {u"Testing sectors", u"0"}};
+  std::u16string range;
   hostfw::ConsoleOut& console = machine->console();
-  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
+  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK message) -> UINT64 {
+    for (int chunk = 0; chunk <= 10000; ++chunk) {
+      range.clear();
+      for (char c : std::to_string(chunk * 16)) range.push_back(static_cast<char16_t>(c));
+      tool.rows[1].second = range;
+      tarvik::gBS->Stall(200);  // 2 s of drive time in all
+      progress(nullptr, chunk / 100, 0);
+    }
     for (int i = 1; i <= 25; ++i) {
       tool_line(message, u"line " + std::u16string(1, u'A' + (i - 1)));
       if (i == 20 || i == 21 || i == 25) console.save_snapshot("line " + std::to_string(i));
@@ -82,6 +93,25 @@ TEST(RecoveryScreen, TheViewFollowsTheNewestLineUntilTheTechnicianScrollsUp) {
     return 1000;
   };
   run_to_reset(machine, with_tool(tool));
+
+  const std::string& drawn = machine.transcript();
+  const size_t run_start = drawn.find("Information about Recover");
+  ASSERT_NE(run_start, std::string::npos);
+  const long bars = std::count(drawn.begin() + run_start, drawn.end(), '%');
+  EXPECT_GE(bars, 10);
+  EXPECT_LE(bars, 30);
+  // The device row never changed: drawn with the screen only.
+  size_t device_rows = 0;
+  for (size_t at = drawn.find("Drive 0", run_start); at != std::string::npos; at = drawn.find("Drive 0", at + 1))
+    ++device_rows;
+  EXPECT_EQ(device_rows, 1u);
+  const hostfw::ScreenGrid& final = console.snapshot("final").grid;
+  EXPECT_NE(final.row_text(10).find("100%"), std::string::npos);
+  EXPECT_EQ(left_line(final, 6), "Testing sectors     160000");
+  // A row redrawn alone keeps the panel's colours, inside the box's edges.
+  for (int row = 5; row <= 7; ++row)
+    for (int column = 1; column <= 48; ++column)
+      EXPECT_EQ(final.attribute_at(column, row), 0x30) << "row " << row << " column " << column;
 
   const hostfw::ScreenGrid& twenty = console.snapshot("line 20").grid;
   EXPECT_EQ(trimmed(twenty.row_text(29)).substr(trimmed(twenty.row_text(29)).size() - 15), "ESC = stop test");
@@ -141,46 +171,6 @@ TEST(RecoveryScreen, TheChosenOperationRunsAndNoToItsQuestionStillReachesTheFina
                                             "Duration of Recover: 00:00:10."};
   for (size_t i = 0; i < results.size(); ++i) EXPECT_EQ(result_line(final, 5 + static_cast<int>(i)), results[i]);
   EXPECT_EQ(trimmed(final.row_text(29)).substr(trimmed(final.row_text(29)).size() - 25), "ESC = exit  F3 = view log");
-}
-
-// A scan reports after every chunk; the left panel is drawn about ten times
-// a second and only where it changed, and the final 100 always shows.
-TEST(RecoveryScreen, ProgressReportedThousandsOfTimesIsDrawnAFewTimesAndEndsAt100) {
-  TestMachine machine(std::string(kOpenTool) + "wait \"Select Algorithms\"; key Enter; wait \"F3 = view log\";"
-                      "snap \"final\"; key Esc;" + kLeave);
-  FakeBadSectorsTool tool;
-  tool.rows = {{u"Device 0:", u"Drive 0"}, {u"Testing sectors", u"0"}};
-  std::u16string range;
-  tool.run = [&](tarvik::TEST_PROGRESS_CALLBACK progress, tarvik::TEST_MESSAGE_CALLBACK) -> UINT64 {
-    for (int chunk = 0; chunk <= 10000; ++chunk) {
-      range.clear();
-      for (char c : std::to_string(chunk * 16)) range.push_back(static_cast<char16_t>(c));
-      tool.rows[1].second = range;
-      tarvik::gBS->Stall(200);  // 2 s of drive time in all
-      progress(nullptr, chunk / 100, 0);
-    }
-    return 1000;
-  };
-  run_to_reset(machine, with_tool(tool));
-
-  const std::string& drawn = machine.transcript();
-  const size_t run_start = drawn.find("Information about Recover");
-  ASSERT_NE(run_start, std::string::npos);
-  const long bars = std::count(drawn.begin() + run_start, drawn.end(), '%');
-  EXPECT_GE(bars, 10);
-  EXPECT_LE(bars, 30);
-  // The device row never changed: drawn with the screen only.
-  size_t device_rows = 0;
-  for (size_t at = drawn.find("Drive 0", run_start); at != std::string::npos; at = drawn.find("Drive 0", at + 1))
-    ++device_rows;
-  EXPECT_EQ(device_rows, 1u);
-  const hostfw::ScreenGrid& final = machine->console().snapshot("final").grid;
-  EXPECT_NE(final.row_text(10).find("100%"), std::string::npos);
-  EXPECT_EQ(left_line(final, 6), "Testing sectors     160000");
-  // A row redrawn alone keeps the panel's colours, inside the box's edges.
-  for (int row = 5; row <= 7; ++row)
-    for (int column = 1; column <= 48; ++column)
-      EXPECT_EQ(final.attribute_at(column, row), 0x30) << "row " << row << " column " << column;
 }
 
 // The whole slice on the default machine: its 1863 GB rotating drive has
