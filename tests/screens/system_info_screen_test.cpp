@@ -64,13 +64,11 @@ TEST(SystemInformation, ModuleTabsWrapLongValuesScrollAndResetWhenTheTabChanges)
   EXPECT_EQ(mem.attribute_at(38, 3), 0x30);
   EXPECT_EQ(mem.attribute_at(47, 3), 0x1F);  // " Memory " is the active tab
   // Line 0 is the test's name; the 70-character value takes two continuation lines.
-  EXPECT_EQ(trimmed(mem.text_at(15, 6, 35)), "Quick Memory Test");
-  EXPECT_EQ(trimmed(mem.text_at(15, 7, 35)), "Total memory");
-  EXPECT_EQ(trimmed(mem.text_at(50, 7, 34)), "512 MB");
-  EXPECT_EQ(trimmed(mem.text_at(50, 8, 34)), "Seventy characters of value text,");
-  EXPECT_EQ(trimmed(mem.text_at(50, 9, 34)), "broken at spaces into three lines");
-  EXPECT_EQ(trimmed(mem.text_at(50, 10, 34)), "ok");
-  EXPECT_EQ(trimmed(mem.text_at(15, 11, 35)), "Slots");
+  for (const auto& [column, row, text] :
+       {std::tuple{15, 6, "Quick Memory Test"}, {15, 7, "Total memory"}, {50, 7, "512 MB"},
+        {50, 8, "Seventy characters of value text,"}, {50, 9, "broken at spaces into three lines"}, {50, 10, "ok"},
+        {15, 11, "Slots"}})
+    EXPECT_EQ(trimmed(mem.text_at(column, row, 34)), text) << row;
   EXPECT_EQ(mem.text_at(98, 5, 1), " ");  // five lines fit: no scroll bar
 
   // 60 lines, 21 shown (rows 6 to 26), with a scroll bar in column 98.
