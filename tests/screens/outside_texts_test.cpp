@@ -84,7 +84,8 @@ void expect_right_edge(const hostfw::ScreenGrid& grid, int column, int top, int 
 TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlankTheMachinesStrings) {
   TestMachine machine(
       "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\"; snap \"machine\"; key Tab;"
-      "snap \"memory\"; key Tab; snap \"storage\"; key PgDn; snap \"storage lower\"; key Esc; wait \"Main Screen\";"
+      "snap \"memory\"; key Tab; snap \"storage\"; key PgDn; snap \"storage lower\"; key Tab; snap \"nvme\"; key Esc;"
+      "wait \"Main Screen\";"
       "key Left; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
       "wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
       "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
@@ -109,7 +110,7 @@ TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlan
   expect_right_edge(tab, 85, 21, 25);
 
   // Module tabs wrap long values onto continuation lines inside their box.
-  for (const char* name : {"memory", "storage", "storage lower"}) {
+  for (const char* name : {"memory", "storage", "storage lower", "nvme"}) {
     const hostfw::ScreenGrid& grid = console.snapshot(name).grid;
     expect_whole_frame(grid, 85, name);
     expect_right_edge(grid, 85, 5, grid.rows - 4);
@@ -117,6 +118,9 @@ TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlan
   const hostfw::ScreenGrid& memory = console.snapshot("memory").grid;
   EXPECT_TRUE(memory.contains(first_columns(shown("Mnemos"), 30))) << memory.screen_text();
   EXPECT_TRUE(memory.contains(first_columns(shown("Part"), 30))) << memory.screen_text();
+  // The NVMe drives' tab, with their serial numbers and health figures.
+  const hostfw::ScreenGrid& nvme = console.snapshot("nvme").grid;
+  EXPECT_TRUE(nvme.contains("ANV7B2231000871") && nvme.contains("Percentage Used:")) << nvme.screen_text();
   // The second drive's model, a word wider than the value column.
   const hostfw::ScreenGrid& storage = console.snapshot("storage lower").grid;
   EXPECT_TRUE(storage.contains(first_columns(kModelShown, 35) + "\u2551")) << storage.screen_text();
