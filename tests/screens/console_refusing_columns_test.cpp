@@ -30,13 +30,6 @@ std::function<void(hostfw::Profile&)> console(std::vector<hostfw::ConsoleModeSiz
 
 const std::vector<hostfw::ConsoleModeSize> kSplitterModes = {{80, 25}, {80, 50}, {100, 31}};
 
-// The row of the first bottom corner below the top one, or -1.
-int box_bottom(const hostfw::ScreenGrid& grid, int left) {
-  for (int row = 5; row < grid.rows; ++row)
-    if (grid.text_at(left, row, 1) == "╚") return row;
-  return -1;
-}
-
 TEST(ConsoleRefusingColumns, TheMainScreenIsDrawnWholeInTheBestModeTheConsoleAddresses) {
   TestMachine machine("wait \"Main Screen\"; snap \"main\"; key Up; key Enter",
                       console(kSplitterModes, {{100, 31, 80}}));
@@ -46,8 +39,7 @@ TEST(ConsoleRefusingColumns, TheMainScreenIsDrawnWholeInTheBestModeTheConsoleAdd
   const hostfw::ScreenSnapshot& main = machine->console().snapshot("main");
   EXPECT_EQ(main.mode, 0);  // 80x50 is not wider than 80x25
   const hostfw::ScreenGrid& grid = main.grid;
-  ASSERT_EQ(grid.columns, 80);
-  ASSERT_EQ(grid.rows, 25);
+  ASSERT_EQ(std::pair(grid.columns, grid.rows), std::pair(80, 25));
   EXPECT_EQ(grid.text_at(31, 0, 17) + grid.text_at(34, 1, 11), "Tarvik DiagnosticMain Screen");
   EXPECT_EQ(grid.text_at(70, 24, 6), "09:30:");
   EXPECT_EQ(grid.attribute_at(77, 24), 0x0F);
@@ -55,8 +47,9 @@ TEST(ConsoleRefusingColumns, TheMainScreenIsDrawnWholeInTheBestModeTheConsoleAdd
   // Both panels' boxes closed: four corners each, bottoms on one row.
   for (const auto& [left, right] : {std::pair{3, 36}, std::pair{43, 76}}) {
     EXPECT_EQ(grid.text_at(left, 4, 1) + grid.text_at(right, 4, 1), "╔╗") << "box at column " << left;
-    const int bottom = box_bottom(grid, left);
-    ASSERT_GT(bottom, 5) << "box at column " << left << "\n" << grid.screen_text();
+    int bottom = 5;  // the first bottom corner below the top one
+    while (bottom < grid.rows && grid.text_at(left, bottom, 1) != "╚") ++bottom;
+    ASSERT_LT(bottom, grid.rows) << "box at column " << left << "\n" << grid.screen_text();
     EXPECT_EQ(grid.text_at(right, bottom, 1), "╝") << "box at column " << left;
     for (int row = 5; row < bottom; ++row)
       EXPECT_EQ(grid.text_at(left, row, 1) + grid.text_at(right, row, 1), "║║") << "row " << row;

@@ -79,9 +79,7 @@ TEST(FullVolumeSave, TheRefusedSaveSaysSoKeepsTheOldLogWholeAndTheLogCanGoElsewh
   const std::string saved = file_text(spare_log);
   EXPECT_EQ(saved.substr(0, 4), "+++ ");
   EXPECT_NE(saved.find(" START READ\n"), std::string::npos) << saved;
-  const size_t footer = saved.rfind("\n--- ");
-  ASSERT_NE(footer, std::string::npos) << saved;
-  EXPECT_EQ(saved.find('\n', footer + 1), saved.size() - 1) << "the footer is the last line";
+  EXPECT_TRUE(saved.ends_with("\n--- FAKE\n")) << saved;
 }
 
 TEST(FullVolumeSave, WithoutAVolumeTheDialogAsksForOne) {

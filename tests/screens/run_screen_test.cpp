@@ -161,8 +161,7 @@ TEST(RunScreen, EscCancelsTheAlgorithmAndTheLogShowsMessagesAndEachResultInItsCo
   EXPECT_EQ(module.runs.size(), 2u);
   for (const auto& [row, line] : {std::pair{9, "Seek  CANCELED"}, {10, "Smart ON QUEUE"}, {15, "Read  ON QUEUE"}})
     EXPECT_EQ(result_line(outcome, row), line);
-  EXPECT_EQ(result_line(outcome, 12).substr(0, 17), "Result Code: UFK0");
-  EXPECT_EQ(result_line(outcome, 19).substr(0, 17), "Result Code: UFK0");
+  for (int row : {12, 19}) EXPECT_EQ(result_line(outcome, row).substr(0, 17), "Result Code: UFK0") << row;
   const hostfw::ScreenGrid& list = machine->console().snapshot("algorithms").grid;
   const auto line = [](const hostfw::ScreenGrid& grid, int row) { return trimmed(grid.text_at(30, row, 40)); };
   EXPECT_NE(list.row_text(1).find("Fake Device Test"), std::string::npos);
