@@ -105,9 +105,7 @@ TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlan
   // fits (a control character is no blank), the rest cut at the box.
   EXPECT_EQ(tab.text_at(50, 23, 35), first_columns(shown("Model"), 30) + "     ");
   EXPECT_EQ(tab.text_at(50, 24, 35), "overlong-text overlong-text overlon");
-  expect_right_edge(tab, 85, 6, 11);
-  expect_right_edge(tab, 85, 14, 18);
-  expect_right_edge(tab, 85, 21, 25);
+  for (const auto& [top, bottom] : {std::pair{6, 11}, {14, 18}, {21, 25}}) expect_right_edge(tab, 85, top, bottom);
 
   // Module tabs wrap long values onto continuation lines inside their box.
   for (const char* name : {"memory", "storage", "storage lower", "nvme"}) {
