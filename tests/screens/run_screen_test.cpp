@@ -124,6 +124,7 @@ TEST(RunScreen, AModulesQuestionGetsTheTechniciansAnswerAndItsErrorsReturnToTheM
   FakeTestModule module(machine->image_handle());
   module.devices = {FakeDevice(u"Only")};
   module.algorithms = {FakeAlgorithm(u"Walk", u"WALK")};
+  AsksThenFails::runs = 0;
   module.record()->RunTest = AsksThenFails::Run;
   run_to_reset(machine, ApplicationSetup{.modules = {&module}});
   EXPECT_EQ(result_line(machine->console().snapshot("outcome").grid, 8), "Walk PASSED");
