@@ -132,33 +132,19 @@ TEST_F(ClockBetweenCalls, AScreenComesOutTheSameWhereverTheClockInterruptsIt) {
   EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
 }
 
-// Stands between the screens and the console, noting the task priority of
-// each call.
+// Stands between the screens and the console, noting the lowest task
+// priority any of its calls is made at.
 struct ConsoleSpy {
   static inline hostfw::Events* events = nullptr;
   static inline EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL real{};
   static inline int calls = 0;
   static inline EFI_TPL lowest = TPL_HIGH_LEVEL;
 
-  static void seen() {
+  template <auto Member, typename... Args>
+  static EFIAPI EFI_STATUS call(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, Args... args) {
     ++calls;
     lowest = std::min(lowest, events->tpl());
-  }
-  static EFIAPI EFI_STATUS OutputString(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, CHAR16* Text) {
-    seen();
-    return real.OutputString(This, Text);
-  }
-  static EFIAPI EFI_STATUS SetAttribute(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN Attribute) {
-    seen();
-    return real.SetAttribute(This, Attribute);
-  }
-  static EFIAPI EFI_STATUS SetCursorPosition(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This, UINTN Column, UINTN Row) {
-    seen();
-    return real.SetCursorPosition(This, Column, Row);
-  }
-  static EFIAPI EFI_STATUS ClearScreen(EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* This) {
-    seen();
-    return real.ClearScreen(This);
+    return (real.*Member)(This, args...);
   }
 };
 
@@ -166,10 +152,11 @@ TEST_F(ClockBetweenCalls, EveryConsoleCallOfAScreenHoldsTheNotificationsThatDraw
   EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL* out = gST->ConOut;
   ConsoleSpy::events = &machine->events();
   ConsoleSpy::real = *out;
-  out->OutputString = ConsoleSpy::OutputString;
-  out->SetAttribute = ConsoleSpy::SetAttribute;
-  out->SetCursorPosition = ConsoleSpy::SetCursorPosition;
-  out->ClearScreen = ConsoleSpy::ClearScreen;
+  using Out = EFI_SIMPLE_TEXT_OUTPUT_PROTOCOL;
+  out->OutputString = ConsoleSpy::call<&Out::OutputString, CHAR16*>;
+  out->SetAttribute = ConsoleSpy::call<&Out::SetAttribute, UINTN>;
+  out->SetCursorPosition = ConsoleSpy::call<&Out::SetCursorPosition, UINTN, UINTN>;
+  out->ClearScreen = ConsoleSpy::call<&Out::ClearScreen>;
   ASSERT_EQ(machine->events().tpl(), TPL_APPLICATION);
   draw_a_screen();
   *out = ConsoleSpy::real;

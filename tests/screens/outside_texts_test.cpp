@@ -79,13 +79,18 @@ void expect_right_edge(const hostfw::ScreenGrid& grid, int column, int top, int 
   EXPECT_EQ(grid.text_at(column, bottom, 1), "\u255d") << bottom;
 }
 
-constexpr char kOpenSystemInfo[] = "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\";";
-
-TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
-  TestMachine machine(std::string(kOpenSystemInfo) +
-                          "snap \"machine\"; key Tab; snap \"memory\"; key Tab; snap \"storage\"; key PgDn;"
-                          "snap \"storage lower\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
-                      hostile_machine);
+// Every tab of System Information, then a run of both drives with the SMART
+// status alone (over in moments), its log and the save dialog.
+TEST(OutsideTexts, SystemInformationTheDriveListsTheRunScreenAndItsLogCutAndBlankTheMachinesStrings) {
+  TestMachine machine(
+      "wait \"Main Screen\"; key Right; key Enter; wait \"Machine Information\"; snap \"machine\"; key Tab;"
+      "snap \"memory\"; key Tab; snap \"storage\"; key PgDn; snap \"storage lower\"; key Tab; snap \"nvme\"; key Esc;"
+      "wait \"Main Screen\";"
+      "key Left; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
+      "wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
+      "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
+      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
+      hostile_machine);
   run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
   const hostfw::ConsoleOut& console = machine->console();
 
@@ -100,12 +105,10 @@ TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
   // fits (a control character is no blank), the rest cut at the box.
   EXPECT_EQ(tab.text_at(50, 23, 35), first_columns(shown("Model"), 30) + "     ");
   EXPECT_EQ(tab.text_at(50, 24, 35), "overlong-text overlong-text overlon");
-  expect_right_edge(tab, 85, 6, 11);
-  expect_right_edge(tab, 85, 14, 18);
-  expect_right_edge(tab, 85, 21, 25);
+  for (const auto& [top, bottom] : {std::pair{6, 11}, {14, 18}, {21, 25}}) expect_right_edge(tab, 85, top, bottom);
 
   // Module tabs wrap long values onto continuation lines inside their box.
-  for (const char* name : {"memory", "storage", "storage lower"}) {
+  for (const char* name : {"memory", "storage", "storage lower", "nvme"}) {
     const hostfw::ScreenGrid& grid = console.snapshot(name).grid;
     expect_whole_frame(grid, 85, name);
     expect_right_edge(grid, 85, 5, grid.rows - 4);
@@ -113,22 +116,12 @@ TEST(OutsideTexts, EveryTabOfSystemInformationCutsAndBlanksTheMachinesStrings) {
   const hostfw::ScreenGrid& memory = console.snapshot("memory").grid;
   EXPECT_TRUE(memory.contains(first_columns(shown("Mnemos"), 30))) << memory.screen_text();
   EXPECT_TRUE(memory.contains(first_columns(shown("Part"), 30))) << memory.screen_text();
+  // The NVMe drives' tab, with their serial numbers and health figures.
+  const hostfw::ScreenGrid& nvme = console.snapshot("nvme").grid;
+  EXPECT_TRUE(nvme.contains("ANV7B2231000871") && nvme.contains("Percentage Used:")) << nvme.screen_text();
   // The second drive's model, a word wider than the value column.
   const hostfw::ScreenGrid& storage = console.snapshot("storage lower").grid;
   EXPECT_TRUE(storage.contains(first_columns(kModelShown, 35) + "\u2551")) << storage.screen_text();
-}
-
-TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriveModel) {
-  // Both drives, the SMART status alone: a run over in moments.
-  TestMachine machine(
-      "wait \"Main Screen\"; snap \"main\"; key Down; key Enter; wait \"Select Devices\"; snap \"devices\";"
-      "key Enter; wait \"Select Algorithms\"; key Down 6; key Space; key Up 6; key Space; key Enter;"
-      "wait \"F3 = view log\"; snap \"run\"; key F3; wait \"F2 = save log\"; snap \"log\"; key F2;"
-      "wait \"Save Log\"; snap \"save\"; key Esc; key Esc; key Esc; wait \"Main Screen\"; key Down 2; key Enter",
-      hostile_machine);
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_modules = true});
-  const hostfw::ConsoleOut& console = machine->console();
-  expect_whole_frame(console.snapshot("main").grid, 95, "main");
 
   const hostfw::ScreenGrid& run = console.snapshot("run").grid;
   expect_whole_frame(run, 97, "run");
@@ -147,34 +140,12 @@ TEST(OutsideTexts, TheDriveListsTheRunScreenAndItsLogBlankTheControlBytesOfADriv
   expect_whole_frame(log, 98, "log");
   EXPECT_TRUE(log.contains(" Q    9000-ABCDEFGHIJKLMNOPQRS ATA Device")) << log.screen_text();
 
-  // The volume's label ends inside the save dialog, whose border is column 75.
+  // The volume's label, on the dialog's first row, ends inside its border at
+  // column 75.
   const hostfw::ScreenGrid& save = console.snapshot("save").grid;
-  int row = 0;
-  while (row < save.rows && save.text_at(27, row, 12) != "Device Stick") ++row;
-  ASSERT_LT(row, save.rows) << save.screen_text();
-  EXPECT_EQ(save.text_at(27, row, 46), "Device Stick-" + std::string(33, 'L'));
-  EXPECT_EQ(save.text_at(73, row, 27).find_first_not_of(' '), std::string::npos) << save.row_text(row);
-  EXPECT_EQ(save.attribute_at(75, row), 0x7F);
-}
-
-TEST(OutsideTexts, TheRecoveryToolsListAndRowsBlankAndCutTheDriveModel) {
-  TestMachine machine(
-      "wait \"Main Screen\"; key Right; key Down; key Enter; wait \"Select Devices\"; snap \"devices\"; key Enter;"
-      "wait \"Select Algorithms\"; key Enter; wait \"Do you want to proceed\"; type \"y\";"
-      "wait 600 \"F3 = view log\"; snap \"final\"; key Esc; wait \"Main Screen\"; key Left; key Up; key Enter",
-      [](hostfw::Profile& p) { p.drives.at(1).model = kModel; });  // the first rotating drive
-  run_to_reset(machine, ApplicationSetup{.modules = {}, .real_bad_sectors_tool = true});
-  const hostfw::ConsoleOut& console = machine->console();
-
-  const hostfw::ScreenGrid& devices = console.snapshot("devices").grid;
-  expect_whole_frame(devices, 70, "devices");
-  EXPECT_EQ(devices.text_at(30, 5, 40), "[X] " + first_columns(kModelShown, 35) + " ");
-  EXPECT_EQ(devices.text_at(70, 5, 1), "\u2551");
-
-  const hostfw::ScreenGrid& final = console.snapshot("final").grid;
-  expect_whole_frame(final, 98, "final");
-  EXPECT_EQ(final.text_at(5, 5, 43), first_columns(std::string("Device 0: Zeta ") + kModelShown, 43));
-  expect_right_edge(final, 48, 4, final.rows - 4);
+  EXPECT_EQ(save.text_at(27, 13, 46), "Device Stick-" + std::string(33, 'L')) << save.screen_text();
+  EXPECT_EQ(save.text_at(73, 13, 27).find_first_not_of(' '), std::string::npos) << save.row_text(13);
+  EXPECT_EQ(save.attribute_at(75, 13), 0x7F);
 }
 
 }  // namespace
