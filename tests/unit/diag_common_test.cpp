@@ -19,22 +19,22 @@ TEST(DiagCommon, InstallsItsRecordWithEveryOperationWired) {
   ASSERT_EQ(tarvik::gBS->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
   auto* common = static_cast<tarvik::DiagCommonProtocol*>(found);
   EXPECT_EQ(common, tarvik::gDiagCommon);
-  EXPECT_EQ(common->Revision, 1u);
-  EXPECT_EQ(common->ImageHandle, machine->image_handle());
-  EXPECT_EQ(common->SystemTable, machine->system_table());
 
-  // Exercise each slot through the record, as other modules do.
-  CHAR16 text[32];
+  // Each slot through the record, as other modules use them; the string
+  // operations write their terminator and nothing past it.
+  CHAR16 text[16];
+  for (CHAR16& c : text) c = u'#';
   EXPECT_EQ(common->SPrint(text, sizeof text, u"%d-%s", 7, u"x"), 3u);
   EXPECT_EQ(utf8(text), "7-x");
   EXPECT_EQ(utf8(common->StatusToString(EFI_NOT_FOUND)), "Not Found");
-  EXPECT_EQ(common->StrLen(text), 3u);
-  common->StrCpy(text, u"ab");
-  common->StrCat(text, u"c");
-  EXPECT_EQ(common->StrCmp(text, u"abc"), 0);
+  common->StrCpy(text, u"Log");
+  common->StrCat(text, u".log");
+  EXPECT_EQ(common->StrCmp(text, u"Log.log"), 0);
+  EXPECT_NE(common->StrCmp(text, u"Log.lo"), 0);
+  EXPECT_EQ(common->StrLen(text), 7u);
+  EXPECT_EQ(text[8], u'#') << "nothing is written past the terminator";
   common->RandomInit(0);
-  EXPECT_EQ(common->Random(), 0x562c640bu);
-  EXPECT_EQ(common->RandomRange(4, 4), 4);
+  EXPECT_EQ(common->Random(), 0x562c640bu);  // the first draw of seed 0 (random_test)
   EXPECT_EQ(common->UninstallAllProtocols(common), EFI_SUCCESS);
   EXPECT_EQ(common->Print(u"%s\n", u"hello"), 7u);  // "hello\r\n"
   EXPECT_NE(machine.transcript().find("hello\r\n"), std::string::npos);
