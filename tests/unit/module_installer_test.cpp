@@ -277,13 +277,8 @@ TEST(TestModuleInstaller, AnInstalledModuleAndCompanionAreFilledRegisteredAndRel
     tarvik::TestModuleProtocol* registered = nullptr;
     ASSERT_EQ(session.registry()->GetTest(0, &registered), EFI_SUCCESS);
     EXPECT_EQ(registered, Stand::installation.Record);
-    EXPECT_EQ(registered->Revision, 1u);
-    EXPECT_EQ(registered->ImageHandle, session.machine_->image_handle());
-    EXPECT_EQ(registered->Unload, &Stand::Unload);
     EXPECT_EQ(testing_support::utf8(Stand::installation.Strings[0]), "Quick Storage Device Test");
     ASSERT_NE(Stand::tool, nullptr);
-    EXPECT_EQ(Stand::tool->Header.Revision, 1u);
-    EXPECT_EQ(Stand::tool->Header.Unload, &Stand::UnloadTool);
     EXPECT_EQ(Stand::tool->Operation, &Stand::tool);
     EXPECT_TRUE(located(tarvik::BadSectorsToolProtocolGuid));
     EXPECT_EQ(Stand::events, (Events{"prepare", "gather", "complete"}));
@@ -292,36 +287,19 @@ TEST(TestModuleInstaller, AnInstalledModuleAndCompanionAreFilledRegisteredAndRel
   EXPECT_EQ(Stand::events, (Events{"unload tool", "unload module", "release prepared"}));
 }
 
+// The memory module has none of the optional steps: a refusal still prints
+// its own message and leaves nothing behind.
 TEST(TestModuleInstaller, TheMemoryModulePrintsItsOwnMessages) {
-  struct Case {
-    const char* name;
-    std::function<void(Session&)> arrange;
-    EFI_STATUS status;
-    std::string transcript;
-  };
-  const std::vector<Case> cases = {
-      {"record allocation", [](Session&) { fail_next_allocation(); }, EFI_ABORTED, ""},
-      {"registry full", [](Session& s) { s.fill_registry(); }, EFI_VOLUME_FULL,
-       "Falha ao instalar Memory Test em Test Collection Protocol: Volume Full\r\n"},
-      {"installation",
-       [](Session& s) {
-         s.machine_->faults().fail_install_of_guid = true;
-         s.machine_->faults().install_guid_to_fail = tarvik::MemoryTestProtocolGuid;
-       },
-       EFI_OUT_OF_RESOURCES, "Falha ao instalar Memory Test Protocol: Out of Resources\r\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    Session session;
-    c.arrange(session);
-    const Session::Snapshot before = session.snapshot();
-    EXPECT_EQ(tarvik::InstallMemoryTest(session.machine_->image_handle(), session.machine_->system_table()),
-              c.status);
-    EXPECT_EQ(session.machine_.transcript(), c.transcript);
-    EXPECT_TRUE(session.snapshot() == before);
-    EXPECT_FALSE(located(tarvik::MemoryTestProtocolGuid));
-    EXPECT_EQ(tarvik::MemoryTest.Installation.Record, nullptr);
-  }
+  Session session;
+  session.fill_registry();
+  const Session::Snapshot before = session.snapshot();
+  EXPECT_EQ(tarvik::InstallMemoryTest(session.machine_->image_handle(), session.machine_->system_table()),
+            EFI_VOLUME_FULL);
+  EXPECT_EQ(session.machine_.transcript(),
+            "Falha ao instalar Memory Test em Test Collection Protocol: Volume Full\r\n");
+  EXPECT_TRUE(session.snapshot() == before);
+  EXPECT_FALSE(located(tarvik::MemoryTestProtocolGuid));
+  EXPECT_EQ(tarvik::MemoryTest.Installation.Record, nullptr);
 }
 
 }  // namespace

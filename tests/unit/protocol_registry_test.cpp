@@ -89,21 +89,8 @@ TEST_F(ProtocolRegistry, RefusesMissingArgumentsAndRecordsOfAnotherHandle) {
   EXPECT_EQ(tarvik::InstalledRecordCount(), 0u);
 }
 
-TEST_F(ProtocolRegistry, TeardownRunsCleanUpsInReverseOrderAndFreesTheTable) {
-  ASSERT_EQ(install(make_record(1, machine->image_handle()), machine->image_handle(), unload_record<1>), EFI_SUCCESS);
-  ASSERT_EQ(install(make_record(2, machine->image_handle()), machine->image_handle(), unload_record<2>), EFI_SUCCESS);
-  ASSERT_EQ(install(make_record(3, machine->image_handle()), machine->image_handle(), unload_record<3>), EFI_SUCCESS);
-  EXPECT_EQ(records[1]->Header.Unload, &unload_record<2>);
-  EXPECT_TRUE(locatable(2));
-
-  const size_t pools_with_table = machine->memory().outstanding_pools();
-  EXPECT_EQ(common->UninstallAllProtocols(common), EFI_SUCCESS);
-  EXPECT_EQ(unloaded, (std::vector<int>{3, 2, 1}));
-  EXPECT_FALSE(locatable(1) || locatable(2) || locatable(3));
-  EXPECT_EQ(machine->memory().outstanding_pools(), pools_with_table - 1) << "the table is freed";
-  EXPECT_EQ(tarvik::InstalledRecordCount(), 0u);
-}
-
+// Teardown in reverse order, with the table freed, is checked with the
+// start-up (Startup.ACompleteRunInstallsInOrderTearsDownInReverseAndResetsCold).
 TEST_F(ProtocolRegistry, TheHundredAndFirstRecordIsInstalledButNotRemembered) {
   for (UINT32 n = 1; n <= 101; ++n)
     ASSERT_EQ(install(make_record(n, machine->image_handle()), machine->image_handle(), unload_record<0>),
