@@ -207,19 +207,6 @@ TEST_F(Log, LineCopiesTheSecondsSuffixAndFreeing) {
   EXPECT_EQ(untouched, nullptr);
 }
 
-// The recovery log takes its operation and rows from the bad-sector tool;
-// the lines it builds with the tool are checked beside the tool itself.
-TEST_F(Log, AModuleThatIsNotRegisteredOrAMissingToolBuildsNothing) {
-  RunRecord run;
-  run.times = {at(2025, 1, 1, 0, 0, 0)};
-  EXPECT_EQ(build(0, run), EFI_INVALID_PARAMETER);
-  std::u16string a = u"Bad sectors found =\t2";
-  CHAR16* result_lines[] = {a.data()};
-  const EFI_TIME start = at(2025, 2, 3, 4, 5, 6), end = at(2025, 2, 3, 5, 6, 7);
-  EXPECT_EQ(log->BuildRecoverLog(1, result_lines, 1, &start, &end), EFI_ABORTED);
-  EXPECT_EQ(log->GetLineCount(), 0u);
-}
-
 TEST(LogTime, MillisecondsCountLeapDaysAndStartIn1970) {
   // The header lines of the logs above count the leap days up to 2025.
   EXPECT_EQ(tarvik::MillisecondsSince1970(at(1969, 12, 31, 23, 59, 59)), 0u);

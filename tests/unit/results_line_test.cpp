@@ -81,17 +81,15 @@ TEST(ResultsLine, FindingsComeFromTheShapeOfAModulesLines) {
     EXPECT_NE(line.find(expected), std::string::npos) << expected << "\n" << line;
 }
 
-TEST(ResultsLine, AToolLogFailsOnTheSectorsItsNumberedLinesName) {
-  const std::vector<std::u16string> log = {u"+++ 20260115T080000UTC RECOVER", u"Operation: Check", u"Device 0: Disk ",
-                                           u"Size: 1 GB", u"Error #001 in sector 77", u"Done", u"--- RECOVER"};
-  const std::string line = results(log, true);
+// A tool's log, failed on the sectors it names, is read from a real recovery
+// run by the results test (hostfw: results_and_decode).
+TEST(ResultsLine, AToolLogWithoutBadSectorsPasses) {
+  const std::string line = results({u"+++ 20260115T080000UTC RECOVER", u"Operation: Check", u"Device 0: Disk ",
+                                     u"Size: 1 GB", u"Bad sectors found = 0", u"Done", u"--- RECOVER"},
+                                    true);
   EXPECT_NE(line.find("\"name\":\"Disk\""), std::string::npos) << line;
-  EXPECT_NE(line.find("\"unreadable_lbas\":[77]"), std::string::npos) << line;
-  EXPECT_NE(line.find("\"outcome\":\"failed\",\"seconds\":100}"), std::string::npos) << line;
-  std::vector<std::u16string> clean = log;
-  clean[4] = u"Bad sectors found = 0";
-  EXPECT_NE(results(clean, true).find("\"unreadable_lbas\":[],"), std::string::npos);
-  EXPECT_NE(results(clean, true).find("\"outcome\":\"passed\""), std::string::npos);
+  EXPECT_NE(line.find("\"unreadable_lbas\":[],"), std::string::npos) << line;
+  EXPECT_NE(line.find("\"outcome\":\"passed\",\"seconds\":100}"), std::string::npos) << line;
 }
 
 }  // namespace
