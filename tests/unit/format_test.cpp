@@ -86,7 +86,6 @@ TEST(Format, StatusConversion) {
   // Values without a name print in full hexadecimal.
   EXPECT_EQ(F(u"%r|%r|%r|%r", EFIERR(29), EFIERR(36), EFI_ERROR_BIT, 8ULL),
             u"0x800000000000001D|0x8000000000000024|0x8000000000000000|0x0000000000000008");
-  EXPECT_EQ(F(u"Failed: %r (%d)\n", EFI_NOT_FOUND, 3), u"Failed: Not Found (3)\r\n");
   EXPECT_EQ(tarvik::StatusName(EFIERR(29)), nullptr);
 }
 
