@@ -193,10 +193,9 @@ TEST_F(Log, LineCopiesTheSecondsSuffixAndFreeing) {
     machine->boot_services()->FreePool(copy);
     return result;
   };
-  EXPECT_EQ(strip(u"SUCCESS 75 S", true), "SUCCESS 75");
-  EXPECT_EQ(strip(u"SKIPPED", false), "SKIPPED");
-  EXPECT_EQ(strip(u" S", false), " S");
+  // Durations with and without their number are shown on the run screen's log.
   EXPECT_EQ(strip(u"5 S", true), "5");
+  EXPECT_EQ(strip(u" S", false), " S");
   EXPECT_EQ(strip(u"UNSUPPORTED X S", false), "UNSUPPORTED X S");
 
   EXPECT_EQ(log->FreeLog(), EFI_SUCCESS);
