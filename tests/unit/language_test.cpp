@@ -79,17 +79,6 @@ TEST(LanguageInstall, DetectsTheFirmwaresCurrentLanguageAndStartsFromTheFirst) {
   }
 }
 
-TEST_F(Language, SetLanguageComparesTheFirstTwoCharacters) {
-  EXPECT_EQ(language->SetLanguage(nullptr), EFI_ABORTED);
-  const std::vector<std::pair<const char16_t*, UINT64>> cases = {
-      {u"pt-BR", 1}, {u"de|DE", 3}, {u"nl", 7}, {u"n", 0}, {u"", 0}, {u"NL", 0}};
-  for (const auto& [code, index] : cases) {
-    language->SetLanguage(u"nl");
-    EXPECT_EQ(language->SetLanguage(code), EFI_SUCCESS);
-    EXPECT_EQ(language->GetLanguage(), index) << utf8(code);
-  }
-}
-
 TEST_F(Language, StringTablesAreNewCopiesOwnedByTheCaller) {
   OwnedTable interface, again, memory, storage;
   ASSERT_EQ(language->GetStringTable(u"Interface", &interface.count, &interface.strings), EFI_SUCCESS);
@@ -104,21 +93,6 @@ TEST_F(Language, StringTablesAreNewCopiesOwnedByTheCaller) {
   EXPECT_NE(interface.strings[3], interface.strings[149]) << "each entry is its own copy";
   EXPECT_EQ(interface.text(9) + interface.text(159) + memory.text(111) + storage.text(104), "") << "gaps are empty";
   EXPECT_EQ(language->GetString(96, interface.strings), interface.strings[96]);
-}
-
-TEST_F(Language, TablesAreNamedByTheirFirstThreeCharactersOnly) {
-  {
-    OwnedTable table;
-    EXPECT_EQ(language->GetStringTable(u"Storage devices", &table.count, &table.strings), EFI_SUCCESS);
-    EXPECT_EQ(table.count, 144u);
-  }
-  CHAR16* sentinel[1] = {nullptr};
-  for (const char16_t* name : {u"interface", u"In", u"Log"}) {
-    UINT64 count = 7;
-    CHAR16** table = sentinel;
-    EXPECT_EQ(language->GetStringTable(name, &count, &table), EFI_SUCCESS) << utf8(name);
-    EXPECT_EQ(std::pair(count, table), std::pair(UINT64{7}, sentinel)) << utf8(name);
-  }
 }
 
 TEST_F(Language, AFailedAllocationFreesWhatTheTableHadSoFar) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "app/application_plan.h"
@@ -91,17 +92,14 @@ struct Stand {
     }
     VOID* raw = nullptr;
     EFI_STATUS status = tarvik::gBS->AllocatePool(EfiBootServicesData, sizeof(Tool), &raw);
-    if (EFI_ERROR(status)) {
-      UnloadTool(image);
-      *withdraw = TRUE;
-      return status;
+    if (!EFI_ERROR(status)) {
+      tool = static_cast<Tool*>(raw);
+      tarvik::FillServiceRecord(*tool, image, tarvik::BadSectorsToolProtocolGuid, FillTool);
+      EFI_HANDLE handle = image;
+      EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
+      status = tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid,
+                                                    reinterpret_cast<VOID**>(&tool), UnloadTool);
     }
-    tool = static_cast<Tool*>(raw);
-    tarvik::FillServiceRecord(*tool, image, tarvik::BadSectorsToolProtocolGuid, FillTool);
-    EFI_HANDLE handle = image;
-    EFI_GUID guid = tarvik::BadSectorsToolProtocolGuid;
-    status = tarvik::gDiagCommon->InstallProtocol(tarvik::gDiagCommon, &handle, &guid,
-                                                  reinterpret_cast<VOID**>(&tool), UnloadTool);
     if (EFI_ERROR(status)) {
       UnloadTool(image);
       *withdraw = TRUE;
@@ -162,14 +160,9 @@ class Session {
     while (registry()->GetTestCount() < tarvik::TestCollectionCapacity) registry()->AddTest(&filler_);
   }
 
-  // What is there before an installation, to compare with after it failed.
-  struct Snapshot {
-    size_t pools;
-    UINT64 tests;
-    UINT32 records;
-    bool operator==(const Snapshot&) const = default;
-  };
-  Snapshot snapshot() {
+  // Pools, registered modules and installed records before an installation,
+  // to compare with after it failed.
+  std::tuple<size_t, UINT64, UINT32> snapshot() {
     return {machine_->memory().outstanding_pools(), registry() != nullptr ? registry()->GetTestCount() : 0,
             tarvik::InstalledRecordCount()};
   }
@@ -211,11 +204,11 @@ TEST(TestModuleInstaller, EachFailingStepPrintsTheModulesMessageAndLeavesNothing
     SCOPED_TRACE(step.name);
     Session session(step.with_registry);
     step.arrange(session);
-    const Session::Snapshot before = session.snapshot();
+    const auto before = session.snapshot();
     EXPECT_EQ(tarvik::InstallTestModule(session.machine_->image_handle(), Stand::kModule), step.status);
     EXPECT_EQ(session.machine_.transcript(), step.transcript);
     EXPECT_EQ(Stand::events, step.events);
-    EXPECT_TRUE(session.snapshot() == before) << "no pool, registry entry or installed record is left";
+    EXPECT_EQ(session.snapshot(), before) << "no pool, registry entry or installed record is left";
     EXPECT_FALSE(located(kModuleGuid));
     EXPECT_FALSE(located(tarvik::BadSectorsToolProtocolGuid));
     EXPECT_EQ(Stand::installation.Record, nullptr);
@@ -267,12 +260,12 @@ TEST(TestModuleInstaller, AnInstalledModuleAndCompanionAreFilledRegisteredAndRel
 TEST(TestModuleInstaller, TheMemoryModulePrintsItsOwnMessages) {
   Session session;
   session.fill_registry();
-  const Session::Snapshot before = session.snapshot();
+  const auto before = session.snapshot();
   EXPECT_EQ(tarvik::InstallMemoryTest(session.machine_->image_handle(), session.machine_->system_table()),
             EFI_VOLUME_FULL);
   EXPECT_EQ(session.machine_.transcript(),
             "Falha ao instalar Memory Test em Test Collection Protocol: Volume Full\r\n");
-  EXPECT_TRUE(session.snapshot() == before);
+  EXPECT_EQ(session.snapshot(), before);
   EXPECT_FALSE(located(tarvik::MemoryTestProtocolGuid));
   EXPECT_EQ(tarvik::MemoryTest.Installation.Record, nullptr);
 }

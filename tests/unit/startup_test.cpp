@@ -116,11 +116,6 @@ TEST_F(Startup, AFailingCoreServiceStopsWithItsMessagesAndNoReset) {
   tarvik::UninstallDiagCommon();
 }
 
-TEST_F(Startup, AServiceWithoutTheSharedServicesCannotInstall) {
-  EXPECT_EQ(FakeService<1>::Install(machine->image_handle(), machine->system_table()), EFI_NOT_FOUND);
-  EXPECT_EQ(machine.transcript(), "Falha ao carregar Diag Common Protocol.\n\r");
-}
-
 TEST_F(Startup, WithoutTheSharedServicesNothingElseIsTried) {
   machine->faults().fail_allocate_pool_call = machine->memory().pool_allocations() + 1;
   const hostfw::RunResult result = machine->run(EntryWithPlan);
