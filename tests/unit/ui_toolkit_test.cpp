@@ -7,10 +7,7 @@
 #include <string>
 #include <tuple>
 
-#include "core/diag_common.h"
-#include "sysinfo/smbios_protocol.h"
 #include "tests/support/test_machine.h"
-#include "text/language_protocol.h"
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/selection_screen.h"
@@ -23,7 +20,7 @@ using testing_support::TestMachine;
 
 class UiToolkit : public ::testing::Test {
  protected:
-  explicit UiToolkit(const std::string& script = "") : machine(script) { ScreenSize = size; }
+  UiToolkit() { ScreenSize = size; }
   ~UiToolkit() override { ScreenSize = nullptr; }
   void TearDown() override { EXPECT_EQ(machine->memory().outstanding_pools(), 0u); }
 
@@ -218,47 +215,10 @@ TEST_F(UiToolkit, CheckBoxKeyTicksMovesAndConfirms) {
   }
 }
 
-// ---- Message boxes, which wait for their key inside a run -------------------
-
-// Their layout and the answers of the boxes the screens show are checked by
-// the screen tests; here, what each type of box takes for an answer.
-constexpr char kAnswers[] = "key Esc; key Enter; key Enter; key x; key Esc; key n; key Y; key N; key x; key Enter; key Esc";
-struct Box { UINT8 type; const CHAR16* text; };
-constexpr Box kBoxes[] = {{4, u"Unknown"},  {0, u"Saved."}, {1, u"Failed."}, {3, u"Replace?"},
-                          {3, u"Replace?"}, {3, u"Again?"}, {2, u"Note."},   {2, u"Note."}};
-EFI_STATUS g_answers[std::size(kBoxes)];
-
-EFIAPI EFI_STATUS show_boxes(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-  for (size_t i = 0; i < std::size(kBoxes); ++i) g_answers[i] = ShowMessageBox(kBoxes[i].text, kBoxes[i].type);
-  return EFI_SUCCESS;
-}
-
-class UiToolkitMessageBox : public UiToolkit {
- protected:
-  UiToolkitMessageBox() : UiToolkit(kAnswers) {}
-};
-
-TEST_F(UiToolkitMessageBox, EachTypeTakesOnlyItsOwnAnswers) {
-  EFI_HANDLE image = machine->image_handle();
-  ASSERT_EQ(InstallDiagCommon(image, machine->system_table()), EFI_SUCCESS);
-  ASSERT_EQ(InstallSmBios(image, machine->system_table()), EFI_SUCCESS);
-  ASSERT_EQ(InstallLanguage(image, machine->system_table()), EFI_SUCCESS);
-  EFI_GUID guid = LanguageProtocolGuid;
-  ASSERT_EQ(gBS->LocateProtocol(&guid, nullptr, reinterpret_cast<VOID**>(&UiLanguage)), EFI_SUCCESS);
-  ASSERT_EQ(UiLanguage->GetStringTable(u"Interface", &InterfaceStringCount, &InterfaceStrings), EFI_SUCCESS);
-
-  const hostfw::RunResult result = machine->run(show_boxes);
-  EXPECT_EQ(result.end, hostfw::RunResult::End::Returned) << result.reason;
-  const EFI_STATUS expected[] = {EFI_INVALID_PARAMETER, EFI_SUCCESS, EFI_SUCCESS, EFI_ABORTED,
-                                 EFI_SUCCESS,           EFI_ABORTED, EFI_SUCCESS, EFI_ABORTED};
-  for (size_t i = 0; i < std::size(kBoxes); ++i) EXPECT_EQ(g_answers[i], expected[i]) << "box " << i;
-  EXPECT_EQ(machine.transcript().find("Unknown"), std::string::npos);
-
-  for (UINT64 i = 0; i < InterfaceStringCount; ++i) gBS->FreePool(InterfaceStrings[i]);
-  gBS->FreePool(InterfaceStrings);
-  InterfaceStrings = nullptr, InterfaceStringCount = 0, UiLanguage = nullptr;
-  gDiagCommon->UninstallAllProtocols(gDiagCommon);
-  UninstallDiagCommon();
-}
+// Message boxes are answered inside whole runs: a warning refused with ESC and
+// a question answered N (RecoveryScreen.ARefusedWarningEndsTheFlowWithoutTheFinalView,
+// RecoveryScreen.NoToTheRecoveryQuestionStillReachesTheFinalViewAndEscAsksTheToolToCancel),
+// Y (RunScreen.AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll), ENTER on
+// an error and a success (FullVolumeSave).
 
 }  // namespace
