@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "core/locate.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -14,10 +15,8 @@ using testing_support::utf8;
 TEST(DiagCommon, InstallsItsRecordWithEveryOperationWired) {
   TestMachine machine;
   ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
-  EFI_GUID guid = tarvik::DiagCommonProtocolGuid;
-  VOID* found = nullptr;
-  ASSERT_EQ(tarvik::gBS->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
-  auto* common = static_cast<tarvik::DiagCommonProtocol*>(found);
+  auto* common = tarvik::LocateService<tarvik::DiagCommonProtocol>(tarvik::DiagCommonProtocolGuid);
+  ASSERT_NE(common, nullptr);
   EXPECT_EQ(common, tarvik::gDiagCommon);
 
   // Each slot through the record, as other modules use them; the string
@@ -37,7 +36,7 @@ TEST(DiagCommon, InstallsItsRecordWithEveryOperationWired) {
   EXPECT_NE(machine.transcript().find("hello\r\n"), std::string::npos);
 
   tarvik::UninstallDiagCommon();
-  EXPECT_EQ(tarvik::gBS->LocateProtocol(&guid, nullptr, &found), EFI_NOT_FOUND);
+  EXPECT_EQ(tarvik::LocateService<tarvik::DiagCommonProtocol>(tarvik::DiagCommonProtocolGuid), nullptr);
   EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/diag_common.h"
+#include "core/locate.h"
 #include "sysinfo/smbios_protocol.h"
 #include "tests/support/test_machine.h"
 
@@ -29,10 +30,7 @@ struct OwnedTable {
 };
 
 tarvik::LanguageProtocol* located() {
-  EFI_GUID guid = tarvik::LanguageProtocolGuid;
-  VOID* found = nullptr;
-  if (tarvik::gBS->LocateProtocol(&guid, nullptr, &found) != EFI_SUCCESS) return nullptr;
-  return static_cast<tarvik::LanguageProtocol*>(found);
+  return tarvik::LocateService<tarvik::LanguageProtocol>(tarvik::LanguageProtocolGuid);
 }
 
 void uninstall_all() {

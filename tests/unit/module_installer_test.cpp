@@ -15,6 +15,7 @@
 
 #include "app/application_plan.h"
 #include "badsector/bad_sectors_tool_protocol.h"
+#include "core/locate.h"
 #include "memtest/memory_test_protocol.h"
 #include "memtest/memory_test_state.h"
 #include "tests/support/fake_test_module.h"
@@ -129,10 +130,7 @@ struct Stand {
   };
 };
 
-bool located(EFI_GUID guid) {
-  VOID* found = nullptr;
-  return tarvik::gBS->LocateProtocol(&guid, nullptr, &found) == EFI_SUCCESS;
-}
+bool located(EFI_GUID guid) { return tarvik::LocateService<VOID>(guid) != nullptr; }
 
 // A machine with the application's core services (all of them, or all up to
 // the registry), torn down at the end with no pool left.

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/diag_common.h"
+#include "core/locate.h"
 #include "resultcode/error_code_protocol.h"
 #include "tests/support/test_machine.h"
 
@@ -26,10 +27,8 @@ class ResultCode : public ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     ASSERT_EQ(tarvik::InstallErrorCode(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
-    EFI_GUID guid = tarvik::ErrorCodeProtocolGuid;
-    VOID* found = nullptr;
-    ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
-    service = static_cast<tarvik::ErrorCodeProtocol*>(found);
+    service = tarvik::LocateService<tarvik::ErrorCodeProtocol>(tarvik::ErrorCodeProtocolGuid);
+    ASSERT_NE(service, nullptr);
   }
   void TearDown() override {
     tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/diag_common.h"
+#include "core/locate.h"
 #include "hostfw/volumes.h"
 #include "log/log_protocol.h"
 #include "tests/support/fake_test_module.h"
@@ -48,10 +49,8 @@ class SaveLog : public ::testing::Test {
     ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     ASSERT_EQ(tarvik::InstallTestCollection(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     ASSERT_EQ(tarvik::InstallLog(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
-    EFI_GUID guid = tarvik::LogProtocolGuid;
-    VOID* found = nullptr;
-    ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
-    log = static_cast<tarvik::LogProtocol*>(found);
+    log = tarvik::LocateService<tarvik::LogProtocol>(tarvik::LogProtocolGuid);
+    ASSERT_NE(log, nullptr);
     ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
     fs::remove_all(directory / "GOOD" / "Log");  // a fresh stick: no \Log yet
   }
