@@ -103,10 +103,6 @@ class Log : public ::testing::Test {
     return result;
   }
 
-  void add(FakeTestModule& module) {
-    ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
-  }
-
   TestMachine machine;
   tarvik::LogProtocol* log = nullptr;
 };
@@ -115,7 +111,7 @@ TEST_F(Log, StopLinesFollowTheQueueStateAndOnlyRunAlgorithmsAdvanceTheTime) {
   FakeTestModule module(machine->image_handle());
   module.algorithms = {{u"A", u"ALPHA"}, {u"B", u"BETA"}, {u"C", u"GAMMA"}, {u"D", u"DELTA"}, {u"E", u"EPSILON"}};
   module.devices = {{u"Disk", {{u"UID:", u"D1"}}, {}}};
-  add(module);
+  ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
   RunRecord run;
   run.states = {{0, 5, 6, 4, 3}};
   run.algorithm_selection = {1, 1, 1, 1, 1};
@@ -156,7 +152,7 @@ TEST_F(Log, QueriesFindEachDeviceOfATwoDeviceLog) {
   module.devices = {{u"A", {{u"UID:", u"WD-1"}, {u"DISPLAYNAME:", u"Kestrel KV1 SSD"}}, {}},
                     {u"B", {{u"UID:", u"WD-2"}, {u"DISPLAYNAME:", u"Not Tested"}}, {}},
                     {u"C", {{u"UID:", u"WD-3"}, {u"DISPLAYNAME:", u"Ostrava 2TB"}}, {}}};
-  add(module);
+  ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
   RunRecord run;
   run.states = {{2}, {0}, {3}};
   run.device_selection = {1, 0, 1};  // the second drive was not chosen
@@ -180,7 +176,7 @@ TEST_F(Log, RowsThatFitAreKeptWholeAndFreeingEmptiesTheLog) {
   FakeTestModule module(machine->image_handle());
   module.algorithms = {{u"A", u"ALPHA"}};
   module.devices = {{u"D", {{u"NOTE:", std::u16string(144, u'n')}}, {}}};
-  add(module);
+  ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
   RunRecord run;
   ASSERT_EQ(build(0, run), EFI_SUCCESS);
   EXPECT_EQ(lines()[1].size(), 150u);  // "NOTE: " and 144 characters, all of them

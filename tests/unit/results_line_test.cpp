@@ -37,12 +37,8 @@ std::string results(const std::vector<std::u16string>& log_lines, bool tool = fa
   for (size_t l = 0; l < log_lines.size(); ++l)
     std::copy(log_lines[l].begin(), log_lines[l].end(), block.begin() + l * tarvik::LogLineChars);
   const EFI_TIME start = {2026, 1, 15, 8, 0, 0, 0, 0, 0, 0, 0}, end = {2026, 1, 15, 8, 1, 40, 0, 0, 0, 0, 0};
-  tarvik::ResultsRun run;
-  run.Tool = tool;
-  run.Started = &start;
-  run.Ended = &end;
-  run.Lines = block.data();
-  run.LineCount = log_lines.size();
+  const tarvik::ResultsRun run{.Tool = tool, .Started = &start, .Ended = &end, .Machine = {},
+                               .Lines = block.data(), .LineCount = log_lines.size()};
   std::vector<uint8_t> buffer(tarvik::ResultsLineCapacity(run));
   tarvik::JsonWriter json(buffer.data(), buffer.size());
   tarvik::WriteResultsLine(json, run);
