@@ -33,11 +33,6 @@ tarvik::LanguageProtocol* located() {
   return tarvik::LocateService<tarvik::LanguageProtocol>(tarvik::LanguageProtocolGuid);
 }
 
-void uninstall_all() {
-  tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
-  tarvik::UninstallDiagCommon();
-}
-
 class Language : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -46,7 +41,8 @@ class Language : public ::testing::Test {
     language = located();
   }
   void TearDown() override {
-    uninstall_all();
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
     EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
   }
   TestMachine machine;
@@ -72,7 +68,8 @@ TEST(LanguageInstall, DetectsTheFirmwaresCurrentLanguageAndStartsFromTheFirst) {
     ASSERT_EQ(tarvik::InstallLanguage(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     EXPECT_EQ(located()->GetLanguage(), c.index) << c.installable.size() << " languages, smbios " << c.smbios;
     located()->SetLanguage(u"it");
-    uninstall_all();
+    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+    tarvik::UninstallDiagCommon();
     EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
   }
 }

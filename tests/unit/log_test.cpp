@@ -39,7 +39,6 @@ struct RunRecord {
   std::vector<std::u16string> result_codes = {u"X"};
   std::vector<EFI_TIME> times = {at(2025, 1, 1, 0, 0, 0), at(2025, 1, 1, 0, 0, 1), at(2025, 1, 1, 0, 0, 2)};
   std::vector<EFI_TIME> durations = {seconds(0, 1)};
-  std::vector<std::u16string> summary;
   std::vector<std::vector<std::vector<std::u16string>>> messages = {{{}}};  // [device][algorithm][n]
 };
 
@@ -73,11 +72,11 @@ class Log : public ::testing::Test {
     std::vector<std::vector<CHAR16**>> per_algorithm;
     for (auto& device : texts) per_algorithm.push_back(data_of(device));
     auto states = data_of(run.states);
-    auto codes = data_of(run.result_codes), summary = data_of(run.summary);
+    auto codes = data_of(run.result_codes);
     auto per_device = data_of(per_algorithm);
     auto count_rows = data_of(counts);
     return log->BuildTestLog(module_index, states.data(), run.algorithm_selection.data(), run.device_selection.data(),
-                             codes.data(), run.times.data(), run.durations.data(), summary.data(), summary.size(),
+                             codes.data(), run.times.data(), run.durations.data(), nullptr, 0,
                              per_device.data(), count_rows.data());
   }
 

@@ -33,12 +33,6 @@ struct Tool {
   VOID* Operation;
 };
 
-VOID* take_pool() {
-  VOID* buffer = nullptr;
-  tarvik::gBS->AllocatePool(EfiBootServicesData, 16, &buffer);
-  return buffer;
-}
-
 // A module with every optional step; each step notes that it ran and holds a
 // pool buffer, so that a missed release shows as a leak.
 struct Stand {
@@ -61,7 +55,7 @@ struct Stand {
 
   static EFI_STATUS Prepare() {
     events.push_back("prepare");
-    prepared = take_pool();
+    tarvik::gBS->AllocatePool(EfiBootServicesData, 16, &prepared);
     return EFI_SUCCESS;
   }
   static VOID ReleasePrepared() {
@@ -86,7 +80,7 @@ struct Stand {
       return gather_status;
     }
     events.push_back("gather");
-    gathered = take_pool();
+    tarvik::gBS->AllocatePool(EfiBootServicesData, 16, &gathered);
     if (!offer) {
       UnloadTool(image);
       return EFI_SUCCESS;

@@ -53,6 +53,7 @@ class SaveLog : public ::testing::Test {
     ASSERT_NE(log, nullptr);
     ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
     fs::remove_all(directory / "GOOD" / "Log");  // a fresh stick: no \Log yet
+    build_log();
   }
   void TearDown() override {
     log->FreeLog();
@@ -92,7 +93,6 @@ class SaveLog : public ::testing::Test {
 // The saved file line by line is checked on real firmware (qemu: log_file);
 // here, the narrowing to 8 bits and the append.
 TEST_F(SaveLog, CreatesTheDirectoryAndAppendsEightBitLinesOnEverySave) {
-  build_log();
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
   const std::string saved = file_text(log_file("GOOD")), once = saved.substr(0, saved.size() / 2);
@@ -103,7 +103,6 @@ TEST_F(SaveLog, CreatesTheDirectoryAndAppendsEightBitLinesOnEverySave) {
 }
 
 TEST_F(SaveLog, RefusingVolumesAndHandlesGiveTheirCodeAndKeepWhatWasSaved) {
-  build_log();
   for (const char* volume : {"LOCKED", "FAILING"})
     std::ofstream(log_file(volume), std::ios::binary) << "an earlier run\n";
   EXPECT_EQ(save_to(1), static_cast<UINT64>(SaveLogCode::FileNotOpened));  // write-protected

@@ -35,10 +35,8 @@ struct FakeService {
   static EFI_GUID Guid() { return EFI_GUID{0xC0DE0000u + N, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}}; }
   static EFI_STATUS Install(EFI_HANDLE image, EFI_SYSTEM_TABLE* system_table) {
     g_events.push_back("install " + std::to_string(N));
-    static const CHAR16* const names[] = {u"Zero Protocol", u"Error Code Protocol", u"SmBios Protocol",
-                                          u"Language Protocol", u"Test Collection Protocol"};
     const tarvik::ServiceDescriptor<FakeRecord> descriptor{
-        Guid(), names[N], &Record, Unload, [](FakeRecord&) {}};
+        Guid(), N == 3 ? u"Language Protocol" : u"Fake Protocol", &Record, Unload, [](FakeRecord&) {}};
     return tarvik::InstallService(image, system_table, descriptor);
   }
   static bool installed() { return tarvik::LocateService<FakeRecord>(Guid()) != nullptr; }
