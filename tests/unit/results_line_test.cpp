@@ -38,13 +38,8 @@ std::string results(const std::vector<std::u16string>& log_lines, bool tool = fa
   for (size_t l = 0; l < log_lines.size(); ++l)
     std::copy(log_lines[l].begin(), log_lines[l].end(), block.begin() + l * tarvik::LogLineChars);
   const EFI_TIME start = {2026, 1, 15, 8, 0, 0, 0, 0, 0, 0, 0}, end = {2026, 1, 15, 8, 1, 40, 0, 0, 0, 0, 0};
-  tarvik::ResultsRun run;
-  run.Tool = tool;
-  run.ToolCanceledLine = canceled.c_str();
-  run.Started = &start;
-  run.Ended = &end;
-  run.Lines = block.data();
-  run.LineCount = log_lines.size();
+  const tarvik::ResultsRun run{.Tool = tool, .Started = &start, .Ended = &end, .ToolCanceledLine = canceled.c_str(),
+                               .Machine = {}, .Lines = block.data(), .LineCount = log_lines.size()};
   std::vector<uint8_t> buffer(tarvik::ResultsLineCapacity(run));
   tarvik::JsonWriter json(buffer.data(), buffer.size());
   tarvik::WriteResultsLine(json, run);
@@ -86,21 +81,22 @@ TEST(ResultsLine, FindingsComeFromTheShapeOfAModulesLines) {
     EXPECT_NE(line.find(expected), std::string::npos) << expected << "\n" << line;
 }
 
+// A tool's log fails on the sectors its numbered lines name, passes
+// without one, and a cancelled run is cancelled whatever it found.
 TEST(ResultsLine, AToolLogFailsOnTheSectorsItsNumberedLinesName) {
-  const std::vector<std::u16string> log = {u"+++ 20260115T080000UTC RECOVER", u"Operation: Check", u"Device 0: Disk ",
-                                           u"Size: 1 GB", u"Error #001 in sector 77", u"Done", u"--- RECOVER"};
-  const std::string line = results(log, true);
+  std::vector<std::u16string> log = {u"+++ 20260115T080000UTC RECOVER", u"Operation: Check", u"Device 0: Disk ",
+                                     u"Size: 1 GB", u"Error #001 in sector 77", u"Done", u"--- RECOVER"};
+  std::string line = results(log, true);
   EXPECT_NE(line.find("\"name\":\"Disk\""), std::string::npos) << line;
   EXPECT_NE(line.find("\"unreadable_lbas\":[77]"), std::string::npos) << line;
   EXPECT_NE(line.find("\"outcome\":\"failed\",\"seconds\":100}"), std::string::npos) << line;
-  std::vector<std::u16string> clean = log;
-  clean[4] = u"Bad sectors found = 0";
-  EXPECT_NE(results(clean, true).find("\"unreadable_lbas\":[],"), std::string::npos);
-  EXPECT_NE(results(clean, true).find("\"outcome\":\"passed\""), std::string::npos);
-  // A run cancelled after it found a sector is cancelled, not failed.
-  std::vector<std::u16string> canceled = log;
-  canceled[5] = u"Test canceled by User.";
-  EXPECT_NE(results(canceled, true).find("\"outcome\":\"canceled\""), std::string::npos);
+  log[5] = u"Test canceled by User.";
+  EXPECT_NE(results(log, true).find("\"outcome\":\"canceled\""), std::string::npos);
+  log[4] = u"Bad sectors found = 0";
+  log[5] = u"Done";
+  line = results(log, true);
+  EXPECT_NE(line.find("\"unreadable_lbas\":[],"), std::string::npos) << line;
+  EXPECT_NE(line.find("\"outcome\":\"passed\""), std::string::npos) << line;
 }
 
 }  // namespace

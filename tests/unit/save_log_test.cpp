@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/diag_common.h"
+#include "core/locate.h"
 #include "hostfw/volumes.h"
 #include "log/log_protocol.h"
 #include "tests/support/fake_test_module.h"
@@ -20,7 +21,8 @@ using testing_support::file_text;
 using testing_support::TestMachine;
 using tarvik::SaveLogCode;
 
-// The default machine plus volumes that refuse in each of their ways.
+// The default machine plus volumes that refuse writing (a full volume is
+// saved to by a whole run: screens, full_volume_save).
 hostfw::Profile refusing_volumes(const fs::path& directory) {
   hostfw::Profile profile = hostfw::default_profile(directory.string());
   profile.volumes.clear();
@@ -32,7 +34,6 @@ hostfw::Profile refusing_volumes(const fs::path& directory) {
   volume("GOOD");
   volume("LOCKED").read_only = true;
   volume("FAILING").fail_writes = true;
-  volume("TINY").size_mib = 1;
   return profile;
 }
 
@@ -48,12 +49,11 @@ class SaveLog : public ::testing::Test {
     ASSERT_EQ(tarvik::InstallDiagCommon(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     ASSERT_EQ(tarvik::InstallTestCollection(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
     ASSERT_EQ(tarvik::InstallLog(machine->image_handle(), machine->system_table()), EFI_SUCCESS);
-    EFI_GUID guid = tarvik::LogProtocolGuid;
-    VOID* found = nullptr;
-    ASSERT_EQ(machine->boot_services()->LocateProtocol(&guid, nullptr, &found), EFI_SUCCESS);
-    log = static_cast<tarvik::LogProtocol*>(found);
+    log = tarvik::LocateService<tarvik::LogProtocol>(tarvik::LogProtocolGuid);
+    ASSERT_NE(log, nullptr);
     ASSERT_EQ(testing_support::located_test_collection()->AddTest(module.record()), EFI_SUCCESS);
     fs::remove_all(directory / "GOOD" / "Log");  // a fresh stick: no \Log yet
+    build_log();
   }
   void TearDown() override {
     log->FreeLog();
@@ -90,37 +90,24 @@ class SaveLog : public ::testing::Test {
   tarvik::LogProtocol* log = nullptr;
 };
 
-constexpr char kSavedLog[] =
-    "+++ 20250405T000000UTC FAKE 1743811200000\n"
-    "DISPLAYNAME: Caf\xe9 A\xf3\x64z\n"
-    "START TESTS\n"
-    "20250405T000000UTC START ALPHA\n"
-    "20250405T000009UTC STOP ALPHA SUCCESS 9 S\n"
-    "STOP TESTS UFK001000-AAAAAA\n"
-    "--- FAKE\n"
-    "\n";
-
+// The saved file line by line is checked on real firmware (qemu: log_file);
+// here, the narrowing to 8 bits and the append.
 TEST_F(SaveLog, CreatesTheDirectoryAndAppendsEightBitLinesOnEverySave) {
-  build_log();
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
-  EXPECT_EQ(file_text(log_file("GOOD")), kSavedLog);
   EXPECT_EQ(save_to(0), static_cast<UINT64>(SaveLogCode::Saved));
-  EXPECT_EQ(file_text(log_file("GOOD")), std::string(kSavedLog) + kSavedLog);
+  const std::string saved = file_text(log_file("GOOD")), once = saved.substr(0, saved.size() / 2);
+  EXPECT_EQ(saved, once + once);
+  EXPECT_EQ(once.substr(0, 23), "+++ 20250405T000000UTC ");
+  EXPECT_NE(once.find("\nDISPLAYNAME: Caf\xe9 A\xf3\x64z\n"), std::string::npos) << once;
+  EXPECT_EQ(once.substr(once.size() - 10), "--- FAKE\n\n") << "an empty line for the untested device";
 }
 
 TEST_F(SaveLog, RefusingVolumesAndHandlesGiveTheirCodeAndKeepWhatWasSaved) {
-  build_log();
-  for (const char* volume : {"LOCKED", "FAILING", "TINY"}) {
+  for (const char* volume : {"LOCKED", "FAILING"})
     std::ofstream(log_file(volume), std::ios::binary) << "an earlier run\n";
-  }
-  fs::resize_file(log_file("TINY"), 1024 * 1024 - 100);  // the volume is all but full
-
   EXPECT_EQ(save_to(1), static_cast<UINT64>(SaveLogCode::FileNotOpened));  // write-protected
   EXPECT_EQ(save_to(2), static_cast<UINT64>(SaveLogCode::WriteFailed));
-  EXPECT_EQ(save_to(3), static_cast<UINT64>(SaveLogCode::WriteFailed));
-  EXPECT_EQ(file_text(log_file("LOCKED")), "an earlier run\n");
-  EXPECT_EQ(file_text(log_file("FAILING")), "an earlier run\n");
-  EXPECT_EQ(fs::file_size(log_file("TINY")), 1024u * 1024 - 100);
+  for (const char* volume : {"LOCKED", "FAILING"}) EXPECT_EQ(file_text(log_file(volume)), "an earlier run\n") << volume;
 
   // A write-protected stick without \Log cannot get one either.
   fs::remove_all(directory / "LOCKED" / "Log");

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/diag_common.h"
+#include "core/locate.h"
 #include "core/protocol_registry.h"
 #include "sysinfo/smbios_protocol.h"
 #include "sysinfo/smbios_strings.h"
@@ -55,15 +56,16 @@ class GuardedTable {
     mprotect(base_ + data_pages * page, page, PROT_NONE);
     start_ = base_ + data_pages * page - bytes.size();
     std::memcpy(start_, bytes.data(), bytes.size());
+    length_ = bytes.size();
   }
   ~GuardedTable() { munmap(base_, size_); }
   const uint8_t* start() const { return start_; }
-  uint32_t address() const { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(start_)); }
+  size_t length() const { return length_; }
 
  private:
   uint8_t* base_ = nullptr;
   uint8_t* start_ = nullptr;
-  size_t size_ = 0;
+  size_t size_ = 0, length_ = 0;
 };
 
 class Smbios : public ::testing::Test {
@@ -77,26 +79,24 @@ class Smbios : public ::testing::Test {
     EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
   }
 
-  // A configuration-table entry whose SMBIOS entry point declares `table`
-  // `length` bytes long with `count` structures.
-  EFI_CONFIGURATION_TABLE smbios_entry(const GuardedTable& table, uint16_t length, uint16_t count) {
-    std::array<uint8_t, 32>& entry_point = entry_points_.emplace_back();
-    std::memcpy(entry_point.data(), "_SM_", 4);
-    std::memcpy(entry_point.data() + 0x16, &length, 2);
-    const uint32_t address = table.address();
-    std::memcpy(entry_point.data() + 0x18, &address, 4);
-    std::memcpy(entry_point.data() + 0x1C, &count, 2);
-    return {SMBIOS_TABLE_GUID, entry_point.data()};
-  }
-
-  // The same for a 3.0 entry point, which counts no structures.
-  EFI_CONFIGURATION_TABLE smbios3_entry(const GuardedTable& table, uint32_t maximum_size) {
-    std::array<uint8_t, 32>& entry_point = entry_points_.emplace_back();
-    std::memcpy(entry_point.data(), "_SM3_", 5);
-    std::memcpy(entry_point.data() + 0x0C, &maximum_size, 4);
+  // A configuration-table entry whose SMBIOS entry point gives the table's
+  // address and length: a 2.x one with `count` structures, a 3.0 one (no
+  // count) when `count` is 0.
+  EFI_CONFIGURATION_TABLE entry(const GuardedTable& table, uint16_t count) {
+    std::array<uint8_t, 32>& point = entry_points_.emplace_back();
     const uint64_t address = reinterpret_cast<uintptr_t>(table.start());
-    std::memcpy(entry_point.data() + 0x10, &address, 8);
-    return {SMBIOS3_TABLE_GUID, entry_point.data()};
+    const uint32_t length = static_cast<uint32_t>(table.length());
+    if (count == 0) {
+      std::memcpy(point.data(), "_SM3_", 5);
+      std::memcpy(point.data() + 0x0C, &length, 4);
+      std::memcpy(point.data() + 0x10, &address, 8);
+      return {SMBIOS3_TABLE_GUID, point.data()};
+    }
+    std::memcpy(point.data(), "_SM_", 4);
+    std::memcpy(point.data() + 0x16, &length, 2);
+    std::memcpy(point.data() + 0x18, &address, 4);  // the table lies below 4 GiB
+    std::memcpy(point.data() + 0x1C, &count, 2);
+    return {SMBIOS_TABLE_GUID, point.data()};
   }
 
   // Installs the service on a copy of the machine's system table whose
@@ -107,25 +107,17 @@ class Smbios : public ::testing::Test {
     system_table_.NumberOfTableEntries = configuration_.size();
     system_table_.ConfigurationTable = configuration_.data();
     const EFI_STATUS status = tarvik::InstallSmBios(machine->image_handle(), &system_table_);
-    EFI_GUID guid = tarvik::SmBiosProtocolGuid;
-    VOID* found = nullptr;
-    service = EFI_ERROR(machine->boot_services()->LocateProtocol(&guid, nullptr, &found))
-                  ? nullptr
-                  : static_cast<tarvik::SmBiosProtocol*>(found);
+    service = tarvik::LocateService<tarvik::SmBiosProtocol>(tarvik::SmBiosProtocolGuid);
     return status;
   }
 
-  EFI_STATUS install_on(const GuardedTable& table, uint16_t length, uint16_t count) {
-    return install_with({smbios_entry(table, length, count)});
-  }
+  EFI_STATUS install_on(const GuardedTable& table, uint16_t count) { return install_with({entry(table, count)}); }
 
   const uint8_t* find(uint8_t type, uint32_t instance) {
     VOID* record = reinterpret_cast<VOID*>(1);
     const EFI_STATUS status = service->GetSmbiosStructure(type, &record, instance);
     EXPECT_EQ(status == EFI_SUCCESS, record != nullptr);
-    if (status != EFI_SUCCESS) {
-      EXPECT_EQ(status, EFI_INVALID_PARAMETER);
-    }
+    EXPECT_TRUE(status == EFI_SUCCESS || status == EFI_INVALID_PARAMETER) << status;
     return static_cast<const uint8_t*>(record);
   }
 
@@ -144,82 +136,9 @@ class Smbios : public ::testing::Test {
   EFI_SYSTEM_TABLE system_table_ = {};
 };
 
-TEST_F(Smbios, StringsAreWidenedByteByByteAndLongTablesWalkedToTheEnd) {
-  Bytes table = structure(1, 8, {}) + structure(200, 6, {"Caf\xe9 \xff", "second"});  // no strings, then two
-  for (int i = 0; i < 300; ++i) table = table + structure(5, 4, {"x"});
-  table = table + structure(9, 5, {"slot"});
-  GuardedTable guarded(table);
-  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 303), EFI_SUCCESS);
-
-  ASSERT_NE(find(1, 0), nullptr);
-  const uint8_t* record = find(200, 0);
-  ASSERT_NE(record, nullptr);
-  EXPECT_EQ(string_of(record, 1), u"Caf\u00e9 \u00ff");
-  EXPECT_EQ(string_of(record, 2), u"second");
-  EXPECT_EQ(string_of(record, 3) + string_of(record, 0), u"");  // beyond the last string, and none
-  EXPECT_NE(find(5, 299), nullptr);
-  const uint8_t* slot = find(9, 0);
-  ASSERT_NE(slot, nullptr);
-  EXPECT_EQ(string_of(slot, 1), u"slot");
-  EXPECT_EQ(find(5, 300), nullptr);
-}
-
-TEST_F(Smbios, BrokenTablesEndTheWalkWithoutReadingPastTheirLength) {
-  const Bytes good = structure(1, 8, {"serial"});
-  struct Case {
-    const char* what;
-    Bytes tail;
-    uint16_t extra_count;
-  };
-  const Case cases[] = {
-      {"a string set cut by the table's end", Bytes{4, 6, 0, 0, 0, 0, 'a', 'b'}, 1},
-      {"a formatted area cut by the table's end", Bytes{4, 30, 0, 0, 0}, 1},
-      {"a length below the header", Bytes{4, 2, 0, 0, 0, 0, 4, 4, 0, 0, 0, 0}, 2},
-      {"more structures counted than the table holds", Bytes{}, 40},
-      {"a lone byte after the last structure", Bytes{4}, 1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    const Bytes table = good + c.tail;
-    GuardedTable guarded(table);
-    ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), static_cast<uint16_t>(1 + c.extra_count)),
-              EFI_SUCCESS);
-    const uint8_t* system = find(1, 0);
-    ASSERT_NE(system, nullptr);
-    EXPECT_EQ(string_of(system, 1), u"serial");
-    EXPECT_EQ(find(4, 0), nullptr);
-    EXPECT_EQ(find(4, 1), nullptr);
-    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
-  }
-}
-
-TEST_F(Smbios, StringsAreReadOnlyFromRecordsInsideTheTable) {
-  Bytes table = structure(1, 8, {"serial"});
-  const size_t cut_at = table.size();
-  table = table + structure(2, 4, {"abcdef"});
-  table.resize(table.size() - 3);  // the second structure's string set runs into the table's end
-  GuardedTable guarded(table);
-  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 2), EFI_SUCCESS);
-  const uint8_t* start = find(1, 0);
-  ASSERT_EQ(start, guarded.start());
-  EXPECT_EQ(find(2, 0), nullptr) << "a structure whose string set the table's end cuts off is not served";
-
-  // A record handed in by hand whose string set the table's end cuts off
-  // has no strings; the scan stops at the end.
-  EXPECT_EQ(string_of(start + cut_at, 1), u"");
-
-  // Before the table, too short for a header at its end, past its end.
-  const uint8_t* end = start + table.size();
-  for (const uint8_t* outside : {start - 1, end - 3, end, end + 16, static_cast<const uint8_t*>(nullptr)}) {
-    CHAR16* text = reinterpret_cast<CHAR16*>(1);
-    EXPECT_EQ(service->GetSmbiosString(outside, 1, &text), EFI_INVALID_PARAMETER) << static_cast<const void*>(outside);
-    EXPECT_EQ(text, nullptr);
-  }
-  EXPECT_EQ(service->GetSmbiosString(start, 1, nullptr), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(service->GetSmbiosStructure(1, nullptr, 0), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(Smbios, OnlyTheLastSmbiosEntryIsReadAndWithoutOneNothingIsInstalled) {
+// Of the configuration table's entries, the last 2.x entry point is read,
+// and a 3.0 one is preferred wherever it stands.
+TEST_F(Smbios, TheLastEntryPointIsReadTheSmbios3OnePreferredAndWithoutOneNothingIsInstalled) {
   // Another vendor's entry is never followed.
   const EFI_CONFIGURATION_TABLE other = {EFI_GUID{0x6AC1D2E5, 0x1F0B, 0x4C57, {1, 2, 3, 4, 5, 6, 7, 8}}, nullptr};
   const size_t pools = machine->memory().outstanding_pools();
@@ -230,71 +149,46 @@ TEST_F(Smbios, OnlyTheLastSmbiosEntryIsReadAndWithoutOneNothingIsInstalled) {
     EXPECT_EQ(machine->memory().outstanding_pools(), pools);
   }
 
-  const Bytes first = structure(2, 4, {"first"});
-  const Bytes last = structure(3, 4, {"last"});
-  GuardedTable first_table(first);
-  GuardedTable last_table(last);
-  ASSERT_EQ(install_with({smbios_entry(first_table, static_cast<uint16_t>(first.size()), 1), other,
-                          smbios_entry(last_table, static_cast<uint16_t>(last.size()), 1), other}),
-            EFI_SUCCESS);
+  GuardedTable first(structure(2, 4, {"first"})), last(structure(3, 4, {"last"}));
+  GuardedTable smbios3(structure(4, 4, {"3.0"}) + structure(127, 4, {}));
+  ASSERT_EQ(install_with({entry(first, 1), other, entry(last, 1), other}), EFI_SUCCESS);
   EXPECT_EQ(find(2, 0), nullptr);
-  const uint8_t* record = find(3, 0);
-  ASSERT_NE(record, nullptr);
-  EXPECT_EQ(string_of(record, 1), u"last");
-}
-
-// A 3.0 table has no count: the walk ends at the end-of-table structure or
-// at the maximum size, whichever comes first, and reads nothing beyond.
-TEST_F(Smbios, Smbios3TablesEndAtTheEndOfTableStructureWithinTheirMaximumSize) {
-  const Bytes system = structure(1, 8, {"serial"});
-  const Bytes processor = structure(4, 6, {"cpu"});
-  const Bytes end = structure(127, 4, {});
-  struct Case {
-    const char* what;
-    Bytes table;
-    size_t cut;  // bytes of the table beyond the maximum size
-    uint32_t processors;
-  };
-  const Case cases[] = {
-      {"no end-of-table structure", system + processor + processor, 0, 2},
-      {"an end-of-table structure in the middle", system + processor + end + processor, 0, 1},
-      {"a maximum size that cuts a structure", system + processor + processor + end, end.size() + 3, 1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    GuardedTable guarded(Bytes(c.table.begin(), c.table.end() - static_cast<ptrdiff_t>(c.cut)));
-    ASSERT_EQ(install_with({smbios3_entry(guarded, static_cast<uint32_t>(c.table.size() - c.cut))}), EFI_SUCCESS);
-    ASSERT_NE(find(1, 0), nullptr);
-    EXPECT_EQ(string_of(find(1, 0), 1), u"serial");
-    EXPECT_NE(find(4, c.processors - 1), nullptr);
-    EXPECT_EQ(find(4, c.processors), nullptr);
-    tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
-  }
-}
-
-TEST_F(Smbios, TheSmbios3EntryPointIsPreferredInEitherOrder) {
-  const Bytes old_table = structure(2, 4, {"2.x"});
-  const Bytes new_table = structure(3, 4, {"3.0"}) + structure(127, 4, {});
-  GuardedTable old_guarded(old_table), new_guarded(new_table);
-  const EFI_CONFIGURATION_TABLE old_entry = smbios_entry(old_guarded, static_cast<uint16_t>(old_table.size()), 1);
-  const EFI_CONFIGURATION_TABLE new_entry = smbios3_entry(new_guarded, static_cast<uint32_t>(new_table.size()));
+  ASSERT_NE(find(3, 0), nullptr);
+  EXPECT_EQ(string_of(find(3, 0), 1), u"last");
+  EXPECT_FALSE(tarvik::SystemSerialNumber(*service)) << "no System Information structure, no serial number";
+  tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
+  const EFI_CONFIGURATION_TABLE old_entry = entry(last, 1), new_entry = entry(smbios3, 0);
   for (const auto& entries : {std::vector{old_entry, new_entry}, std::vector{new_entry, old_entry}}) {
     ASSERT_EQ(install_with(entries), EFI_SUCCESS);
-    EXPECT_EQ(find(2, 0), nullptr);
-    ASSERT_NE(find(3, 0), nullptr);
-    EXPECT_EQ(string_of(find(3, 0), 1), u"3.0");
+    EXPECT_EQ(find(3, 0), nullptr);
+    ASSERT_NE(find(4, 0), nullptr);
+    EXPECT_EQ(string_of(find(4, 0), 1), u"3.0");
     tarvik::gDiagCommon->UninstallAllProtocols(tarvik::gDiagCommon);
   }
 }
 
+// A 3.0 table, which has no count, is walked to its end-of-table structure on
+// every machine that publishes one (hostfw: smbios_tables, screens:
+// smbios_entry_points, qemu: boot); one without that structure, with it in the
+// middle or cut by the maximum size is read within its bounds by the smbios
+// fuzz replay, whose corpus holds each.
+
 // The serial number the result codes and the "Machine" tab use, and fields
-// that a firmware's shorter, older version of a structure does not have.
+// that a firmware's shorter, older version of a structure does not have; a
+// long table is walked to its end. Finding structures and widening their
+// strings is checked on the host firmware's tables (hostfw: smbios_tables).
 TEST_F(Smbios, FieldsBeyondAStructuresLengthReadAsAbsent) {
-  const Bytes table = structure(1, 8, {"Kestrel", "KV-1", "SN-42"}, {1, 2, 0, 3}) +
-                      structure(17, 0x17, {"maker"}, {0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x20, 0, 0, 0, 0, 26, 0, 0, 0x40, 6}) +
-                      structure(1, 7, {"SN-7"}, {0, 0, 1, 1});
-  GuardedTable guarded(table);
-  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 3), EFI_SUCCESS);
+  Bytes table = structure(1, 8, {"Kestrel", "KV-1", "SN-42"}, {1, 2, 0, 3}) +
+                structure(17, 0x17, {"maker"}, {0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x20, 0, 0, 0, 0, 26, 0, 0, 0x40, 6}) +
+                structure(1, 7, {"SN-7"}, {0, 0, 1, 1});
+  for (int i = 0; i < 300; ++i) table = table + structure(5, 4, {"x"});
+  GuardedTable guarded(table + structure(9, 5, {"slot"}));
+  ASSERT_EQ(install_on(guarded, 304), EFI_SUCCESS);
+  EXPECT_NE(find(5, 299), nullptr);
+  EXPECT_EQ(find(5, 300), nullptr);
+  const uint8_t* slot = find(9, 0);
+  ASSERT_NE(slot, nullptr);
+  EXPECT_EQ(string_of(slot, 1) + u"|" + string_of(slot, 2) + string_of(slot, 0), u"slot|");  // none beyond, none 0
 
   const tarvik::PoolPtr<CHAR16> serial = tarvik::SystemSerialNumber(*service);
   ASSERT_TRUE(serial);
@@ -312,13 +206,6 @@ TEST_F(Smbios, FieldsBeyondAStructuresLengthReadAsAbsent) {
   const auto old_system = tarvik::ReadSmbiosStructure<tarvik::SmbiosSystemInformation>(find(1, 1));
   EXPECT_EQ(static_cast<unsigned>(old_system.SerialNumber), 0u);
   EXPECT_EQ(static_cast<unsigned>(old_system.Version), 1u);
-}
-
-TEST_F(Smbios, WithoutASystemStructureThereIsNoSerialNumber) {
-  const Bytes table = structure(4, 0x11, {"cpu"});
-  GuardedTable guarded(table);
-  ASSERT_EQ(install_on(guarded, static_cast<uint16_t>(table.size()), 1), EFI_SUCCESS);
-  EXPECT_FALSE(tarvik::SystemSerialNumber(*service));
 }
 
 }  // namespace

@@ -44,23 +44,19 @@ class StartImage : public ::testing::Test {
   TestMachine machine;
 };
 
-TEST_F(StartImage, StartsAnImageFromTheApplicationsOwnVolume) {
+TEST_F(StartImage, StartsAnImageFromTheApplicationsOwnVolumeAndReportsEveryFailureAsAborted) {
   EXPECT_EQ(tarvik::StartImageFromFile(machine->image_handle(), u"\\tool.efi"), EFI_SUCCESS);
   EXPECT_EQ(g_started_with, "\\tool.efi");
-  EXPECT_EQ(machine->memory().outstanding_pools(), 0u) << "the device path is freed";
-}
 
-TEST_F(StartImage, EveryFailureIsReportedAsAborted) {
   EXPECT_EQ(tarvik::StartImageFromFile(machine->image_handle(), u"\\missing.efi"), EFI_ABORTED);
   EXPECT_EQ(tarvik::StartImageFromFile(machine->image_handle(), u"\\other.efi"), EFI_ABORTED)
       << "a file the machine cannot run";
-  g_image_result = EFI_DEVICE_ERROR;
+  g_image_result = EFI_DEVICE_ERROR;  // the image runs, and its failure is reported as aborted
+  g_started_with.clear();
   EXPECT_EQ(tarvik::StartImageFromFile(machine->image_handle(), u"\\tool.efi"), EFI_ABORTED);
   EXPECT_EQ(g_started_with, "\\tool.efi");
-  EXPECT_EQ(tarvik::StartImageFromFile(machine->system_table()->ConsoleOutHandle, u"\\tool.efi"), EFI_ABORTED)
-      << "a handle that is not an image";
   EXPECT_EQ(tarvik::StartImageFromFile(machine->image_handle(), nullptr), EFI_ABORTED);
-  EXPECT_EQ(machine->memory().outstanding_pools(), 0u);
+  EXPECT_EQ(machine->memory().outstanding_pools(), 0u) << "each device path is freed";
 }
 
 }  // namespace

@@ -2,15 +2,11 @@
 // drawn on the test machine's console and read back cell by cell.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <iterator>
 #include <string>
 #include <tuple>
 
-#include "core/diag_common.h"
-#include "sysinfo/smbios_protocol.h"
 #include "tests/support/test_machine.h"
-#include "text/language_protocol.h"
 #include "ui/key_input.h"
 #include "ui/screen_toolkit.h"
 #include "ui/selection_screen.h"
@@ -23,7 +19,7 @@ using testing_support::TestMachine;
 
 class UiToolkit : public ::testing::Test {
  protected:
-  explicit UiToolkit(const std::string& script = "") : machine(script) { ScreenSize = size; }
+  UiToolkit() { ScreenSize = size; }
   ~UiToolkit() override { ScreenSize = nullptr; }
   void TearDown() override { EXPECT_EQ(machine->memory().outstanding_pools(), 0u); }
 
@@ -76,10 +72,7 @@ TEST_F(UiToolkit, PrintWrappedBreaksAtTheLastBlankAndCutsLongWords) {
     EXPECT_EQ(lines, count) << testing_support::utf8(wrapped.c_str());
   }
   EXPECT_EQ(machine.transcript().size(), drawn) << "counting draws nothing";
-  // Mode 1: each line centred in [10, 70) on its own row.
-  PrintWrapped((a30 + u" " + b10).c_str(), nullptr, 1, 5, 10, 70);
-  EXPECT_EQ(text(10, 5, 60), blanks(15) + std::string(30, 'a') + blanks(15));
-  EXPECT_EQ(text(10, 6, 60), blanks(25) + std::string(10, 'b') + blanks(25));
+  // The drawn lines are read on the System Information screen.
 }
 
 TEST_F(UiToolkit, ProgressBarShowsThePercentageAndFillsItsShare) {
@@ -100,7 +93,7 @@ TEST_F(UiToolkit, ProgressBarShowsThePercentageAndFillsItsShare) {
   }
 }
 
-TEST_F(UiToolkit, ScrollBarAndBoxUseTheirGlyphsAndColours) {
+TEST_F(UiToolkit, ScrollBarPlacesItsThumbAndArrows) {
   // track: '#' thumb (0x70), '.' track (0x00); empty when every line fits and nothing is drawn.
   struct Case { UINT64 total, visible, first; std::string track; };
   const Case cases[] = {{10, 10, 0, ""},            {5, 10, 0, ""},              {15, 10, 2, "..#####..."},
@@ -121,39 +114,24 @@ TEST_F(UiToolkit, ScrollBarAndBoxUseTheirGlyphsAndColours) {
     EXPECT_EQ(track, c.track) << c.total << "/" << c.first;
     EXPECT_EQ(attr(column, top - 1) + attr(column, top + 10), 0x60);
   }
-
-  for (int row = 2; row <= 7; ++row) mark(row);
-  DrawDoubleBox(10, 20, 2, 7);
-  EXPECT_EQ(text(9, 2, 13), ".\u2554═════════\u2557.");
-  EXPECT_EQ(text(9, 7, 13), ".\u255A═════════\u255D.");
-  EXPECT_EQ(text(9, 3, 13) + text(9, 6, 13), ".║.........║..║.........║.");
-  EXPECT_EQ(attr(10, 2), 0x30);
 }
 
-TEST_F(UiToolkit, ClockRedrawsTheFieldsThatChangedAndRestoresTheConsole) {
-  struct Case { bool wide; UINT8 force, hour, minute, second; const char* shown; };
-  const Case cases[] = {{false, 1, 12, 34, 56, "12:34:56"}, {false, 0, 12, 34, 56, "xx:xx:56"},
-                        {false, 0, 12, 34, 0, "xx:34:00"},  {false, 0, 12, 0, 56, "12:xx:56"},
-                        {false, 0, 13, 0, 0, "13:00:00"},   {true, 1, 9, 5, 7, "09:05:07"}};
+// Restoring the console around the clock, and its place at 100 x 31, is
+// checked between the calls of a whole screen (screens: clock_between_calls).
+TEST_F(UiToolkit, ClockRedrawsTheFieldsThatChanged) {
+  struct Case { UINT8 force, hour, minute, second; const char* shown; };
+  const Case cases[] = {{1, 12, 34, 56, "12:34:56"}, {0, 12, 34, 56, "xx:xx:56"}, {0, 12, 34, 0, "xx:34:00"},
+                        {0, 12, 0, 56, "12:xx:56"},  {0, 13, 0, 0, "13:00:00"},  {1, 9, 5, 7, "09:05:07"}};
   for (const Case& c : cases) {
-    if (c.wide) wide();
     const int column = static_cast<int>(ScreenColumns()) - 10, row = static_cast<int>(ScreenRows()) - 1;
     SetColour(0x4E);
     MoveCursor(column, row);
     PutText(u"xx:xx:xx");
-    MoveCursor(30, 10);
     ClockTime = EFI_TIME{2024, 1, 1, c.hour, c.minute, c.second, 0, 0, 0, 0, 0};
     DrawClock(c.force);
     EXPECT_EQ(text(column, row, 8), c.shown);
     EXPECT_EQ(attr(column + 6, row), 0x0F);
-    const hostfw::ConsoleOut& console = machine->console();
-    EXPECT_EQ(std::tuple(console.attribute(), console.cursor_column(), console.cursor_row()), std::tuple(0x4E, 30, 10));
   }
-  // Left on the last column, where no screen writes, the cursor comes back
-  // one column short of it.
-  MoveCursor(ScreenColumns() - 1, 10);
-  DrawClock(0);
-  EXPECT_EQ(machine->console().cursor_column(), static_cast<int>(ScreenColumns()) - 2);
   ClockTime = EFI_TIME{};
 }
 
@@ -172,49 +150,19 @@ TEST_F(UiToolkit, ScrollByKeyMovesTheTopWithinTheList) {
   }
 }
 
-TEST_F(UiToolkit, ScrolledLinesDrawOnlyTheVisiblePart) {
-  for (int row = 5; row <= 9; ++row) mark(row);
-  SetColour(0x30);
-  UINT64 line = 0;
-  UINTN row = 5;
-  // Lines 1 to 3 are shown from row 5 on.
-  ScrolledLine(3, 1, &line, &row, 10, u"hidden", 30, LineMode::Finish);
-  ScrolledLine(3, 1, &line, &row, 10, u"Name", 30, LineMode::PadOnly);
-  ScrolledLine(3, 1, &line, &row, 30, u"Value", 50, LineMode::Finish);
-  ScrolledLine(3, 1, &line, &row, 10, u"ab", 30, LineMode::Continue);
-  ScrolledLine(3, 1, &line, &row, 12, u"cd", 20, LineMode::Finish);
-  ScrolledLine(3, 1, &line, &row, 10, nullptr, 20, LineMode::Finish);
-  ScrolledLine(3, 1, &line, &row, 10, u"beyond", 20, LineMode::Finish);
-  EXPECT_EQ(std::tuple(line, row), std::tuple(5u, 8u)) << "Finish moves on once per line, and a row only when shown";
-  EXPECT_EQ(text(9, 5, 42), ".Name" + blanks(16) + "Value" + blanks(15) + ".");
-  EXPECT_EQ(text(9, 6, 12), ".abcd" + blanks(6) + ".");
-  EXPECT_EQ(text(9, 7, 12), "." + blanks(10) + ".");
-  EXPECT_EQ(text(0, 8, 79), std::string(79, '.'));
-  EXPECT_EQ(attr(29, 5), 0x30);
-}
-
+// What scrolled lines draw is checked on the scrolling screens (screens:
+// system_info_screen, storage_log_view), the time lines under a run on the
+// recovery screen.
 TEST_F(UiToolkit, ElapsedTimeBorrowsAcrossFieldsAndMidnight) {
-  const char* const cases[][3] = {{"10:59:50", "11:00:10", "00:00:20"}, {"10:06:50", "11:06:10", "00:59:20"},
-                                  {"09:00:00", "09:00:00", "00:00:00"}, {"23:30:00", "01:15:30", "01:45:30"}};
-  const auto time = [](const char* t) {
-    const auto field = [t](int at) { return static_cast<UINT8>((t[at] - '0') * 10 + t[at + 1] - '0'); };
-    return EFI_TIME{2024, 3, 9, field(0), field(3), field(6), 0, 0, 0, 0, 0};
-  };
-  for (const auto& c : cases) {
+  struct Case { UINT8 from[3], to[3], span[3]; };  // hour, minute, second
+  const Case cases[] = {{{10, 59, 50}, {11, 0, 10}, {0, 0, 20}}, {{10, 6, 50}, {11, 6, 10}, {0, 59, 20}},
+                        {{9, 0, 0}, {9, 0, 0}, {0, 0, 0}},         {{23, 30, 0}, {1, 15, 30}, {1, 45, 30}}};
+  const auto time = [](const UINT8* t) { return EFI_TIME{2024, 3, 9, t[0], t[1], t[2], 0, 0, 0, 0, 0}; };
+  for (const Case& c : cases) {
     EFI_TIME span{};
-    ElapsedTime(time(c[0]), time(c[1]), &span);
-    char shown[16];
-    snprintf(shown, sizeof(shown), "%02u:%02u:%02u", span.Hour, span.Minute, span.Second);
-    EXPECT_EQ(std::string(shown), c[2]) << c[0] << " to " << c[1];
+    ElapsedTime(time(c.from), time(c.to), &span);
+    EXPECT_EQ(std::tuple(span.Hour, span.Minute, span.Second), std::tuple(c.span[0], c.span[1], c.span[2]));
   }
-  // The time lines: stamp of the end, the span, and an empty line.
-  UINT64 line = 0;
-  UINTN row = 2;
-  AddTimeAndDurationLines(u"Ended", u"Took", time(cases[0][0]), time(cases[0][1]), 10, 0, &line, &row, 5, 40);
-  EXPECT_EQ(line, 3u);
-  EXPECT_EQ(row, 5u);
-  EXPECT_EQ(text(5, 2, 27), "Ended 2024-03-09 11:00:10. ");
-  EXPECT_EQ(text(5, 3, 15), "Took 00:00:20. ");
 }
 
 TEST_F(UiToolkit, CheckBoxKeyTicksMovesAndConfirms) {
@@ -229,19 +177,15 @@ TEST_F(UiToolkit, CheckBoxKeyTicksMovesAndConfirms) {
   };
   const Case cases[] = {
       // Ticking entries and the all-line.
-      {Several, "111", All, 1, space, "101", Some, 1, 0},  {Several, "010", Some, 1, space, "000", None, 1, 0},
-      {Several, "101", Some, 1, space, "111", All, 1, 0},  {Several, "000", None, 4, space, "111", All, 4, 0},
-      {Several, "100", Some, 4, space, "111", All, 4, 0},  {Several, "111", All, 4, space, "000", None, 4, 0},
+      {Several, "010", Some, 1, space, "000", None, 1, 0}, {Several, "101", Some, 1, space, "111", All, 1, 0},
+      {Several, "000", None, 4, space, "111", All, 4, 0},  {Several, "111", All, 4, space, "000", None, 4, 0},
       {One, "100", All, 2, space, "001", All, 2, 0},
-      // Moving over the blank lines, wrapping at both ends.
-      {Several, "111", All, 2, down, "111", All, 4, 0},    {Several, "111", All, 4, down, "111", All, 6, 0},
+      // Wrapping at both ends; moving over the blank lines is seen on the selection screen.
       {Several, "111", All, 6, down, "111", All, 0, 0},    {Several, "111", All, 0, up, "111", All, 6, 0},
-      {Several, "111", All, 6, up, "111", All, 4, 0},      {One, "100", All, 2, down, "100", All, 4, 0},
-      {One, "100", All, 0, up, "100", All, 4, 0},
+      {One, "100", All, 2, down, "100", All, 4, 0},        {One, "100", All, 0, up, "100", All, 4, 0},
       // Confirming needs at least one ticked entry.
       {Several, "000", None, 0, enter, "000", None, 0, 0}, {Several, "101", Some, 0, enter, "101", Some, 0, 2},
-      {Several, "010", Some, 6, space, "010", Some, 6, 1}, {Several, "000", None, 6, space, "000", None, 6, 0},
-      {One, "001", All, 2, enter, "001", All, 2, 1},
+      {Several, "010", Some, 6, space, "010", Some, 6, 1}, {One, "001", All, 2, enter, "001", All, 2, 1},
       // ESC leaves the list as it is.
       {Several, "101", Some, 0, {ScanEscape, 0}, "101", Some, 0, 0}};
   for (size_t i = 0; i < std::size(cases); ++i) {
@@ -263,58 +207,10 @@ TEST_F(UiToolkit, CheckBoxKeyTicksMovesAndConfirms) {
   }
 }
 
-// ---- Message boxes, which wait for their key inside a run -------------------
-
-constexpr char kAnswers[] = "snap \"success\"; key Esc; key Enter; snap \"error\"; key Enter; key x; key Esc; key n; "
-                            "key Y; snap \"question\"; key N; key x; key Enter; key Esc";
-struct Box { UINT8 type; const CHAR16* text; };
-constexpr Box kBoxes[] = {{4, u"Unknown"},  {0, u"Saved."}, {1, u"Failed."}, {3, u"Replace?"},
-                          {3, u"Replace?"}, {3, u"Again?"}, {2, u"Note."},   {2, u"Note."}};
-EFI_STATUS g_answers[std::size(kBoxes)];
-
-EFIAPI EFI_STATUS show_boxes(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-  for (size_t i = 0; i < std::size(kBoxes); ++i) g_answers[i] = ShowMessageBox(kBoxes[i].text, kBoxes[i].type);
-  return EFI_SUCCESS;
-}
-
-class UiToolkitMessageBox : public UiToolkit {
- protected:
-  UiToolkitMessageBox() : UiToolkit(kAnswers) {}
-};
-
-TEST_F(UiToolkitMessageBox, AnswersByTypeWithTheirTitlesAndPrompts) {
-  EFI_HANDLE image = machine->image_handle();
-  ASSERT_EQ(InstallDiagCommon(image, machine->system_table()), EFI_SUCCESS);
-  ASSERT_EQ(InstallSmBios(image, machine->system_table()), EFI_SUCCESS);
-  ASSERT_EQ(InstallLanguage(image, machine->system_table()), EFI_SUCCESS);
-  EFI_GUID guid = LanguageProtocolGuid;
-  ASSERT_EQ(gBS->LocateProtocol(&guid, nullptr, reinterpret_cast<VOID**>(&UiLanguage)), EFI_SUCCESS);
-  ASSERT_EQ(UiLanguage->GetStringTable(u"Interface", &InterfaceStringCount, &InterfaceStrings), EFI_SUCCESS);
-
-  const hostfw::RunResult result = machine->run(show_boxes);
-  EXPECT_EQ(result.end, hostfw::RunResult::End::Returned) << result.reason;
-  const EFI_STATUS expected[] = {EFI_INVALID_PARAMETER, EFI_SUCCESS, EFI_SUCCESS, EFI_ABORTED,
-                                 EFI_SUCCESS,           EFI_ABORTED, EFI_SUCCESS, EFI_ABORTED};
-  for (size_t i = 0; i < std::size(kBoxes); ++i) EXPECT_EQ(g_answers[i], expected[i]) << "box " << i;
-  EXPECT_EQ(machine.transcript().find("Unknown"), std::string::npos);
-
-  // One line of text on 80 x 25: the box spans columns 20 to 60, rows 8 to 14.
-  const hostfw::ScreenGrid& success = machine->console().snapshot("success").grid;
-  EXPECT_EQ(success.text_at(20, 8, 41), blanks(16) + "Success" + blanks(18));
-  EXPECT_EQ(success.attribute_at(37, 8) + success.attribute_at(60, 14), 2 * 0x7F);
-  EXPECT_NE(success.row_text(10).find("Saved."), std::string::npos);
-  EXPECT_NE(success.row_text(12).find("Press ENTER to continue."), std::string::npos);
-  EXPECT_NE(machine->console().snapshot("error").grid.row_text(8).find(" Error "), std::string::npos);
-  const hostfw::ScreenGrid& question = machine->console().snapshot("question").grid;
-  EXPECT_EQ(question.text_at(21, 8, 39), blanks(39)) << "a question has no title";
-  EXPECT_NE(question.row_text(10).find("Again?"), std::string::npos);
-  EXPECT_NE(question.row_text(12).find("Press Y for Yes and N for No."), std::string::npos);
-
-  for (UINT64 i = 0; i < InterfaceStringCount; ++i) gBS->FreePool(InterfaceStrings[i]);
-  gBS->FreePool(InterfaceStrings);
-  InterfaceStrings = nullptr, InterfaceStringCount = 0, UiLanguage = nullptr;
-  gDiagCommon->UninstallAllProtocols(gDiagCommon);
-  UninstallDiagCommon();
-}
+// Message boxes are answered inside whole runs: a warning refused with ESC and
+// a question answered N (RecoveryScreen.ARefusedWarningEndsTheFlowWithoutTheFinalView,
+// RecoveryScreen.NoToTheRecoveryQuestionStillReachesTheFinalViewAndEscAsksTheToolToCancel),
+// Y (RunScreen.AModulesQuestionGetsTheTechniciansAnswerNotTheKeyPoll), ENTER on
+// an error and a success (FullVolumeSave).
 
 }  // namespace
