@@ -5,7 +5,6 @@
 // are connected). Nothing may stay allocated after the release.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -86,9 +85,7 @@ TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) 
   }
   ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
   // What each row shows is the storage module's test; here, that each drive
-  // got its own identification and SMART temperature.
-  EXPECT_EQ(utf8(drives.Devices[1].Info->Model), "ST2000TV101-7QX102");
-  EXPECT_EQ(drives.Devices[1].Info->Lba48, 1);
+  // got its own SMART temperature.
   const int temperatures[] = {33, 38, 46};
   for (UINT64 i = 0; i < 3; ++i) EXPECT_EQ(drives.Devices[i].Info->Temperature, temperatures[i]) << i;
 
@@ -96,12 +93,6 @@ TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) 
   ASSERT_EQ(drives.ToolDeviceCount, 2u);
   EXPECT_EQ(drives.ToolDevices[0], &drives.Devices[1]);
   EXPECT_EQ(drives.ToolDevices[1], &drives.Devices[2]);
-
-  // The commands work on what discovery set up.
-  EXPECT_EQ(AtaReadVerify(&drives.Devices[1], 0, 8), EFI_SUCCESS);
-  EXPECT_EQ(AtaReadVerify(&drives.Devices[1], 1000, 1), EFI_DEVICE_ERROR) << "a bad sector of the profile";
-  EXPECT_EQ(drives.Devices[1].StatusBlock->AtaError, 0x40);
-  EXPECT_EQ(FailingLba(&drives.Devices[1]), 1000u);
   expect_nothing_left();
 }
 
@@ -205,22 +196,19 @@ class NoPassThruAtFirst : public DriveDiscovery {
   EFI_HANDLE controller = nullptr;
 };
 
+// Every controller is connected once, recursively, and the search repeated:
+// with nothing published the module says so, else it finds the drive.
 TEST_F(NoPassThruAtFirst, ControllersAreConnectedOnceAndTheSearchRepeated) {
-  Connecting::publish = &fake;
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  EXPECT_GT(Connecting::calls, 0);
-  EXPECT_TRUE(Connecting::all_recursive);
-  ASSERT_EQ(drives.DeviceCount, 1u);
-  EXPECT_EQ(drives.Devices[0].Port, 4);
-  expect_nothing_left();
-}
-
-TEST_F(NoPassThruAtFirst, WithoutAnyPassThruTheModuleSaysSo) {
-  Connecting::publish = nullptr;
   const int handles_before = static_cast<int>((*machine)->handles().handle_count());
   EXPECT_EQ(DiscoverStorageDevices(&drives), EFI_ABORTED);
-  EXPECT_EQ(Connecting::calls, handles_before) << "every controller, once";
+  EXPECT_EQ(Connecting::calls, handles_before);
+  EXPECT_TRUE(Connecting::all_recursive);
   EXPECT_NE(machine->transcript().find("Protocol AtaPassThrough not found!"), std::string::npos);
+  expect_nothing_left();
+  Connecting::publish = &fake;
+  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
+  ASSERT_EQ(drives.DeviceCount, 1u);
+  EXPECT_EQ(drives.Devices[0].Port, 4);
   expect_nothing_left();
 }
 
@@ -234,23 +222,8 @@ TEST_F(DriveDiscovery, InstancesWithoutDrivesOrOnlyLogicalOnesFindNoDrive) {
   expect_nothing_left();
 }
 
-TEST_F(DriveDiscovery, AFailedIdentificationReleasesTheInfoTableAndKeepsTheDrives) {
-  with_fake_only();
-  fake.devices = {{0, 0xFFFF}, {1, 0xFFFF}};
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  const size_t pools = (*machine)->memory().outstanding_pools();
-  fake.responder = [](const RecordedPacket& p) {
-    return p.port == 1 && p.acb.AtaCommand == kIdentify ? AtaReply::error(EFI_TIMEOUT, 0) : healthy_drive(p);
-  };
-  EXPECT_EQ(IdentifyAllDevices(&drives), EFI_ABORTED);
-  EXPECT_EQ(drives.Infos, nullptr);
-  EXPECT_EQ(drives.Devices[0].Info, nullptr);
-  EXPECT_EQ((*machine)->memory().outstanding_pools(), pools);
-  EXPECT_EQ(drives.DeviceCount, 2u);
-  expect_nothing_left();
-}
-
-TEST_F(DriveDiscovery, IdentifyingAgainRewritesTheEntryAndAFailureChangesNothing) {
+// A failed identification changing nothing is GarbageIdentify's to check.
+TEST_F(DriveDiscovery, IdentifyingAgainRewritesTheEntry) {
   with_fake_only();
   fake.devices = {{0, 0xFFFF}};
   ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
@@ -263,13 +236,7 @@ TEST_F(DriveDiscovery, IdentifyingAgainRewritesTheEntryAndAFailureChangesNothing
   };
   ASSERT_EQ(IdentifyDevice(&drive), EFI_SUCCESS);
   EXPECT_EQ(drive.Info->Temperature, 0) << "SMART data refused";
-  const RecordedPacket& identify = *identify_packets().back();
-  EXPECT_EQ(identify.timeout, 200000000u) << "20 s";
-
-  const StorageDeviceInfo before = *drive.Info;
-  fake.responder = [](const RecordedPacket&) { return AtaReply::error(EFI_DEVICE_ERROR, 0x04); };
-  EXPECT_EQ(IdentifyDevice(&drive), EFI_DEVICE_ERROR);
-  EXPECT_EQ(std::memcmp(&before, drive.Info, sizeof before), 0);
+  EXPECT_EQ(identify_packets().back()->timeout, 200000000u) << "20 s";
   expect_nothing_left();
 }
 

@@ -207,6 +207,8 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
   tear_down_and_expect_nothing_left();
 }
 
+// The saved log's keys for every drive are the screen and QEMU tests'; here
+// the rows their drives do not show. Without SMART there is no temperature.
 TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
   start([](hostfw::Profile& p) {
     hostfw::DriveInfo& rotating = p.drives[1];
@@ -214,20 +216,11 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
     rotating.physical_sector_bytes = 4096;
     rotating.major_version = 0x03F0;  // ATA/ATAPI-4 to ACS-2
     rotating.minor_version = 0x0110;  // ACS-2 revision 3
+    rotating.smart_supported = false;
   });
   EXPECT_EQ(record->GetLogRowCount(record), 48u);
   const std::vector<Row> seagate = {
-      {"UID:", "SEAGATE-ST2000TV101-7QX102-ZFL1KQ7M"},
-      {"DISPLAYNAME:", "ST2000TV101-7QX102 ATA Device"},
-      {"TYPE:", "Internal HDD"},
-      {"MODEL:", "ST2000TV101-7QX102"},
-      {"MANUFACTURER:", "SEAGATE"},
-      {"SERIAL:", "ZFL1KQ7M"},
-      {"FIRMWARE:", "0001    "},
-      {"SIZE:", "1863 GB"},
-      {"ROTATION_RATE:", "7200 rpm"},
-      {"CACHE:", "16 MB"},
-      {"TEMPERATURE:", "38 C"},
+      {"TEMPERATURE:", "0 C"},
       {"PHYSICAL_SECTOR_SIZE:", "4096 bytes"},
       {"LOGICAL_SECTOR_SIZE:", "512 bytes"},
       {"LOGICAL_SECTORS:", std::to_string(1863ull << 21) + " sectors"},
@@ -235,10 +228,12 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
       {"SPEC_VERSION:", "ACS-2 Revision 3"},
   };
   wire->commands.clear();
-  for (UINT64 r = 0; r < seagate.size(); ++r) EXPECT_EQ(log(16 + r), seagate[r]) << r;
+  for (UINT64 r = 0; r < seagate.size(); ++r) EXPECT_EQ(log(16 + 10 + r), seagate[r]) << r;
   EXPECT_EQ(wire->count(0xEC), 0u) << "log rows use the identification at hand";
+  EXPECT_EQ(log(16 + 6), (Row{"FIRMWARE:", "0001    "}));
   EXPECT_EQ(log(8), (Row{"ROTATION_RATE:", "Non-rotating media detected"}));
   EXPECT_EQ(log(9), (Row{"CACHE:", " - "}));
+  EXPECT_EQ(system(19 + 7), (Row{"Temperature:", " - "}));
   CHAR16* key = nullptr;
   CHAR16* value = nullptr;
   EXPECT_EQ(record->GetLogRow(record, 48, &key, &value), EFI_INVALID_PARAMETER);
@@ -246,84 +241,51 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
   tear_down_and_expect_nothing_left();
 }
 
-TEST_F(StorageModule, ADriveWithoutSmartHasNoTemperature) {
-  start([](hostfw::Profile& p) { p.drives[1].smart_supported = false; });
-  EXPECT_EQ(drive(1).Info->SmartSupported, 0);
-  EXPECT_EQ(system(19 + 7), (Row{"Temperature:", " - "}));
-  EXPECT_EQ(log(16 + 10), (Row{"TEMPERATURE:", "0 C"}));
-  EXPECT_EQ(system(7), (Row{"Temperature:", "33 C"})) << "the other drives keep theirs";
-  tear_down_and_expect_nothing_left();
-}
-
+// The device and algorithm names, and the keys in the saved log, are the
+// storage screen tests'; here the rest and the refusals.
 TEST_F(StorageModule, NamesKeysAndTexts) {
   start();
-  EXPECT_EQ(device_name(0), "Arkon SSD-A510");
   EXPECT_EQ(device_name(1), "SEAGATE ST2000TV101") << "cut at 19 characters";
-  EXPECT_EQ(device_name(2), "WDC WX5000TVK-00A1B");
   CHAR16* out = nullptr;
   EXPECT_EQ(record->GetDeviceName(record, 3, &out), EFI_INVALID_PARAMETER);
-
   EXPECT_EQ(record->GetAlgorithmCount(record), 6u);
-  const char* names[] = {"Smart Status",     "Smart Short Selftest", "Drive Self Test",
-                         "Random Seek Test", "Funnel Seek Test",     "Targeted Read Test"};
-  const char* keys[] = {"SMARTSTATUS", "SMARTSHORTSELFTEST", "SMARTDRIVESELFTEST",
-                        "RANDOMSEEK",  "FUNNELSEEK",         "TARGETEDREAD"};
-  for (UINT64 a = 0; a < 6; ++a) {
-    EXPECT_EQ(text([&](CHAR16** t) { return record->GetAlgorithmName(record, a, t); }), names[a]);
-    EXPECT_EQ(text([&](CHAR16** t) { return record->GetAlgorithmKey(record, a, t); }), keys[a]);
-    EXPECT_EQ(translated(std::u16string(keys[a], keys[a] + std::char_traits<char>::length(keys[a])).c_str()),
-              names[a]);
-  }
+  EXPECT_EQ(text([&](CHAR16** t) { return record->GetAlgorithmKey(record, 4, t); }), "FUNNELSEEK");
+  EXPECT_EQ(translated(u"FUNNELSEEK"), "Funnel Seek Test");
   EXPECT_EQ(record->GetAlgorithmName(record, 6, &out), EFI_ABORTED) << "the extended self-test is not listed";
   EXPECT_EQ(record->GetAlgorithmKey(record, 6, &out), EFI_ABORTED);
   EXPECT_EQ(out, nullptr);
-
-  EXPECT_EQ(translated(u"MANUFACTURER"), "Manufacter");
   EXPECT_EQ(translated(u"READ_SECTOR_ERROR"), "Error reading sector");
   EXPECT_EQ(translated(u"UID"), "UID") << "a key the module does not know comes back as it is";
   EXPECT_EQ(translated(u"read_sector_error"), "read_sector_error");
   EXPECT_EQ(record->TranslateKey(record, u"SIZE", nullptr), EFI_ABORTED);
-
-  EXPECT_EQ(text([&](CHAR16** t) { return record->GetTestName(record, t); }), "Quick Storage Device Test");
-  EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleName(record, t); }), "Storage");
   EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleKey(record, t); }), "STORAGE");
-  EXPECT_EQ(text([&](CHAR16** t) { return record->GetModuleCode(record, t); }), "HD");
   EXPECT_EQ(text([&](CHAR16** t) { return record->GetResultText(record, 12345, t); }),
             "Failed to run Quick Storage Device Test.");
-  EXPECT_EQ(record->GetSummaryLineCount(), 0u);
   EXPECT_EQ(record->GetSummaryLine(0, &out), EFI_ABORTED);
-
   EXPECT_EQ(record->GetRunInfoRowCount(record), 1u);
-  const auto run_info = [&](UINT64 device) {
-    return row([device](tarvik::TestModuleProtocol* m, UINT64 r, CHAR16** l, CHAR16** v) {
-      return m->GetRunInfoRow(m, r, device, l, v);
-    }, 0);
-  };
-  EXPECT_EQ(run_info(2), (Row{"Device: WDC WX5000TVK-00A1B0", ""}));
+  EXPECT_EQ(row([](tarvik::TestModuleProtocol* m, UINT64 r, CHAR16** l, CHAR16** v) {
+              return m->GetRunInfoRow(m, r, 2, l, v);
+            }, 0), (Row{"Device: WDC WX5000TVK-00A1B0", ""}));
   CHAR16* label = nullptr;
-  CHAR16* value = nullptr;
-  EXPECT_EQ(record->GetRunInfoRow(record, 1, 0, &label, &value), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, &label, &value), EFI_INVALID_PARAMETER);
-  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, nullptr, &value), EFI_ABORTED);
+  EXPECT_EQ(record->GetRunInfoRow(record, 1, 0, &label, &out), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, &label, &out), EFI_INVALID_PARAMETER);
+  EXPECT_EQ(record->GetRunInfoRow(record, 0, 3, nullptr, &out), EFI_ABORTED);
   tear_down_and_expect_nothing_left();
 }
 
+// Not supported (1002) and passed (1000) bring no box; a failure (1001)
+// does, and ESC on it changes nothing.
 TEST_F(StorageModule, OnlyAFailedAlgorithmBringsUpTheAdviceBox) {
   start();
-  std::vector<std::vector<UINT64>> results(3, std::vector<UINT64>(6, 0));
+  std::vector<std::vector<UINT64>> results(3, {1000, 1002, 1002, 1000, 1000, 1002});
   std::vector<UINT64*> rows;
   for (auto& r : results) rows.push_back(r.data());
-  results[0] = {1000, 1002, 1002, 1000, 1000, 1002};
-  results[2][3] = 1000;
   EXPECT_EQ(record->EvaluateResults(record, rows.data(), Heard::Message), EFI_ABORTED);
   EXPECT_TRUE(Heard::boxes.empty());
-
   results[2][5] = 1001;
-  Heard::box_answer = EFI_ABORTED;  // ESC on the box changes nothing
+  Heard::box_answer = EFI_ABORTED;
   EXPECT_EQ(record->EvaluateResults(record, rows.data(), Heard::Message), EFI_SUCCESS);
-  ASSERT_EQ(Heard::boxes.size(), 1u);
-  EXPECT_EQ(Heard::boxes[0].first, kAdvice);
-  EXPECT_EQ(Heard::boxes[0].second, 1);
+  EXPECT_EQ(Heard::boxes, (std::vector<std::pair<std::string, UINT8>>{{kAdvice, 1}}));
   tear_down_and_expect_nothing_left();
 }
 
