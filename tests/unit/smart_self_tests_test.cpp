@@ -10,6 +10,7 @@
 
 #include "storage/ata_commands.h"
 #include "storage/smart_attributes.h"
+#include "storage/targeted_read.h"
 #include "tests/support/fake_ata_pass_thru.h"
 #include "tests/unit/storage_algorithm_bench.h"
 
@@ -43,6 +44,7 @@ TEST(SmartStatusTest, AnExceededThresholdFailsAtTheFirstPollWithoutALine) {
   EXPECT_TRUE(bench.lines.empty());
 }
 
+// The targeted read, which reads the SMART logs, too; it reports no progress.
 TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   Bench bench({storage_bench::drive(0, kSectors)});
   bench.device(0).Info->SmartSupported = 0;
@@ -50,7 +52,8 @@ TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
   for (SelfTestKind kind : {SelfTestKind::Short, SelfTestKind::Drive, SelfTestKind::Extended})
     EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), kind), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  EXPECT_EQ(bench.lines, Lines(4, "WARNING SMART_NOT_SUPPORTED"));
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, Lines(5, "WARNING SMART_NOT_SUPPORTED"));
   EXPECT_EQ(bench.progress, (Percents{0, 100, 0, 100, 0, 100, 0, 100}));
   EXPECT_TRUE(wire.commands.empty()) << "nothing is sent to the drive";
 }
@@ -83,25 +86,6 @@ TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
   EXPECT_TRUE(std::is_sorted(bench.progress.begin(), bench.progress.end()));
   EXPECT_EQ(bench.progress.back(), 100u);
   EXPECT_TRUE(bench.lines.empty());
-}
-
-TEST(SmartSelfTest, ASelfTestThatFindsAnErrorFailsWithItsLine) {
-  Bench bench({storage_bench::drive(0, kSectors, {{3000000, 3000000}})});
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SHORT_SELFTEST_ERROR_DETECTED"}));
-  EXPECT_EQ(bench.progress.back(), 100u);
-}
-
-TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
-  hostfw::DriveInfo refusing = storage_bench::drive(0, kSectors);
-  refusing.refuse_vendor_self_test = true;  // aborts the vendor's drive self-test (0x50)
-  Bench bench({refusing});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Drive), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  ASSERT_EQ(wire.count(0xB0, 0xD4, 0x50), 1u);
-  EXPECT_EQ(wire.commands.back().block.AtaSectorCount, 4u);
-  EXPECT_TRUE(bench.lines.empty());
-  EXPECT_EQ(bench.progress, (Percents{0, 100}));
 }
 
 TEST(SmartSelfTest, ASelfTestAlreadyRunningIsAbortedBeforeTheNewOneStarts) {
@@ -190,13 +174,19 @@ TEST_F(ScriptedSelfTest, ATestInterruptedByAResetIsAnErrorOfEveryKind) {
   }
 }
 
+// The vendor's drive self-test (0x50, sector count 4) refused is not
+// supported; the others refused are failures.
 TEST_F(ScriptedSelfTest, ARefusedStartFailsTheShortAndExtendedTests) {
   refuse_start = true;
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Short), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Drive),
             tarvik::TEST_RESULT_NOT_SUPPORTED);
+  const EFI_ATA_COMMAND_BLOCK& start = fake.packets.back().acb;
+  EXPECT_EQ(start.AtaSectorNumber, 0x50);
+  EXPECT_EQ(start.AtaSectorCount, 4);
   EXPECT_TRUE(bench->lines.empty());
+  EXPECT_EQ(bench->progress.back(), 100u);
 }
 
 }  // namespace
