@@ -123,30 +123,6 @@ TEST_F(DriveDiscovery, ProbesSkipUnprintableSerialsAndResetPacketDevices) {
   expect_nothing_left();
 }
 
-// Two drives behind a multiplier on port 0, one attached directly to port 5;
-// the commands reach each by its own address (their registers are the
-// command layer's tests).
-TEST_F(DriveDiscovery, PortMultiplierDevicesAreAddressedByTheirPort) {
-  machine = std::make_unique<TestMachine>("", [](hostfw::Profile& p) {
-    p.drives[0].multiplier_port = 0;
-    p.drives[1].port = 0;
-    p.drives[1].multiplier_port = 1;
-    p.drives[2].port = 5;
-  });
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  ASSERT_EQ(drives.DeviceCount, 3u);
-  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  const std::pair<UINT16, UINT16> addresses[] = {{0, 0}, {0, 1}, {5, 0xFFFF}};
-  for (UINT64 i = 0; i < 3; ++i) {
-    EXPECT_EQ(drives.Devices[i].Port, addresses[i].first);
-    EXPECT_EQ(drives.Devices[i].PortMultiplierPort, addresses[i].second);
-    EXPECT_EQ(SmartReturnStatus(&drives.Devices[i]), EFI_SUCCESS);
-    EXPECT_EQ((*machine)->ata()->counts(addresses[i].first, addresses[i].second).smart(0xDA), 1u) << i;
-  }
-  EXPECT_EQ(utf8(drives.Devices[1].Info->Manufacturer), "SEAGATE");
-  expect_nothing_left();
-}
-
 TEST_F(DriveDiscovery, DiscoveryStopsAtTheHundredthDrive) {
   with_fake_only();
   for (UINT16 port = 0; port < 30; ++port)

@@ -55,15 +55,6 @@ TEST(IdentifyParser, ModelFieldGivesMakerAndModel) {
 
 TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
   const std::vector<IdentifyCase> cases = {
-      {"forty characters without a space", [](IdentifyPage& p) { p.text(27, 20, std::string(40, 'M')); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(utf8(i.Manufacturer), std::string(40, 'M'));
-         EXPECT_EQ(utf8(i.Model), std::string(40, 'M'));
-         EXPECT_EQ(utf8(i.Uid).size(), 49u) << "cut at 49 characters";
-         EXPECT_EQ(utf8(i.DisplayName), std::string(29, 'M') + " ATA Device");
-       }},
-      {"a packet device", [](IdentifyPage& p) { p.word(0, 0x85C0); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(utf8(i.DisplayName), "MODEL1 ATAPI Device"); }},
       {"serial without its leading spaces, firmware as it stands", [](IdentifyPage& p) {
          p.text(10, 10, "    S3Z9NB0K  ").text(23, 4, " 2B6Q ");
        },
@@ -90,8 +81,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
        }},
       {"ATA/ATAPI-1 to -6 claimed", [](IdentifyPage& p) { p.word(80, 0x007E); },
        [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 0x017E); }},
-      {"word 80 of 38 stays", [](IdentifyPage& p) { p.word(80, 38); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 38); }},
       {"4096-byte logical sectors", [](IdentifyPage& p) { p.word(106, 0x5000).word(117, 2048).word(118, 0).word(21, 16); },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(i.LogicalSectorSize, 4096u);
@@ -104,8 +93,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
          EXPECT_EQ(i.LogicalSectorSize, 512u);
          EXPECT_EQ(i.PhysicalSectorSize, 512u);
        }},
-      {"a logical size bit with no size given", [](IdentifyPage& p) { p.word(106, 0x5000); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.LogicalSectorSize, 512u); }},
       {"SMART and self-test flags", [](IdentifyPage& p) { p.word(82, 0x4020).word(84, 0x4001).word(85, 0x4021); },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(i.SmartSupported, 0);
@@ -127,12 +114,13 @@ TEST(IdentifyParser, MinorVersionTexts) {
   EXPECT_EQ(utf8(GetStandardVersionText(0x0001)), "Obsolete");
   EXPECT_EQ(utf8(GetStandardVersionText(0x000C)), "Obsolete");
   EXPECT_EQ(utf8(GetStandardVersionText(0x000D)), "ATA/ATAPI-4 X3T13 1153D version 6");
-  EXPECT_EQ(utf8(GetStandardVersionText(0x001D)), "ATA/ATAPI-7 published ANSI INCITS 397-2005.");
   EXPECT_EQ(utf8(GetStandardVersionText(0x001F)), "Reserved");
   EXPECT_EQ(utf8(GetStandardVersionText(0x0111)), "Reserved");
 }
 
-TEST(IdentifyParser, RotationClassAndSerialPrintability) {
+// Which serials are printable is DriveDiscovery's test (a probe passes the
+// others over) and the IDENTIFY fuzz replays'.
+TEST(IdentifyParser, RotationClass) {
   StorageDeviceInfo info{};
   StorageDevice device{};
   device.Info = &info;
@@ -141,13 +129,6 @@ TEST(IdentifyParser, RotationClassAndSerialPrintability) {
     info.RotationRate = rate;
     EXPECT_EQ(GetRotationClass(&device), rotation_class) << rate;
   }
-
-  IdentifyPage page = IdentifyPage::typical("M", "");
-  EXPECT_TRUE(SerialNumberIsPrintable(page.data().data())) << "twenty spaces are printable";
-  page.bytes(39, {0x7F});
-  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
-  page.bytes(39, {0x7E}).bytes(20, {0x1F});
-  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
 }
 
 void put_attribute(std::vector<uint8_t>& page, int slot, uint8_t id, uint8_t value, uint8_t raw0) {
@@ -158,26 +139,20 @@ void put_attribute(std::vector<uint8_t>& page, int slot, uint8_t id, uint8_t val
   entry[5] = raw0;
 }
 
-TEST(SmartPages, AttributesAndThresholdsAreFoundByIdTheLastSlotWinning) {
-  std::vector<uint8_t> data(512, 0), thresholds(512, 0);
+// Thresholds are the repair warning's tests (Repair.TheWarningComes...), the
+// self-test status byte the scripted self-tests'.
+TEST(SmartPages, AttributesAreFoundByIdTheLastSlotWinning) {
+  std::vector<uint8_t> data(512, 0);
   put_attribute(data, 0, 5, 100, 3);
   put_attribute(data, 3, 194, 100, 40);
   put_attribute(data, 29, 194, 100, 0xF6);  // the last slot, and below zero
-  data[363] = 0xF9;
-  thresholds[2 + 12 * 0] = 5;
-  thresholds[2 + 12 * 0 + 1] = 36;
 
   SmartAttribute found{};
   ASSERT_TRUE(FindSmartAttribute(data.data(), 5, &found));
   EXPECT_EQ(found.Value, 100);
   EXPECT_EQ(found.Raw[0], 3);
-  UINT8 threshold = 0;
-  ASSERT_TRUE(FindSmartThreshold(thresholds.data(), 5, &threshold));
-  EXPECT_EQ(threshold, 36);
-  EXPECT_FALSE(FindSmartThreshold(thresholds.data(), 194, &threshold));
   EXPECT_FALSE(FindSmartAttribute(data.data(), 0, &found)) << "empty slots are not attribute 0";
   EXPECT_EQ(SmartTemperature(data.data()), -10);
-  EXPECT_EQ(SelfTestExecutionStatus(data.data()), 0xF9);
 
   put_attribute(data, 29, 0, 0, 0);
   EXPECT_EQ(SmartTemperature(data.data()), 40);

@@ -1,8 +1,8 @@
 // The targeted read: candidates from the drive's own logs (error logs from a
 // scripted drive, self-test logs from a simulated drive whose self-test hit a
 // bad sector), the 62 sectors read around each, the fifth error, a drive
-// without logs, readers that all fail, SMART off or missing and stop
-// requests, with nothing left allocated.
+// without log directory, readers that all fail, SMART that cannot be
+// switched on and a stop request, with nothing left allocated.
 #include "storage/targeted_read.h"
 
 #include <gtest/gtest.h>
@@ -54,24 +54,6 @@ TEST(TargetedReadTest, AfterAFailedSelfTestTheFifthFailedReadEndsTheTestWithFive
                                 "ERROR READ_SECTOR_ERROR 52002", "ERROR READ_SECTOR_ERROR 52001",
                                 "ERROR READ_SECTOR_ERROR 52000"}));
   EXPECT_EQ(bench.progress.back(), 100u);
-}
-
-TEST(TargetedReadTest, ADriveWhoseLogsNameNothingButLbaZeroPassesAfterTheLogPauses) {
-  // Nothing in its logs; the multi-page logs (comprehensive, extended
-  // comprehensive and extended self-test) have two pages each, the summary
-  // and self-test logs one.
-  hostfw::DriveInfo empty_logs = storage_bench::drive(0, 4000000);
-  empty_logs.log_pages = 2;
-  empty_logs.error_log_lbas.clear();
-  empty_logs.self_test_log_lbas.clear();
-  Bench bench({empty_logs});
-  AtaInterposer wire(bench.device(0));
-  const uint64_t start = bench.now_ms();
-  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
-  EXPECT_EQ(bench.now_ms() - start, 80u) << "10 ms for each of the eight log pages";
-  EXPECT_TRUE(wire.read_lbas().empty());
-  EXPECT_TRUE(bench.lines.empty());
-  EXPECT_EQ(bench.progress, (Percents{5, 10, 20, 30, 40, 50, 50, 100}));
 }
 
 // ---- On a scripted drive: error logs and directories the simulator lacks -------
