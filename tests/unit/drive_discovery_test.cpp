@@ -198,34 +198,4 @@ TEST_F(DriveDiscovery, InstancesWithoutDrivesOrOnlyLogicalOnesFindNoDrive) {
   expect_nothing_left();
 }
 
-// A failed identification changing nothing is GarbageIdentify's to check.
-TEST_F(DriveDiscovery, IdentifyingAgainRewritesTheEntry) {
-  with_fake_only();
-  fake.devices = {{0, 0xFFFF}};
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  StorageDevice& drive = drives.Devices[0];
-  EXPECT_EQ(drive.Info->Temperature, 41);
-
-  fake.responder = [](const RecordedPacket& p) {
-    return p.acb.AtaCommand == kIdentify ? healthy_drive(p) : AtaReply::error(EFI_SUCCESS, 0x04);
-  };
-  ASSERT_EQ(IdentifyDevice(&drive), EFI_SUCCESS);
-  EXPECT_EQ(drive.Info->Temperature, 0) << "SMART data refused";
-  EXPECT_EQ(identify_packets().back()->timeout, 200000000u) << "20 s";
-  expect_nothing_left();
-}
-
-TEST_F(DriveDiscovery, OnlySolidStateDrivesMakeNoToolList) {
-  machine = std::make_unique<TestMachine>("", [](hostfw::Profile& p) {
-    p.drives.resize(1);  // the solid-state drive alone
-  });
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  EXPECT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
-  EXPECT_EQ(drives.ToolDevices, nullptr);
-  EXPECT_EQ(drives.ToolDeviceCount, 0u);
-  expect_nothing_left();
-}
-
 }  // namespace
