@@ -93,12 +93,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
          EXPECT_EQ(i.LogicalSectorSize, 512u);
          EXPECT_EQ(i.PhysicalSectorSize, 512u);
        }},
-      {"SMART and self-test flags", [](IdentifyPage& p) { p.word(82, 0x4020).word(84, 0x4001).word(85, 0x4021); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.SmartSupported, 0);
-         EXPECT_EQ(i.SelfTestSupported, 0);
-         EXPECT_EQ(i.SmartEnabled, 1);
-       }},
   };
   for (const IdentifyCase& c : cases) {
     SCOPED_TRACE(c.name);

@@ -78,7 +78,6 @@ TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
   EXPECT_EQ(wire.count(0xB0, 0xD4, 0x01), 1u);
   EXPECT_EQ(wire.count(0xB0, 0xD4, 0x7F), 0u) << "a finished test is not aborted";
   ASSERT_GE(bench.progress.size(), 20u);
-  EXPECT_EQ(bench.progress.front(), 0u);
   EXPECT_EQ(bench.progress[1], 9u) << "nine tenths left at the first poll";
   EXPECT_TRUE(std::is_sorted(bench.progress.begin(), bench.progress.end()));
   EXPECT_EQ(bench.progress.back(), 100u);
