@@ -29,17 +29,13 @@ using namespace tarvik;
 constexpr uint8_t kIdentify = 0xEC;
 
 // Answers like a healthy drive whose serial names its port and
-// port-multiplier port: IDENTIFY, and SMART data with attribute 194.
+// port-multiplier port.
 AtaReply healthy_drive(const RecordedPacket& p) {
   AtaReply reply;
   if (p.acb.AtaCommand == kIdentify) {
     reply.data = IdentifyPage::typical("ACME D" + std::to_string(p.port),
                                        "P" + std::to_string(p.port) + "M" + std::to_string(p.multiplier_port))
                      .data();
-  } else if (p.acb.AtaCommand == 0xB0 && p.acb.AtaFeatures == 0xD0) {
-    reply.data.assign(512, 0);
-    reply.data[2] = 194;
-    reply.data[2 + 5] = 41;
   }
   return reply;
 }

