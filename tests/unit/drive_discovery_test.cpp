@@ -78,12 +78,8 @@ TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) 
     EXPECT_EQ(drives.Devices[i].PortMultiplierPort, 0xFFFF);
     EXPECT_EQ((*machine)->ata()->counts(static_cast<UINT16>(i)).command(kIdentify), 1u) << "one probe per drive";
   }
+  // What each drive's identification shows is the storage module's test.
   ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  // What each row shows is the storage module's test; here, that each drive
-  // got its own SMART temperature.
-  const int temperatures[] = {33, 38, 46};
-  for (UINT64 i = 0; i < 3; ++i) EXPECT_EQ(drives.Devices[i].Info->Temperature, temperatures[i]) << i;
-
   ASSERT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
   ASSERT_EQ(drives.ToolDeviceCount, 2u);
   EXPECT_EQ(drives.ToolDevices[0], &drives.Devices[1]);
