@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <map>
 #include <set>
@@ -25,16 +26,13 @@ using Lines = std::vector<std::string>;
 using Percents = std::vector<uint64_t>;
 using Page = std::vector<uint8_t>;
 
-std::vector<uint64_t> window(uint64_t candidate, uint64_t last) {
+// The sectors read around each candidate in turn: 31 before it to 30 after
+// it, none past `last`.
+std::vector<uint64_t> windows(std::initializer_list<uint64_t> candidates, uint64_t last = ~0ull) {
   std::vector<uint64_t> lbas;
-  for (uint64_t lba = candidate - 31; lba <= last; ++lba) lbas.push_back(lba);
+  for (uint64_t candidate : candidates)
+    for (uint64_t lba = candidate - 31; lba <= std::min(candidate + 30, last); ++lba) lbas.push_back(lba);
   return lbas;
-}
-
-std::vector<uint64_t> joined(std::initializer_list<std::vector<uint64_t>> parts) {
-  std::vector<uint64_t> all;
-  for (const auto& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
 }
 
 // ---- On a simulated drive: candidates from its self-test logs -------------------
@@ -50,7 +48,7 @@ TEST(TargetedReadTest, AfterAFailedSelfTestTheFifthFailedReadEndsTheTestWithFive
   bench.lines.clear();
   AtaInterposer wire(bench.device(0));
   EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(wire.read_lbas(), window(52000, 52004));
+  EXPECT_EQ(wire.read_lbas(), windows({52000}, 52004));
   EXPECT_EQ(bench.lines, (Lines{"ERROR READ_SECTOR_ERROR 52004", "ERROR READ_SECTOR_ERROR 52003",
                                 "ERROR READ_SECTOR_ERROR 52002", "ERROR READ_SECTOR_ERROR 52001",
                                 "ERROR READ_SECTOR_ERROR 52000"}));
@@ -129,7 +127,7 @@ TEST_F(ScriptedLogs, ErrorLogEntriesOfBothFormsBecomeCandidatesNewestFirst) {
   start();
 
   EXPECT_EQ(targeted_read(), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(reads, joined({window(2555920, 2555950), window(10000, 10030), window(5000, 5030)}));
+  EXPECT_EQ(reads, windows({2555920, 10000, 5000}));
   EXPECT_EQ(bench->lines, (Lines{"ERROR READ_SECTOR_ERROR 5000"}));
   EXPECT_EQ(bench->progress, (Percents{5, 10, 20, 30, 40, 50, 50, 62, 75, 87, 100}));
 }
