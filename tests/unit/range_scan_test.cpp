@@ -1,7 +1,7 @@
 // The shared range scan over a drive stand-in: large commands, failures
 // narrowed to each unreadable block (first and last blocks included), windows
-// clipped. A silent drive, a stop request and enough failures ending the scan
-// are the targeted read's and the NVMe read tests' to check.
+// clipped, a stop request. A silent drive and enough failures ending the
+// scan are the targeted read's and the NVMe read tests' to check.
 #include "drives/range_scan.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +29,8 @@ struct Drive {
 struct Sink {
   std::vector<UINT64> unreadable;
   std::vector<UINT64> progress;
-  bool KeepRunning() const { return true; }
+  UINT64 run_for = ~0ull;  // how many times KeepRunning says yes
+  bool KeepRunning() { return run_for-- > 0; }
   void Progress(UINT64 done) { progress.push_back(done); }
   bool Unreadable(UINT64 lba) {
     unreadable.push_back(lba);
@@ -58,6 +59,17 @@ TEST(RangeScan, FindsEveryUnreadableBlockInLargeCommands) {
     EXPECT_LE(drive.longest, c.per_command);
     // Narrowing costs about two commands per halving, not one per block.
     EXPECT_LE(drive.commands, (c.blocks + c.per_command - 1) / c.per_command + c.bad.size() * 2 * 9);
+  }
+}
+
+// Asked before every command, also while narrowing a failed one.
+TEST(RangeScan, AStopRequestEndsTheScanBeforeTheNextCommand) {
+  for (const UINT64 run_for : {3ull, 5ull}) {
+    Drive drive{{250}};
+    Sink sink;
+    sink.run_for = run_for;
+    EXPECT_EQ(tarvik::ScanRange({&drive, 1000, 100, Drive::verify}, 0, 1000, sink), tarvik::ScanEnd::Stopped);
+    EXPECT_EQ(drive.commands, run_for);
   }
 }
 
