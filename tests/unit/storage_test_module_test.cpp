@@ -33,16 +33,18 @@ struct Heard {
   static inline std::vector<std::string> lines;
   static inline std::vector<std::pair<std::string, UINT8>> boxes;
   static inline tarvik::TestModuleProtocol* stop_on_report = nullptr;
+  static inline UINT64 reports = 0, stop_after = 1;  // stop once this many reports came
   static inline EFI_STATUS box_answer = EFI_SUCCESS;
 
   static void clear() {
     lines.clear();
     boxes.clear();
     stop_on_report = nullptr;
+    reports = 0;
     box_answer = EFI_SUCCESS;
   }
   static EFIAPI EFI_STATUS Progress(VOID*, UINT64, UINT64) {
-    if (stop_on_report != nullptr) stop_on_report->StopTest(stop_on_report);
+    if (stop_on_report != nullptr && ++reports >= stop_after) stop_on_report->StopTest(stop_on_report);
     return EFI_SUCCESS;
   }
   static EFIAPI EFI_STATUS Message(VOID*, const CHAR16* text, UINT8 kind, UINT64) {
@@ -328,14 +330,22 @@ TEST_F(StorageModule, NoAlgorithmEverWritesToADrive) {
   tear_down_and_expect_nothing_left();
 }
 
-// A self-test stopped is aborted on the drive; the targeted read frees the
-// candidates it did not reach.
+// A stop request after so many progress reports: the algorithm sends no
+// further command (the targeted read finishes the candidate in hand), and a
+// self-test is aborted on the drive.
 TEST_F(StorageModule, AStopRequestCancelsWhateverTheAlgorithmFound) {
   start();
-  for (const UINT64 algorithm : {0ull, 3ull, 4ull, 5ull, 6ull}) {
+  const struct {
+    UINT64 algorithm, reports;
+    size_t commands;
+  } cases[] = {{0, 8, 7}, {3, 8, 7}, {4, 8, 14}, {5, 8, 77}, {6, 1, 3}};
+  for (const auto& c : cases) {
     Heard::clear();
     Heard::stop_on_report = record;
-    EXPECT_EQ(run(algorithm, 1), tarvik::TEST_RESULT_CANCELED) << algorithm;
+    Heard::stop_after = c.reports;
+    wire->commands.clear();
+    EXPECT_EQ(run(c.algorithm, 1), tarvik::TEST_RESULT_CANCELED) << c.algorithm;
+    EXPECT_EQ(wire->commands.size(), c.commands) << c.algorithm;
   }
   EXPECT_EQ(wire->count(0xB0, 0xD4, 0x7F), 1u) << "the extended self-test aborted";
   Heard::clear();
