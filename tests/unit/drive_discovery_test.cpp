@@ -1,8 +1,11 @@
-// Finding and identifying drives: the simulated machine's drives end to end,
-// and through the recording pass-through what the simulator cannot show (an
-// unprintable serial, a packet device, more than 100 drives, port
-// multipliers, firmware that publishes no pass-through until controllers
-// are connected). Nothing may stay allocated after the release.
+// Finding drives through the recording pass-through: what the simulator
+// cannot show (an unprintable serial, a packet device, more than 100 drives
+// behind port multipliers, firmware that publishes no pass-through until
+// controllers are connected). Nothing may stay allocated after the release.
+// The simulated machine's drives are found, identified and released by every
+// storage test's bench, one probe each (StorageModule's failed installation
+// counts them), and the bad-sector tool's tests check its list of rotating
+// drives.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -66,26 +69,6 @@ class DriveDiscovery : public ::testing::Test {
   FakeAtaPassThru fake;
   StorageDrives drives{};
 };
-
-// Three drives on neighbouring ports without multipliers, enumerated as
-// OVMF does it: each found once, with one probe.
-TEST_F(DriveDiscovery, TheSimulatedMachinesDrivesAreFoundIdentifiedAndReleased) {
-  machine = std::make_unique<TestMachine>();
-  ASSERT_EQ(DiscoverStorageDevices(&drives), EFI_SUCCESS);
-  ASSERT_EQ(drives.DeviceCount, 3u);
-  for (UINT64 i = 0; i < drives.DeviceCount; ++i) {
-    EXPECT_EQ(drives.Devices[i].Port, i);
-    EXPECT_EQ(drives.Devices[i].PortMultiplierPort, 0xFFFF);
-    EXPECT_EQ((*machine)->ata()->counts(static_cast<UINT16>(i)).command(kIdentify), 1u) << "one probe per drive";
-  }
-  // What each drive's identification shows is the storage module's test.
-  ASSERT_EQ(IdentifyAllDevices(&drives), EFI_SUCCESS);
-  ASSERT_EQ(BuildToolDeviceList(&drives), EFI_SUCCESS);
-  ASSERT_EQ(drives.ToolDeviceCount, 2u);
-  EXPECT_EQ(drives.ToolDevices[0], &drives.Devices[1]);
-  EXPECT_EQ(drives.ToolDevices[1], &drives.Devices[2]);
-  expect_nothing_left();
-}
 
 TEST_F(DriveDiscovery, ProbesSkipUnprintableSerialsAndResetPacketDevices) {
   with_fake_only();
