@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "hostfw/ata_controller.h"
-#include "storage/ata_commands.h"
 #include "storage/drive_discovery.h"
 #include "tests/support/fake_ata_pass_thru.h"
 #include "tests/support/test_machine.h"
@@ -26,7 +25,6 @@ using testing_support::FakeAtaPassThru;
 using testing_support::IdentifyPage;
 using testing_support::RecordedPacket;
 using testing_support::TestMachine;
-using testing_support::utf8;
 using namespace tarvik;
 
 constexpr uint8_t kIdentify = 0xEC;
