@@ -1,8 +1,9 @@
 // Drives that misbehave in the middle of a run: one that stops answering
 // during each storage algorithm and during the bad-sector tool's scan and
-// repair, and IDENTIFY data turning to all 0xFF. Every run ends with a line and a result after bounded machine
-// time, sends nothing to a drive once it went quiet, writes nothing (but the
-// repair, before that) and leaves no pool or page behind.
+// repair, and IDENTIFY data turning to all 0xFF. Every run ends with a line
+// and a result after bounded machine time, sends nothing to a drive once it
+// went quiet, writes nothing (but the repair, before that) and leaves no pool
+// or page behind.
 #include <gtest/gtest.h>
 
 #include <cstring>
