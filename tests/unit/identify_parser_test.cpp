@@ -47,41 +47,20 @@ TEST(IdentifyParser, ModelFieldGivesMakerAndModel) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.field);
-    IdentifyPage page = IdentifyPage::typical("MODEL1", "SN0001");
-    page.text(27, 20, c.field);
-    const StorageDeviceInfo info = parse(page);
+    const StorageDeviceInfo info = parse(IdentifyPage::typical("MODEL1", "SN0001").text(27, 20, c.field));
     EXPECT_EQ(utf8(info.Manufacturer), c.manufacturer);
     EXPECT_EQ(utf8(info.Model), c.model);
   }
-  IdentifyPage page = IdentifyPage::typical("MODEL1", "SN0001");
-  const StorageDeviceInfo info = parse(page.text(27, 20, "ABC X123-45"));
-  EXPECT_EQ(utf8(info.Uid), "ABC-X123-45-SN0001");
-  EXPECT_EQ(utf8(info.DisplayName), "X123-45 ATA Device");
 }
 
 TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
   const std::vector<IdentifyCase> cases = {
-      {"forty characters without a space", [](IdentifyPage& p) { p.text(27, 20, std::string(40, 'M')); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(utf8(i.Manufacturer), std::string(40, 'M'));
-         EXPECT_EQ(utf8(i.Model), std::string(40, 'M'));
-         EXPECT_EQ(utf8(i.Uid).size(), 49u) << "cut at 49 characters";
-         EXPECT_EQ(utf8(i.DisplayName), std::string(29, 'M') + " ATA Device");
-       }},
-      {"a packet device", [](IdentifyPage& p) { p.word(0, 0x85C0); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(utf8(i.DisplayName), "MODEL1 ATAPI Device"); }},
       {"serial without its leading spaces, firmware as it stands", [](IdentifyPage& p) {
          p.text(10, 10, "    S3Z9NB0K  ").text(23, 4, " 2B6Q ");
        },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(utf8(i.SerialNumber), "S3Z9NB0K        ");
          EXPECT_EQ(utf8(i.FirmwareRevision), " 2B6Q   ");
-         EXPECT_EQ(utf8(i.DeviceType), "Internal HDD");
-       }},
-      {"solid state", [](IdentifyPage& p) { p.word(217, 1); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.NonRotating, 1);
-         EXPECT_EQ(i.RotationRate, 1);
        }},
       {"no 48-bit feature set", [](IdentifyPage& p) { p.word(83, 0x7000); },
        [](const StorageDeviceInfo& i) {
@@ -100,17 +79,8 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
          EXPECT_EQ(i.SizeBytes, 0x10000000ull * 512);
          EXPECT_EQ(i.Lba48, 1);
        }},
-      {"all four capacity words", [](IdentifyPage& p) { p.word(100, 1).word(101, 2).word(102, 3).word(103, 4); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.TotalSectors, 0x0004000300020001ull); }},
       {"ATA/ATAPI-1 to -6 claimed", [](IdentifyPage& p) { p.word(80, 0x007E); },
        [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 0x017E); }},
-      {"word 80 of 38 stays", [](IdentifyPage& p) { p.word(80, 38); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.MajorVersion, 38); }},
-      {"eight logical sectors per physical one", [](IdentifyPage& p) { p.word(106, 0x6003); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.LogicalSectorSize, 512u);
-         EXPECT_EQ(i.PhysicalSectorSize, 4096u);
-       }},
       {"4096-byte logical sectors", [](IdentifyPage& p) { p.word(106, 0x5000).word(117, 2048).word(118, 0).word(21, 16); },
        [](const StorageDeviceInfo& i) {
          EXPECT_EQ(i.LogicalSectorSize, 4096u);
@@ -123,19 +93,6 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
          EXPECT_EQ(i.LogicalSectorSize, 512u);
          EXPECT_EQ(i.PhysicalSectorSize, 512u);
        }},
-      {"a logical size bit with no size given", [](IdentifyPage& p) { p.word(106, 0x5000); },
-       [](const StorageDeviceInfo& i) { EXPECT_EQ(i.LogicalSectorSize, 512u); }},
-      {"reserved minor version", [](IdentifyPage& p) { p.word(81, 0x0030); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.MinorVersion, 0x0030);
-         EXPECT_EQ(utf8(i.StandardVersionText), "Reserved");
-       }},
-      {"SMART and self-test flags", [](IdentifyPage& p) { p.word(82, 0x4020).word(84, 0x4001).word(85, 0x4021); },
-       [](const StorageDeviceInfo& i) {
-         EXPECT_EQ(i.SmartSupported, 0);
-         EXPECT_EQ(i.SelfTestSupported, 0);
-         EXPECT_EQ(i.SmartEnabled, 1);
-       }},
   };
   for (const IdentifyCase& c : cases) {
     SCOPED_TRACE(c.name);
@@ -143,27 +100,19 @@ TEST(IdentifyParser, ReadsTheIdentificationTheDriveReports) {
     c.edit(page);
     c.check(parse(page));
   }
-  const StorageDeviceInfo typical = parse(IdentifyPage::typical("MODEL1", "SN0001"));
-  EXPECT_EQ(typical.SmartSupported, 1);
-  EXPECT_EQ(typical.SelfTestSupported, 1);
-  EXPECT_EQ(typical.CacheBytes, 0x200u * 512);
-  EXPECT_EQ(typical.MajorVersion, 0x01F0);
-  EXPECT_EQ(typical.Temperature, 0) << "not IDENTIFY's to say";
 }
 
 TEST(IdentifyParser, MinorVersionTexts) {
   EXPECT_EQ(utf8(GetStandardVersionText(0x0000)), "Minor version is not reported");
-  EXPECT_EQ(utf8(GetStandardVersionText(0xFFFF)), "Minor version is not reported");
-  EXPECT_EQ(utf8(GetStandardVersionText(0x0001)), "Obsolete");
   EXPECT_EQ(utf8(GetStandardVersionText(0x000C)), "Obsolete");
   EXPECT_EQ(utf8(GetStandardVersionText(0x000D)), "ATA/ATAPI-4 X3T13 1153D version 6");
-  EXPECT_EQ(utf8(GetStandardVersionText(0x001D)), "ATA/ATAPI-7 published ANSI INCITS 397-2005.");
-  EXPECT_EQ(utf8(GetStandardVersionText(0x0110)), "ACS-2 Revision 3");
   EXPECT_EQ(utf8(GetStandardVersionText(0x001F)), "Reserved");
   EXPECT_EQ(utf8(GetStandardVersionText(0x0111)), "Reserved");
 }
 
-TEST(IdentifyParser, RotationClassAndSerialPrintability) {
+// Which serials are printable is DriveDiscovery's test (a probe passes the
+// others over) and the IDENTIFY fuzz replays'.
+TEST(IdentifyParser, RotationClass) {
   StorageDeviceInfo info{};
   StorageDevice device{};
   device.Info = &info;
@@ -172,13 +121,6 @@ TEST(IdentifyParser, RotationClassAndSerialPrintability) {
     info.RotationRate = rate;
     EXPECT_EQ(GetRotationClass(&device), rotation_class) << rate;
   }
-
-  IdentifyPage page = IdentifyPage::typical("M", "");
-  EXPECT_TRUE(SerialNumberIsPrintable(page.data().data())) << "twenty spaces are printable";
-  page.bytes(39, {0x7F});
-  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
-  page.bytes(39, {0x7E}).bytes(20, {0x1F});
-  EXPECT_FALSE(SerialNumberIsPrintable(page.data().data()));
 }
 
 void put_attribute(std::vector<uint8_t>& page, int slot, uint8_t id, uint8_t value, uint8_t raw0) {
@@ -189,26 +131,20 @@ void put_attribute(std::vector<uint8_t>& page, int slot, uint8_t id, uint8_t val
   entry[5] = raw0;
 }
 
-TEST(SmartPages, AttributesAndThresholdsAreFoundByIdTheLastSlotWinning) {
-  std::vector<uint8_t> data(512, 0), thresholds(512, 0);
+// Thresholds are the repair warning's tests (Repair.TheWarningComes...), the
+// self-test status byte the scripted self-tests'.
+TEST(SmartPages, AttributesAreFoundByIdTheLastSlotWinning) {
+  std::vector<uint8_t> data(512, 0);
   put_attribute(data, 0, 5, 100, 3);
   put_attribute(data, 3, 194, 100, 40);
   put_attribute(data, 29, 194, 100, 0xF6);  // the last slot, and below zero
-  data[363] = 0xF9;
-  thresholds[2 + 12 * 0] = 5;
-  thresholds[2 + 12 * 0 + 1] = 36;
 
   SmartAttribute found{};
   ASSERT_TRUE(FindSmartAttribute(data.data(), 5, &found));
   EXPECT_EQ(found.Value, 100);
   EXPECT_EQ(found.Raw[0], 3);
-  UINT8 threshold = 0;
-  ASSERT_TRUE(FindSmartThreshold(thresholds.data(), 5, &threshold));
-  EXPECT_EQ(threshold, 36);
-  EXPECT_FALSE(FindSmartThreshold(thresholds.data(), 194, &threshold));
   EXPECT_FALSE(FindSmartAttribute(data.data(), 0, &found)) << "empty slots are not attribute 0";
   EXPECT_EQ(SmartTemperature(data.data()), -10);
-  EXPECT_EQ(SelfTestExecutionStatus(data.data()), 0xF9);
 
   put_attribute(data, 29, 0, 0, 0);
   EXPECT_EQ(SmartTemperature(data.data()), 40);

@@ -1,7 +1,8 @@
 // The SMART status test and the self-tests against simulated drives: their
-// progress values, log lines and results, a drive with SMART off, without
-// SMART, refusing a test, already testing, failing, and a stop
-// request that aborts the self-test on the drive.
+// progress values, log lines and results, a drive without SMART, refusing a
+// test, already testing or failing. SMART switched on for a test and a stop
+// request that aborts the self-test on the drive are the storage module's
+// tests.
 #include "storage/smart_self_tests.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 
 #include "storage/ata_commands.h"
 #include "storage/smart_attributes.h"
+#include "storage/targeted_read.h"
 #include "tests/support/fake_ata_pass_thru.h"
 #include "tests/unit/storage_algorithm_bench.h"
 
@@ -23,26 +25,24 @@ using Percents = std::vector<uint64_t>;
 
 constexpr uint64_t kSectors = 4000000;
 
-TEST(SmartStatusTest, AHealthyDriveIsPolledElevenTimes150MsApart) {
-  Bench bench({storage_bench::drive(0, kSectors)});
+// A healthy drive is polled eleven times 150 ms apart; an exceeded threshold
+// fails at the first poll. Neither gives a line.
+TEST(SmartStatusTest, AHealthyDriveIsPolledElevenTimesAFailingOneOnce) {
+  Bench bench({storage_bench::drive(0, kSectors), storage_bench::drive(1, kSectors, {}, /*failing=*/true)});
   AtaInterposer wire(bench.device(0));
   const uint64_t start = bench.now_ms();
   EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_PASSED);
   EXPECT_EQ(bench.now_ms() - start, 11u * 150);
   EXPECT_EQ(wire.count(0xB0, 0xDA), 11u);
   EXPECT_EQ(bench.progress, (Percents{0, 0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
-  EXPECT_EQ(bench.run.Progress, 100u);
-  EXPECT_TRUE(bench.lines.empty());
   EXPECT_EQ(bench.run.SmartEnabledByTest, 0);
-}
-
-TEST(SmartStatusTest, AnExceededThresholdFailsAtTheFirstPollWithoutALine) {
-  Bench bench({storage_bench::drive(0, kSectors, {}, /*failing=*/true)});
-  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_FAILED);
+  bench.progress.clear();
+  EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(1)), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(bench.progress, (Percents{0, 100}));
   EXPECT_TRUE(bench.lines.empty());
 }
 
+// The targeted read, which reads the SMART logs, too; it reports no progress.
 TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   Bench bench({storage_bench::drive(0, kSectors)});
   bench.device(0).Info->SmartSupported = 0;
@@ -50,20 +50,10 @@ TEST(SmartTests, ADriveWithoutSmartCannotRunThem) {
   EXPECT_EQ(tarvik::SmartStatusTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
   for (SelfTestKind kind : {SelfTestKind::Short, SelfTestKind::Drive, SelfTestKind::Extended})
     EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), kind), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  EXPECT_EQ(bench.lines, Lines(4, "WARNING SMART_NOT_SUPPORTED"));
+  EXPECT_EQ(tarvik::TargetedReadTest(bench.run, bench.device(0)), tarvik::TEST_RESULT_NOT_SUPPORTED);
+  EXPECT_EQ(bench.lines, Lines(5, "WARNING SMART_NOT_SUPPORTED"));
   EXPECT_EQ(bench.progress, (Percents{0, 100, 0, 100, 0, 100, 0, 100}));
   EXPECT_TRUE(wire.commands.empty()) << "nothing is sent to the drive";
-}
-
-TEST(SmartSelfTest, ADriveWithoutSelfTestsOnlyHasSmartSwitchedOn) {
-  hostfw::DriveInfo off = storage_bench::drive(0, kSectors);
-  off.smart_enabled = false;
-  Bench bench({off});
-  bench.device(0).Info->SelfTestSupported = 0;  // as QEMU's drives report themselves
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Short), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  EXPECT_EQ(bench.lines, (Lines{"WARNING SMART_DISABLED", "MESSAGE ENABLING_SMART"}));
-  EXPECT_EQ(bench.run.SmartEnabledByTest, 1);
-  EXPECT_EQ(bench.progress, (Percents{0, 100}));
 }
 
 TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
@@ -77,31 +67,8 @@ TEST(SmartSelfTest, AShortSelfTestIsFollowedEveryFiveSecondsToItsEnd) {
   EXPECT_LE(elapsed, 130000u);
   EXPECT_EQ(wire.count(0xB0, 0xD4, 0x01), 1u);
   EXPECT_EQ(wire.count(0xB0, 0xD4, 0x7F), 0u) << "a finished test is not aborted";
-  ASSERT_GE(bench.progress.size(), 20u);
-  EXPECT_EQ(bench.progress.front(), 0u);
-  EXPECT_EQ(bench.progress[1], 9u) << "nine tenths left at the first poll";
-  EXPECT_TRUE(std::is_sorted(bench.progress.begin(), bench.progress.end()));
-  EXPECT_EQ(bench.progress.back(), 100u);
+  EXPECT_GE(bench.progress.size(), 20u) << "what each poll reports is ScriptedSelfTest's test";
   EXPECT_TRUE(bench.lines.empty());
-}
-
-TEST(SmartSelfTest, ASelfTestThatFindsAnErrorFailsWithItsLine) {
-  Bench bench({storage_bench::drive(0, kSectors, {{3000000, 3000000}})});
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
-  EXPECT_EQ(bench.lines, (Lines{"MESSAGE SHORT_SELFTEST_ERROR_DETECTED"}));
-  EXPECT_EQ(bench.progress.back(), 100u);
-}
-
-TEST(SmartSelfTest, ARefusedDriveSelfTestIsNotSupported) {
-  hostfw::DriveInfo refusing = storage_bench::drive(0, kSectors);
-  refusing.refuse_vendor_self_test = true;  // aborts the vendor's drive self-test (0x50)
-  Bench bench({refusing});
-  AtaInterposer wire(bench.device(0));
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Drive), tarvik::TEST_RESULT_NOT_SUPPORTED);
-  ASSERT_EQ(wire.count(0xB0, 0xD4, 0x50), 1u);
-  EXPECT_EQ(wire.commands.back().block.AtaSectorCount, 4u);
-  EXPECT_TRUE(bench.lines.empty());
-  EXPECT_EQ(bench.progress, (Percents{0, 100}));
 }
 
 TEST(SmartSelfTest, ASelfTestAlreadyRunningIsAbortedBeforeTheNewOneStarts) {
@@ -114,28 +81,6 @@ TEST(SmartSelfTest, ASelfTestAlreadyRunningIsAbortedBeforeTheNewOneStarts) {
   EXPECT_EQ(wire.commands[0].block.AtaFeatures, 0xD0);  // READ DATA sees it running
   EXPECT_EQ(wire.commands[1].block.AtaSectorNumber, 0x7F);
   EXPECT_EQ(wire.commands[2].block.AtaSectorNumber, 0x01);
-}
-
-EFIAPI VOID PressEscape(EFI_EVENT, VOID* run) { static_cast<tarvik::StorageRun*>(run)->Running = 0; }
-
-TEST(SmartSelfTest, AStopRequestAbortsTheSelfTestOnTheDriveAtTheNextTick) {
-  // As ESC reaches a run: the run screen's key poll clears the flag from a
-  // timer notification while the self-test waits between two polls.
-  Bench bench({storage_bench::drive(0, kSectors)});
-  AtaInterposer wire(bench.device(0));
-  EFI_EVENT escape = nullptr;
-  ASSERT_EQ(tarvik::gBS->CreateEvent(EVT_TIMER | EVT_NOTIFY_SIGNAL, TPL_NOTIFY, PressEscape, &bench.run, &escape),
-            EFI_SUCCESS);
-  ASSERT_EQ(tarvik::gBS->SetTimer(escape, TimerRelative, 72000000), EFI_SUCCESS);  // 7.2 s
-  const uint64_t start = bench.now_ms();
-  EXPECT_EQ(tarvik::SmartSelfTest(bench.run, bench.device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_CANCELED);
-  EXPECT_EQ(bench.now_ms() - start, 8000u) << "the first tick after the stop, not the fifth";
-  tarvik::gBS->CloseEvent(escape);
-  EXPECT_EQ(wire.commands.back().block.AtaSectorNumber, 0x7F);
-  EXPECT_EQ(bench.progress.back(), 100u);
-  // The drive reports the test aborted by the host.
-  ASSERT_EQ(tarvik::SmartReadData(&bench.device(0)), 0u);
-  EXPECT_EQ(tarvik::SelfTestExecutionStatus(static_cast<const UINT8*>(bench.device(0).DataBuffer)) >> 4, 0x1);
 }
 
 // Self-test status bytes the simulated drives do not produce, from a
@@ -173,12 +118,6 @@ TEST_F(ScriptedSelfTest, StatusBytesBecomeProgressUntilTheOutcome) {
   statuses = {0x00, 0xF9, 0xF3, 0x00};  // before the start, then three polls
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Short), tarvik::TEST_RESULT_PASSED);
   EXPECT_EQ(bench->progress, (Percents{0, 9, 69, 100, 100}));
-
-  // A drive claiming more than nine tenths left still reports a percentage.
-  bench->progress.clear();
-  statuses = {0x00, 0xFF, 0x00};
-  EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_PASSED);
-  EXPECT_EQ(bench->progress, (Percents{0, 9, 100, 100}));
 }
 
 TEST_F(ScriptedSelfTest, ATestInterruptedByAResetIsAnErrorOfEveryKind) {
@@ -190,13 +129,19 @@ TEST_F(ScriptedSelfTest, ATestInterruptedByAResetIsAnErrorOfEveryKind) {
   }
 }
 
+// The vendor's drive self-test (0x50, sector count 4) refused is not
+// supported; the others refused are failures.
 TEST_F(ScriptedSelfTest, ARefusedStartFailsTheShortAndExtendedTests) {
   refuse_start = true;
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Short), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Extended), tarvik::TEST_RESULT_FAILED);
   EXPECT_EQ(tarvik::SmartSelfTest(bench->run, bench->device(0), SelfTestKind::Drive),
             tarvik::TEST_RESULT_NOT_SUPPORTED);
+  const EFI_ATA_COMMAND_BLOCK& start = fake.packets.back().acb;
+  EXPECT_EQ(start.AtaSectorNumber, 0x50);
+  EXPECT_EQ(start.AtaSectorCount, 4);
   EXPECT_TRUE(bench->lines.empty());
+  EXPECT_EQ(bench->progress.back(), 100u);
 }
 
 }  // namespace
